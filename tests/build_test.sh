@@ -1,0 +1,169 @@
+#!/bin/sh
+# build_test.sh CASE DIR
+# Builds the project in DIR in another way than the surrounding build does and looks at the result.
+set -eu
+: "${CMAKE:=cmake}"
+export LC_ALL=C
+tests=$(cd "$(dirname "$0")" && pwd)
+source=$(dirname "$tests")
+dir=$2
+mkdir -p "$dir"
+
+ca='basicConstraints = critical, CA:TRUE'
+usage='keyUsage = keyCertSign, cRLSign'
+
+fail()
+{
+    printf '%s\n' "$@"
+    exit 1
+}
+
+# configure SOURCE OPTION...: leaves in $said what CMake prints, on one line, since CMake wraps its messages.
+configure()
+{
+    from=$1
+    shift
+    configured=0
+    "$CMAKE" -S "$from" -B "$dir/build" -DCMAKE_BUILD_TYPE=Release "$@" >"$dir/log" 2>&1 || configured=$?
+    said=$(tr -s ' \n' ' ' <"$dir/log")
+}
+
+build()
+{
+    configure "$@"
+    [ $configured = 0 ] || fail "$said"
+    "$CMAKE" --build "$dir/build"
+}
+
+# key NAME: made once, since it takes a while.
+key()
+{
+    [ -e "$dir/$1.key" ] ||
+        openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out "$dir/$1.key" 2>/dev/null
+}
+
+# certificate NAME EXTENSION...: NAME.pem, self-signed with own.key.
+certificate()
+{
+    name=$1
+    shift
+    {
+        printf '[req]\nprompt = no\ndistinguished_name = subject\nx509_extensions = root\n'
+        printf '[subject]\nCN = TEST ONLY %s\n[root]\n' "$name"
+        printf '%s\n' "$@"
+    } >"$dir/$name.cnf"
+    key own
+    openssl req -x509 -config "$dir/$name.cnf" -key "$dir/own.key" -out "$dir/$name.pem"
+}
+
+# issued NAME SUBJECT: NAME.pem, a CA for other.key below root.pem.
+issued()
+{
+    printf '%s\n%s\n' "$ca" "$usage" >"$dir/extensions"
+    key other
+    openssl req -new -config "$dir/root.cnf" -subj "$2" -key "$dir/other.key" |
+        openssl x509 -req -CA "$dir/root.pem" -CAkey "$dir/own.key" -extfile "$dir/extensions" -out "$dir/$1.pem" \
+            2>/dev/null
+}
+
+shared_library()
+{
+    build "$source" -DBUILD_SHARED_LIBS=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,-z,defs
+    "$tests/check_binary.sh" exports "$tests/exported_symbols.txt" "$dir/build/libcmsverify.so"
+    "$tests/check_binary.sh" libraries "libc libcmsverify libcrypto libsafec" "$dir/build/pkgcheck"
+}
+
+# Linked with no undefined symbol left, and configured where neither OpenSSL nor pkg-config can be found.
+no_default_callbacks()
+{
+    build "$source" -DCMSVERIFY_DEFAULT_CALLBACKS=OFF -DBUILD_SHARED_LIBS=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,-z,defs \
+        -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON -DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON
+    grep -vx pelnic_set_callback_funcs "$tests/exported_symbols.txt" >"$dir/exports"
+    "$tests/check_binary.sh" exports "$dir/exports" "$dir/build/libcmsverify.so"
+    [ ! -e "$dir/build/pkgcheck" ] || fail "a checker was built"
+}
+
+placeholder_notice()
+{
+    configure "$source" -DPKGCHECK_ROOT_CERT=
+    case $said in
+        *"PKGCHECK_ROOT_CERT is not set: pkgcheck gets the placeholder root certificate"*) ;;
+        *) fail "no notice" "$said" ;;
+    esac
+    grep -oE '0x[0-9a-f]{2}' "$dir/build/pkgcheck_root.cpp" | sed 's/0x//' | xargs >"$dir/embedded"
+    od -An -v -tx1 "$source/tool/placeholder_root.der" | xargs >"$dir/placeholder"
+    cmp "$dir/embedded" "$dir/placeholder"
+    [ "$(wc -w <"$dir/embedded")" = 1363 ] || fail "not 1363 octets"
+}
+
+user_flags()
+{
+    build "$source" -DCMAKE_CXX_FLAGS=-fsanitize=address,undefined
+    for file in libcmsverify.a pkgcheck; do
+        nm "$dir/build/$file" | grep -q __asan_init || fail "$file is not sanitized"
+        nm "$dir/build/$file" | grep -q __ubsan_handle || fail "$file is not sanitized"
+    done
+}
+
+# refused FILE REASON
+refused()
+{
+    configure "$source" "-DPKGCHECK_ROOT_CERT=$dir/$1"
+    [ $configured != 0 ] || fail "$1 was accepted"
+    case $said in
+        *"Root certificate '$dir/$1': $2."*) ;;
+        *) fail "$1: not '$2'" "$said" ;;
+    esac
+}
+
+root_errors()
+{
+    certificate root "$ca" "$usage"
+    certificate not_a_ca 'basicConstraints = CA:FALSE' "$usage"
+    certificate no_constraints "$usage"
+    certificate no_cert_sign "$ca" 'keyUsage = cRLSign'
+    certificate no_crl_sign "$ca" 'keyUsage = keyCertSign'
+    certificate no_usage "$ca"
+    issued intermediate "/CN=TEST ONLY intermediate"
+    issued same_name "/CN=TEST ONLY root"
+    openssl x509 -in "$dir/root.pem" -outform DER -out "$dir/root.der"
+    head -c 300 "$dir/root.der" >"$dir/cut.der"
+    echo "no certificate" >"$dir/text"
+
+    refused missing.pem "no such file"
+    refused text "not a certificate in DER or PEM"
+    refused cut.der "not a certificate in DER or PEM"
+    refused own.key "not a certificate in DER or PEM"
+    refused intermediate.pem "not self-signed"
+    refused same_name.pem "not self-signed"
+    refused not_a_ca.pem "not a CA (basic constraints)"
+    refused no_constraints.pem "not a CA (basic constraints)"
+    refused no_cert_sign.pem "key usage without keyCertSign"
+    refused no_usage.pem "key usage without keyCertSign"
+    refused no_crl_sign.pem "key usage without cRLSign"
+
+    for form in pem der; do
+        configure "$source" "-DPKGCHECK_ROOT_CERT=$dir/root.$form"
+        [ $configured = 0 ] || fail "root.$form was refused" "$said"
+    done
+}
+
+# The project inside another one, which adds a checker with a root of its own.
+root_variant()
+{
+    certificate root "$ca" "$usage"
+    cat >"$dir/CMakeLists.txt" <<END
+cmake_minimum_required(VERSION 3.25)
+project(variant LANGUAGES C CXX)
+add_subdirectory("$source" cmsverify)
+add_pkgcheck(other_checker "$dir/root.pem")
+END
+    build "$dir"
+    status=0
+    "$dir/build/other_checker" || status=$?
+    [ $status = 234 ] || fail "status $status without an argument"
+    openssl x509 -in "$dir/root.pem" -outform DER | od -An -v -tx1 | tr -d ' \n' >"$dir/root.hex"
+    od -An -v -tx1 "$dir/build/other_checker" | tr -d ' \n' | grep -qFf "$dir/root.hex" || fail "the root is not inside"
+}
+
+"$1"
