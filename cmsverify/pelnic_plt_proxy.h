@@ -1,0 +1,104 @@
+// The library's only way to memory, strings, files, cryptography and the log: each proxy finds its callback in the
+// context's table, applies its own guards and forwards. No proxy logs; one that refuses does not touch its destination.
+// Without a context a proxy answers PELNIC_ERR_FAILED unless its line says otherwise.
+#ifndef PELNIC_PLT_PROXY_H
+#define PELNIC_PLT_PROXY_H
+
+#include "pelnic_vrf.h"
+
+// Memory. A count above destMax is PELNIC_ERR_SYS_MEM_OVERFLOW.
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
+// Allocates and clears. When the clearing fails the block is released but *out still holds its address: pass a local
+// and store it in a record only on success.
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc_with0(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_memset_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, PNV_INT c,
+                                                size_t count);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_memmove_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, const void* src,
+                                                 size_t count);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_memcpy_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, const void* src,
+                                                size_t count);
+void pelnic_free(const PELNIC_VRF* ctx, void* p); // null is not forwarded
+[[nodiscard]] PNV_INT pelnic_memcmp(const PELNIC_VRF* ctx, const void* a, const void* b, size_t n); // -1
+
+// Strings. A text that does not fit with its terminating zero is PELNIC_ERR_SYS_STR_OVERFLOW.
+[[nodiscard]] PNV_INT pelnic_strncmp(const PELNIC_VRF* ctx, const PNV_CHAR* a, const PNV_CHAR* b, size_t n);     // -1
+[[nodiscard]] const PNV_CHAR* pelnic_strstr(const PELNIC_VRF* ctx, const PNV_CHAR* hay, const PNV_CHAR* needle); // null
+[[nodiscard]] PNV_CHAR* pelnic_strchr(const PELNIC_VRF* ctx, PNV_CHAR* s, PNV_CHAR c);                           // null
+[[nodiscard]] PNV_UINT32 pelnic_strlen(const PELNIC_VRF* ctx, const PNV_CHAR* s);                                // 0
+[[nodiscard]] PNV_INT pelnic_strcmp(const PELNIC_VRF* ctx, const PNV_CHAR* a, const PNV_CHAR* b);                // -1
+// Without a context: PELNIC_ERR_NULL_POINTER.
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_strcpy_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax,
+                                                const PNV_CHAR* src);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_strcat_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax,
+                                                const PNV_CHAR* src);
+// -1 also when the callback, which may be null, is missing.
+[[nodiscard]] PNV_INT pelnic_vsnprintf_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax, size_t count,
+                                         const PNV_CHAR* format, va_list args);
+// The first of at most nS characters of s, up to its zero, that occurs in the string t; null when there is none or
+// when anything is null or 0. nT is tested for 0 only.
+[[nodiscard]] PNV_CHAR* pelnic_strchr_ex(const PELNIC_VRF* ctx, PNV_CHAR* s, PNV_UINT32 nS, PNV_CHAR* t, PNV_UINT32 nT);
+
+// Files
+[[nodiscard]] PNV_FILE_HANDLE pelnic_fopen(const PELNIC_VRF* ctx, const PNV_CHAR* path, const PNV_CHAR* mode); // null
+[[nodiscard]] size_t pelnic_fread(const PELNIC_VRF* ctx, void* buf, size_t size, PNV_FILE_HANDLE h);           // 0
+// A null handle or context: PELNIC_ERR_NULL_POINTER.
+PELNIC_ERROR_CODE pelnic_fclose(const PELNIC_VRF* ctx, PNV_FILE_HANDLE h);
+// A null handle or context, or a missing callback, gives PELNIC_ERR_NULL_POINTER as the size.
+[[nodiscard]] PNV_UINT64 pelnic_get_file_size(const PELNIC_VRF* ctx, PNV_FILE_HANDLE h);
+
+// Seconds since 1970-01-01 00:00:00 UTC; uYear up to 1900 counts from 1900, offset and milliseconds are ignored. A null
+// date gives the number PELNIC_ERR_NULL_POINTER as the time. Computed here: neither the context nor its mktime callback
+// is used.
+[[nodiscard]] PNV_TIME_T pelnic_mktime(const PELNIC_VRF* ctx, const PELNIC_DATETIME* date);
+
+// Cryptography. A missing callback is PELNIC_ERR_FAILED; the destory proxies do nothing then.
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_md_ctx_create(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX* out);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_md_init(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md, PNV_UINT32 hash_id);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_md_update(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md, const PNV_BYTE* data,
+                                                 PNV_UINT32 len);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_md_final(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md, PNV_BYTE* digest,
+                                                PNV_UINT32* len);
+void pelnic_md_ctx_destory(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_verify_ctx_create(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX* out);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_verify_init(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX vrf,
+                                                   const PELNIC_BIGINT* e, const PELNIC_BIGINT* n, PNV_UINT32 hash_id);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_verify_update(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX vrf,
+                                                     const PNV_BYTE* data, PNV_UINT32 len);
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_verify_final(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX vrf,
+                                                    const PNV_BYTE* signature, PNV_UINT32 len, PNV_INT* result);
+void pelnic_verify_ctx_destory(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX vrf);
+
+// Reports to the context's log callback, if there is one; levels below a warning are dropped. msg is a printf format or
+// null for no message; decoded text is only ever an argument. rc is 0 where there is no code.
+void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
+                         const PNV_CHAR* function, PELNIC_ERROR_CODE rc, const PNV_CHAR* msg, ...)
+    __attribute__((format(printf, 7, 8)));
+
+#define PNV_LOG(pVrf, level, rc, ...) pelnic_log_callback(pVrf, level, __FILE__, __LINE__, __func__, rc, __VA_ARGS__)
+
+// Logs a failure and has its code as value. rc is evaluated twice: pass a variable or a constant.
+#define PNV_FAIL(pVrf, rc) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, nullptr), rc)
+#define PNV_FAIL_MSG(pVrf, rc, ...) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, __VA_ARGS__), rc)
+
+// Undoes what the function has acquired so far, on every return until it is disarmed. Guards undo in reverse order.
+template <typename Undo> struct PNV_SCOPE_EXIT {
+    Undo undo;
+    bool armed = true;
+    ~PNV_SCOPE_EXIT()
+    {
+        if (armed) undo();
+    }
+};
+template <typename Undo> PNV_SCOPE_EXIT(Undo) -> PNV_SCOPE_EXIT<Undo>;
+
+// pelnic_malloc_with0 for one record: writes *ppRecord only on success.
+template <typename Record> [[nodiscard]] PELNIC_ERROR_CODE _pnvNewRecord(const PELNIC_VRF* pVrf, Record** ppRecord)
+{
+    void* block = nullptr;
+    PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, PNV_UINT32{sizeof(Record)});
+    if (rc != 0) return rc;
+    *ppRecord = static_cast<Record*>(block);
+    return 0;
+}
+
+#endif

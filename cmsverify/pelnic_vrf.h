@@ -1,0 +1,36 @@
+// The verify context, which every operation of the library takes first.
+#ifndef PELNIC_VRF_H
+#define PELNIC_VRF_H
+
+#include "pelnic_list.h"
+
+typedef struct pelnic_x509_crl_st PELNIC_X509_CRL;
+typedef struct pelnic_verify_digest_info_st PELNIC_VERIFY_DIGEST_INFO;
+
+PNV_DECLARE_LIST(PELNIC_X509_CRL);
+PNV_DECLARE_LIST(PELNIC_VERIFY_DIGEST_INFO);
+
+typedef void* PELNIC_PKI_CTX; // a PELNIC_PKI
+
+typedef struct pelnic_verify_process_st {
+    LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO md_info_list;
+} PELNIC_VERIFY_PROCESS;
+
+struct pelnic_vrf_st {
+    size_t st_size;
+    PNV_BOOL crl_frozen; // set by the first begin: no CRL can be added any more
+    PELNIC_CALLBACK_FUNCS callback_funcs;
+    PELNIC_VRF_PARAMS vrf_params;
+    PELNIC_PKI_CTX pki_ctx;
+    LIST_TYPE_PELNIC_X509_CRL crl_list; // added and not yet handed to the PKI object
+    PELNIC_VERIFY_PROCESS vrf_proc;
+    PNV_TIME_T base_time; // the time at which everything is judged
+    PELNIC_ERROR_CODE last_err;
+    PNV_INT curr_depth; // nested certificate verifications in progress
+    PNV_BYTE resv[64];
+    // Memory and verification callbacks that failed so far. Some failures pass for an answer where they happen, and a
+    // verdict that was reached meanwhile must not be an acceptance.
+    mutable PNV_UINT32 nCallbackFaults;
+};
+
+#endif
