@@ -1,0 +1,946 @@
+// The decoder. Recursion is as deep as the tables are nested, and they contain no cycle.
+#include "pelnic_asn1_decode.h"
+
+#include "pelnic_asn1_utils.h"
+#include "pelnic_plt_proxy.h"
+
+constexpr PNV_UINT32 HIGH_TAG_NUMBER = 31;
+constexpr PNV_BYTE LONG_LENGTH = 0x80;
+constexpr PNV_UINT32 MAX_LENGTH_OCTETS = 4;
+constexpr PNV_UINT32 MAX_INPUT = 0x7FFFFFFF; // cursor arithmetic is signed
+constexpr PNV_UINT32 MAX_INT_OCTETS = 4;
+constexpr PNV_BYTE CONSTRUCTED_BIT = 0x20;
+
+static void rewindTo(PELNIC_BUF* b, PNV_UINT32 start)
+{
+    (void)pelnic_buf_seek(b, static_cast<PNV_INT32>(start), CBSW_SET); // start was a position before the end
+}
+
+// ---- Tags and lengths
+
+PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* decodedBytes)
+{
+    if (pVrf == nullptr || b == nullptr || pTag == nullptr || decodedBytes == nullptr) return PELNIC_ERR_NULL_POINTER;
+    PNV_UINT32 start = 0;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PELNIC_ERR_ASN_TAG;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PNV_BYTE octet = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &octet);
+    if (rc != 0) return rc;
+    if ((octet & HIGH_TAG_NUMBER) == HIGH_TAG_NUMBER) {
+        PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, PELNIC_ERR_FAILED, nullptr);
+        return PELNIC_ERR_ASN_TAG;
+    }
+    PNV_INT consumed = 0;
+    if (pelnic_buf_get_offset(b, start, &consumed) != 0 || consumed < 0) {
+        PNV_LOG(pVrf, PELNIC_LOG_TYPE_WARNING, PELNIC_ERR_SYS_BUF_POS, nullptr);
+        return PELNIC_ERR_SYS_BUF_POS;
+    }
+    rewind.armed = false;
+    *pTag = pelnic_make_tag(static_cast<PELNIC_BER_CLASS>(octet >> 6), (octet & CONSTRUCTED_BIT) ? CBF_CONS : CBF_PRIM,
+                            static_cast<PELNIC_BER_TAG_CODE>(octet & 0x1F));
+    *decodedBytes = static_cast<PNV_UINT32>(consumed);
+    return 0;
+}
+
+PELNIC_ERROR_CODE pelnic_peek_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag)
+{
+    if (pVrf == nullptr || b == nullptr || pTag == nullptr) return PELNIC_ERR_NULL_POINTER;
+    PNV_UINT32 start = 0;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PELNIC_ERR_ASN_PEEK_TAG;
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
+    rewindTo(b, start);
+    return rc;
+}
+
+PELNIC_ERROR_CODE _pnvGetAsnLongInt(const PELNIC_VRF*, PELNIC_BUF* b, PNV_UINT32 nLen, PNV_UINT32* lenTemp)
+{
+    PNV_UINT32 value = 0;
+    for (PNV_UINT32 i = 0; i < nLen; ++i) {
+        PNV_BYTE octet = 0;
+        const PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &octet);
+        if (rc != 0) return rc;
+        value = value << 8 | octet;
+    }
+    *lenTemp = value;
+    return 0;
+}
+
+PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nLength, PNV_UINT32* bytesDecoded)
+{
+    if (pVrf == nullptr || b == nullptr || nLength == nullptr || bytesDecoded == nullptr) {
+        return PELNIC_ERR_NULL_POINTER;
+    }
+    PNV_UINT32 start = 0;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PELNIC_ERR_ASN_LENGTH;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PNV_BYTE first = 0;
+    PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &first);
+    if (rc != 0) return rc;
+    PNV_UINT32 length = first;
+    if ((first & LONG_LENGTH) != 0) {
+        const PNV_UINT32 octets = first & 0x7Fu;
+        if (octets == 0 || octets > MAX_LENGTH_OCTETS) return PELNIC_ERR_ASN_LENGTH; // 0 is the indefinite form
+        rc = _pnvGetAsnLongInt(pVrf, b, octets, &length);                            // leading zeros are accepted
+        if (rc != 0) return rc;
+    }
+    if (length > b->nBufLen - b->iCursor) return PELNIC_ERR_ASN_LENGTH;
+    PNV_INT consumed = 0;
+    if (pelnic_buf_get_offset(b, start, &consumed) != 0 || consumed < 0) return PELNIC_ERR_ASN_LENGTH;
+    rewind.armed = false;
+    *nLength = length;
+    *bytesDecoded = static_cast<PNV_UINT32>(consumed);
+    return 0;
+}
+
+PELNIC_ERROR_CODE _pnvCompareBerTag(const PELNIC_VRF*, const PELNIC_BER_TAG* tagTmp, const PELNIC_BER_TAG* pTag)
+{
+    if (tagTmp->cls != CBC_ANY_CLASS && tagTmp->cls != pTag->cls) return PELNIC_ERR_ASN_TAG_MISMATCH;
+    if (tagTmp->form != CBF_ANY_FORM && tagTmp->form != pTag->form) return PELNIC_ERR_ASN_TAG_MISMATCH;
+    if (tagTmp->code != CBT_ANY_CODE && tagTmp->code != pTag->code) return PELNIC_ERR_ASN_TAG_MISMATCH;
+    return 0;
+}
+
+// The templates of a constructed item.
+static const PELNIC_ASN1_TEMPLATE* templatesOf(const PELNIC_ASN1_ITEM* pItem)
+{
+    return static_cast<const PELNIC_ASN1_TEMPLATE*>(pItem->asn_templ);
+}
+
+PELNIC_ERROR_CODE _pnvCheckChoiceTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_ITEM* pAsnItem,
+                                     const PELNIC_BER_TAG* pTag)
+{
+    for (PNV_UINT32 i = 0; i < pAsnItem->templ_count; ++i) {
+        if (_pnvCheckTag(pVrf, templatesOf(pAsnItem) + i, pTag) == 0) return 0;
+    }
+    return PELNIC_ERR_ASN_TAG_MISMATCH;
+}
+
+static PELNIC_BER_TAG contextTag(PELNIC_BER_FORM form, PNV_UINT32 code)
+{
+    return pelnic_make_tag(CBC_CNTX, form, static_cast<PELNIC_BER_TAG_CODE>(code));
+}
+
+static PELNIC_BER_TAG ownTag(const PELNIC_ASN1_ITEM* pItem)
+{
+    return pelnic_make_tag(pItem->ber_class, pItem->ber_form, pItem->ber_code);
+}
+
+PELNIC_ERROR_CODE _pnvCheckTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pAsnTempl,
+                               const PELNIC_BER_TAG* pTag)
+{
+    if (pAsnTempl == nullptr || pTag == nullptr) return PELNIC_ERR_NULL_POINTER;
+    const PELNIC_ASN1_ITEM* const pItem = pAsnTempl->asn1_item;
+    const bool isOct = pItem->asn_func == &g_pnvAsnFuncOct;
+    PELNIC_BER_TAG expected = ownTag(pItem);
+    switch (pAsnTempl->tagType) {
+    case PNV_TAG_EXPLICIT:
+        expected = contextTag(CBF_CONS, pAsnTempl->tagCode);
+        if (isOct) expected.cls = CBC_UNIV; // an explicitly tagged octet string is looked for in this class
+        break;
+    case PNV_TAG_IMPLICIT:
+        expected = contextTag(pItem->ber_form, pAsnTempl->tagCode);
+        if (isOct && pTag->form == CBF_CONS) expected.form = CBF_CONS; // it may arrive constructed
+        break;
+    default:
+        if (pItem->asn_func == &g_pnvAsnFuncChoice) return _pnvCheckChoiceTag(pVrf, pItem, pTag);
+        break;
+    }
+    return _pnvCompareBerTag(pVrf, &expected, pTag);
+}
+
+// ---- What every kind begins and ends with
+
+static PELNIC_ERROR_CODE beginElement(PELNIC_BUF* b, const void* pObj, const PNV_UINT32* nDecoded,
+                                      const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_ERROR_CODE kindCode, PNV_UINT32* start)
+{
+    if (pObj == nullptr || nDecoded == nullptr || pTempl == nullptr) return PELNIC_ERR_NULL_POINTER;
+    return pelnic_buf_tell(b, start) != 0 || *start == PNV_POS_AT_END ? kindCode : 0;
+}
+
+// The octets between start, an answer of pelnic_buf_tell, and the cursor.
+static PELNIC_ERROR_CODE consumedSince(const PELNIC_BUF* b, PNV_UINT32 start, PELNIC_ERROR_CODE kindCode,
+                                       PNV_UINT32* consumed)
+{
+    PNV_INT offset = 0;
+    if (pelnic_buf_get_offset(b, start, &offset) != 0 || offset < 0) return kindCode;
+    *consumed = static_cast<PNV_UINT32>(offset);
+    return 0;
+}
+
+static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
+{
+    return pelnic_buf_seek(b, static_cast<PNV_INT32>(length), CBSW_CURRENT);
+}
+
+static bool isContentOnly(const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    return (pTempl->tagType & PNV_TAG_CONTENT_ONLY) != 0;
+}
+
+PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
+                                       PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code, PELNIC_BER_TAG* pTag,
+                                       PNV_UINT32* contentLength)
+{
+    PELNIC_BER_TAG expected = pelnic_make_tag(CBC_UNIV, form, code);
+    if ((pTempl->tagType & PNV_TAG_IMPLICIT) != 0) expected = contextTag(form, pTempl->tagCode);
+    if (isContentOnly(pTempl)) {
+        *pTag = expected;
+        return 0;
+    }
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
+    if (rc != 0) return rc;
+    if (_pnvCompareBerTag(pVrf, &expected, pTag) != 0) return PELNIC_ERR_ASN_TAG;
+    return pelnic_dec_len(pVrf, b, contentLength, &octets);
+}
+
+// The tag and length of any element, of an explicit tag for instance.
+static PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+{
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
+    return rc != 0 ? rc : pelnic_dec_len(pVrf, b, length, &octets);
+}
+
+// The length of an explicit tag is not compared with what the value inside consumes.
+static PELNIC_ERROR_CODE readExplicitHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    const PELNIC_BER_TAG expected = contextTag(CBF_CONS, pTempl->tagCode);
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, &tag, &octets);
+    if (rc != 0) return rc;
+    if (_pnvCompareBerTag(pVrf, &expected, &tag) != 0) return PELNIC_ERR_FAILED;
+    PNV_UINT32 length = 0;
+    return pelnic_dec_len(pVrf, b, &length, &octets);
+}
+
+// A copy of length octets, or null.
+static PNV_BYTE* copyOctets(const PELNIC_VRF* pVrf, const PNV_BYTE* octets, PNV_UINT32 length,
+                            PELNIC_ERROR_CODE kindCode, PELNIC_ERROR_CODE* rc)
+{
+    void* block = nullptr;
+    *rc = kindCode;
+    if (pelnic_malloc(pVrf, &block, length) != 0 || block == nullptr) return nullptr;
+    *rc = pelnic_memcpy_s(pVrf, block, length, octets, length);
+    if (*rc == 0) return static_cast<PNV_BYTE*>(block);
+    pelnic_free(pVrf, block);
+    return nullptr;
+}
+
+static void* newRecord(const PELNIC_VRF* pVrf, PNV_UINT32 size, PELNIC_ERROR_CODE* rc)
+{
+    void* block = nullptr;
+    *rc = pelnic_malloc_with0(pVrf, &block, size);
+    return *rc == 0 ? block : nullptr;
+}
+
+static void* at(void* pObj, PNV_UINT32 offset)
+{
+    return static_cast<PNV_BYTE*>(pObj) + offset;
+}
+
+static void*& pointerAt(void* pObj, PNV_UINT32 offset)
+{
+    return *static_cast<void**>(at(pObj, offset));
+}
+
+// ---- Octets
+
+// Reads an element of octets up to its end; octs points into the input.
+static PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
+                                    PELNIC_BER_TAG* pTag, const PNV_BYTE** octs, PNV_UINT32* length)
+{
+    if (readHeader(pVrf, b, pTag, length) != 0) return PELNIC_ERR_ASN_OCTS;
+    if (pTempl->asn1_item != nullptr) {
+        // Inside an explicit tag, which the field's reader has consumed, stands the item's own tag.
+        PELNIC_ASN1_TEMPLATE inner = *pTempl;
+        if (inner.tagType == PNV_TAG_EXPLICIT) inner.tagType = PNV_TAG_NONE;
+        if (_pnvCheckTag(pVrf, &inner, pTag) != 0) return PELNIC_ERR_ASN_OCTS;
+    }
+    *octs = pelnic_buf_get_point(b);
+    if (skip(b, *length) != 0) return PELNIC_ERR_ASN_OCTS;
+    if (pTag->code != CBT_INTEGER || *length == 0) return 0;
+    // An INTEGER of any class: the magnitude without leading zeros, and 0 has none.
+    for (; *length != 0 && **octs == 0; ++*octs) --*length;
+    return *length == 0 ? PELNIC_ERR_ASN_OCTS : 0;
+}
+
+PNV_UINT32 pelnic_dec_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                          const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_OCTS, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = 0;
+    const PNV_BYTE* octs = nullptr;
+    rc = readOctets(pVrf, b, pTempl, &tag, &octs, &length);
+    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_OCTS, nDecoded);
+    if (rc != 0) return rc;
+    PNV_BYTE* copy = nullptr;
+    if (length != 0) {
+        copy = copyOctets(pVrf, octs, length, PELNIC_ERR_ASN_OCTS, &rc);
+        if (copy == nullptr) return rc;
+    }
+    rewind.armed = false;
+    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, tag, copy};
+    return 0;
+}
+
+// An owned record of octets and its copy are one block: lists of revoked certificates hold two of them an entry.
+static PNV_BYTE* octsBehind(PELNIC_ASN_OCTS* pOcts)
+{
+    return reinterpret_cast<PNV_BYTE*>(pOcts + 1);
+}
+
+static bool isOctets(const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    if (pTempl->asn1_item == nullptr) return false;
+    const PELNIC_ASN1_FUNCTIONS* const pFunc = pTempl->asn1_item->asn_func;
+    return pFunc == &g_pnvAsnFuncOct || pFunc == &g_pnvAsnFuncBigInt;
+}
+
+// pelnic_dec_oct into such a block.
+static PELNIC_ERROR_CODE decodeOctetsRecord(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nDecoded,
+                                            const PELNIC_ASN1_TEMPLATE* pTempl, void** ppRecord)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, ppRecord, nDecoded, pTempl, PELNIC_ERR_ASN_OCTS, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = 0;
+    const PNV_BYTE* octs = nullptr;
+    rc = readOctets(pVrf, b, pTempl, &tag, &octs, &length);
+    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_OCTS, nDecoded);
+    if (rc != 0) return rc;
+    void* block = nullptr;
+    rc = pelnic_malloc(pVrf, &block, PNV_UINT32{sizeof(PELNIC_ASN_OCTS)} + length); // length is below 2^31
+    if (rc != 0 || block == nullptr) return rc != 0 ? rc : PELNIC_ERR_ASN_OCTS;
+    PELNIC_ASN_OCTS* const pOcts = static_cast<PELNIC_ASN_OCTS*>(block);
+    *pOcts = PELNIC_ASN_OCTS{length, tag, length != 0 ? octsBehind(pOcts) : nullptr};
+    if (length != 0) rc = pelnic_memcpy_s(pVrf, pOcts->octs, length, octs, length);
+    if (rc != 0) {
+        pelnic_free(pVrf, block);
+        return rc;
+    }
+    rewind.armed = false;
+    *ppRecord = block;
+    return 0;
+}
+
+PNV_UINT32 pelnic_dec_bigint(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                             const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    return pelnic_dec_oct(pVrf, b, pObj, nDecoded, pTempl);
+}
+
+void pelnic_free_oct(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PELNIC_ASN_OCTS* const pOcts = static_cast<PELNIC_ASN_OCTS*>(pObj);
+    if (pOcts == nullptr) return;
+    const bool inOneBlock =
+        (pTempl->flag & PNV_FLAG_POINTER) != 0 && isOctets(pTempl) && pOcts->octs == octsBehind(pOcts);
+    if (!inOneBlock) pelnic_free(pVrf, pOcts->octs);
+    pOcts->octs = nullptr;
+}
+
+static PNV_BYTE identifierOctet(const PELNIC_ASN1_ITEM* pItem)
+{
+    const PNV_UINT32 form = pItem->ber_form == CBF_CONS ? CONSTRUCTED_BIT : 0;
+    return static_cast<PNV_BYTE>(static_cast<PNV_UINT32>(pItem->ber_class) << 6 | form |
+                                 static_cast<PNV_UINT32>(pItem->ber_code));
+}
+
+PNV_UINT32 pelnic_peek_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                           const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_PEEK_OCTS, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }}; // also on success: the next template decodes the same element
+    const bool retagged = (pTempl->tagType & PNV_TAG_IMPLICIT) != 0;
+    const PELNIC_ASN1_ITEM* const becomes = static_cast<const PELNIC_ASN1_ITEM*>(pTempl->pDefaultVal);
+    if (retagged && becomes == nullptr) return PELNIC_ERR_ASN_PEEK_OCTS;
+    const PNV_BYTE* const encoding = pelnic_buf_get_point(b);
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = 0;
+    if (readHeader(pVrf, b, &tag, &length) != 0 || length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    PNV_UINT32 headerLength = 0;
+    rc = consumedSince(b, start, PELNIC_ERR_ASN_PEEK_OCTS, &headerLength);
+    if (rc != 0) return rc;
+    length += headerLength; // within the input
+    PNV_BYTE* const copy = copyOctets(pVrf, encoding, length, PELNIC_ERR_ASN_PEEK_OCTS, &rc);
+    if (copy == nullptr) return rc;
+    if (retagged) copy[0] = identifierOctet(becomes);
+    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, tag, copy};
+    *nDecoded = 0;
+    return 0;
+}
+
+PNV_UINT32 pelnic_link_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                           const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_PEEK_OCTS, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }}; // also on success
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = 0;
+    if (readHeader(pVrf, b, &tag, &length) != 0 || length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    PNV_UINT32 headerLength = 0;
+    rc = consumedSince(b, start, PELNIC_ERR_ASN_PEEK_OCTS, &headerLength);
+    if (rc != 0) return rc;
+    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, tag, const_cast<PNV_BYTE*>(pelnic_buf_get_point(b))};
+    *nDecoded = headerLength;
+    return 0;
+}
+
+void pelnic_free_link_oct(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*) {}
+
+static void freeRecord(const PELNIC_VRF* pVrf, void* pRecord, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    pTempl->asn1_item->asn_func->pFree(pVrf, pRecord, pTempl);
+    pelnic_free(pVrf, pRecord);
+}
+
+// Decodes a value into a new record; *ppRecord is written only on success.
+static PELNIC_ERROR_CODE decodeRecord(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nDecoded,
+                                      const PELNIC_ASN1_TEMPLATE* pTempl, void** ppRecord)
+{
+    if (isOctets(pTempl)) return decodeOctetsRecord(pVrf, b, nDecoded, pTempl, ppRecord);
+    PELNIC_ERROR_CODE rc = 0;
+    void* const pRecord = newRecord(pVrf, pTempl->asn1_item->item_szie, &rc);
+    if (pRecord == nullptr) return rc;
+    rc = pTempl->asn1_item->asn_func->pDecode(pVrf, b, pRecord, nDecoded, pTempl);
+    if (rc != 0) {
+        pelnic_free(pVrf, pRecord); // its contents went with the failure
+        return rc;
+    }
+    *ppRecord = pRecord;
+    return 0;
+}
+
+// ---- BIT STRING, INTEGER, ENUMERATED, BOOLEAN
+
+PNV_UINT32 pelnic_dec_bits(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                           const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_BITS, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = isContentOnly(pTempl) ? *nDecoded : 0;
+    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_PRIM, CBT_BITSTRING, &tag, &length);
+    if (rc != 0) return rc;
+    PNV_BYTE unused = 0;
+    if (length == 0 || pelnic_buf_get(b, &unused) != 0) return PELNIC_ERR_ASN_BITS;
+    const PNV_UINT32 byteLen = length - 1;
+    if (unused > 8 || unused > PNV_UINT64{byteLen} * 8) return PELNIC_ERR_ASN_BITS;
+    const PNV_BYTE* const octets = pelnic_buf_get_point(b);
+    if (skip(b, byteLen) != 0) return PELNIC_ERR_ASN_BITS;
+    PNV_BYTE* copy = nullptr;
+    if (byteLen != 0) {
+        copy = copyOctets(pVrf, octets, byteLen, PELNIC_ERR_ASN_BITS, &rc);
+        if (copy == nullptr) return PELNIC_ERR_ASN_BITS;
+    }
+    rc = consumedSince(b, start, PELNIC_ERR_ASN_BITS, nDecoded);
+    if (rc != 0) {
+        pelnic_free(pVrf, copy);
+        return rc;
+    }
+    rewind.armed = false;
+    const PNV_UINT64 bitLen = PNV_UINT64{byteLen} * 8 - unused;
+    *static_cast<PELNIC_ASN_BITS*>(pObj) = PELNIC_ASN_BITS{static_cast<PNV_UINT32>(bitLen), tag, copy, byteLen};
+    return 0;
+}
+
+void pelnic_free_bits(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE*)
+{
+    PELNIC_ASN_BITS* const pBits = static_cast<PELNIC_ASN_BITS*>(pObj);
+    if (pBits == nullptr) return;
+    pelnic_free(pVrf, pBits->bits);
+    pBits->bits = nullptr;
+}
+
+PELNIC_ERROR_CODE _pnvDecodeInteger(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_INT32* pValue, PNV_UINT32* nDecoded,
+                                    const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_BER_TAG_CODE code)
+{
+    if (code != CBT_INTEGER && code != CBT_ENUM) return PELNIC_ERR_NULL_POINTER;
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pValue, nDecoded, pTempl, PELNIC_ERR_ASN_INT, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = isContentOnly(pTempl) ? *nDecoded : 0;
+    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_PRIM, code, &tag, &length);
+    if (rc != 0) return rc;
+    if (length == 0 || length > MAX_INT_OCTETS) return PELNIC_ERR_ASN_INT;
+    const PNV_BYTE* const first = pelnic_buf_get_point(b);
+    if (first == nullptr) return PELNIC_ERR_ASN_INT;
+    PNV_UINT32 value = (*first & 0x80) != 0 ? 0xFFFFFFFFu : 0; // sign extension, in unsigned arithmetic
+    for (PNV_UINT32 i = 0; i < length; ++i) {
+        PNV_BYTE octet = 0;
+        if (pelnic_buf_get(b, &octet) != 0) return PELNIC_ERR_ASN_INT;
+        value = value << 8 | octet;
+    }
+    rc = consumedSince(b, start, PELNIC_ERR_ASN_INT, nDecoded);
+    if (rc != 0) return rc;
+    rewind.armed = false;
+    *pValue = static_cast<PNV_INT32>(value);
+    return 0;
+}
+
+PNV_UINT32 pelnic_dec_int(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                          const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    return _pnvDecodeInteger(pVrf, b, static_cast<PELNIC_ASN_INT*>(pObj), nDecoded, pTempl, CBT_INTEGER);
+}
+
+PNV_UINT32 pelnic_dec_enum(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                           const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    return _pnvDecodeInteger(pVrf, b, static_cast<PELNIC_ASN_ENUM*>(pObj), nDecoded, pTempl, CBT_ENUM);
+}
+
+void pelnic_free_int(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*) {}
+
+void pelnic_free_enum(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*) {}
+
+PNV_UINT32 pelnic_dec_bool(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                           const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_BOOL, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = isContentOnly(pTempl) ? *nDecoded : 0;
+    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_PRIM, CBT_BOOLEAN, &tag, &length);
+    if (rc != 0) return rc;
+    PNV_BYTE octet = 0;
+    if (length != 1 || pelnic_buf_get(b, &octet) != 0) return PELNIC_ERR_ASN_BOOL;
+    rc = consumedSince(b, start, PELNIC_ERR_ASN_BOOL, nDecoded);
+    if (rc != 0) return rc;
+    rewind.armed = false;
+    *static_cast<PELNIC_ASN_BOOL*>(pObj) = octet != 0 ? 1 : 0;
+    return 0;
+}
+
+void pelnic_free_bool(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*) {}
+
+// ---- SEQUENCE
+
+PELNIC_ERROR_CODE _pnvSeqCheckRemainOptional(const PELNIC_ASN1_ITEM* pItem, PNV_UINT32 index)
+{
+    for (PNV_UINT32 i = index; i < pItem->templ_count; ++i) {
+        if ((templatesOf(pItem)[i].flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0) return PELNIC_ERR_ASN_SEQ;
+    }
+    return 0;
+}
+
+// Decodes a field's value, its explicit tag consumed, into a new record or in place.
+static PELNIC_ERROR_CODE decodeFieldValue(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                                          const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    void* const place = at(pObj, pTempl->offset_val);
+    if ((pTempl->flag & PNV_FLAG_POINTER) == 0) {
+        return pTempl->asn1_item->asn_func->pDecode(pVrf, b, place, nDecoded, pTempl);
+    }
+    return decodeRecord(pVrf, b, nDecoded, pTempl, &pointerAt(place, 0));
+}
+
+PELNIC_ERROR_CODE _pnvDecSeqValue(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                                  const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_PEEK_TAG, &start);
+    if (rc != 0) return rc;
+    if ((pTempl->flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) != 0) {
+        PELNIC_BER_TAG tag = {};
+        rc = pelnic_peek_tag(pVrf, b, &tag);
+        if (rc != 0) return rc;
+        if (_pnvCheckTag(pVrf, pTempl, &tag) != 0) {
+            if ((pTempl->flag & PNV_FLAG_POINTER) != 0) pointerAt(pObj, pTempl->offset_val) = nullptr;
+            *nDecoded = 0;
+            return 0;
+        }
+    }
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PNV_UINT32 outerOctets = 0;
+    if (pTempl->tagType == PNV_TAG_EXPLICIT) {
+        rc = readExplicitHeader(pVrf, b, pTempl);
+        if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_SEQ, &outerOctets);
+        if (rc != 0) return rc;
+    }
+    rc = decodeFieldValue(pVrf, b, pObj, nDecoded, pTempl);
+    if (rc != 0) return rc;
+    rewind.armed = false;
+    *nDecoded += outerOctets;
+    return 0;
+}
+
+// Decodes the fields in order into a record; on failure leaves what it made for the free walk.
+static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
+                                      const PELNIC_ASN1_TEMPLATE* pTempl, PNV_UINT32 contentLength)
+{
+    const PELNIC_ASN1_ITEM* const pItem = pTempl->asn1_item;
+    const bool bounded = !isContentOnly(pTempl);
+    PNV_UINT32 contentStart = 0;
+    if (pelnic_buf_tell(b, &contentStart) != 0) return PELNIC_ERR_ASN_SEQ;
+    PNV_UINT32 consumed = 0;
+    PELNIC_ERROR_CODE rc = 0;
+    for (PNV_UINT32 i = 0; i < pItem->templ_count; ++i) {
+        const PELNIC_ASN1_TEMPLATE* const field = templatesOf(pItem) + i;
+        rc = consumedSince(b, contentStart, PELNIC_ERR_ASN_SEQ, &consumed);
+        if (rc != 0) return rc;
+        if (bounded && consumed == contentLength) return _pnvSeqCheckRemainOptional(pItem, i);
+        if (bounded && consumed > contentLength) return PELNIC_ERR_ASN_SEQ;
+        PNV_UINT32 octets = 0;
+        rc = (field->flag & PNV_FLAG_ANY) != 0 ? pelnic_dec_any(pVrf, b, pObj, &octets, field)
+                                               : _pnvDecSeqValue(pVrf, b, pObj, &octets, field);
+        if (rc != 0) return rc;
+    }
+    if (!bounded) return 0;
+    rc = consumedSince(b, contentStart, PELNIC_ERR_ASN_SEQ, &consumed);
+    if (rc != 0 || consumed == contentLength) return rc;
+    // A last field that ends beyond the content would let decoded values lie outside the signed octets.
+    if (consumed > contentLength) return PELNIC_ERR_ASN_SEQ;
+    // Content left over is not refused: one identifier octet of it is consumed and decoding goes on behind it.
+    PELNIC_BER_TAG tag = {};
+    return pelnic_dec_tag(pVrf, b, &tag, &consumed) != 0 ? PELNIC_ERR_ASN_SEQ : 0;
+}
+
+PNV_UINT32 pelnic_dec_seq(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                          const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_SEQ, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 contentLength = isContentOnly(pTempl) ? *nDecoded : 0;
+    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_CONS, pTempl->asn1_item->ber_code, &tag, &contentLength);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT freeFields{[&] { pelnic_free_seq(pVrf, pObj, pTempl); }};
+    rc = decodeFields(pVrf, b, pObj, pTempl, contentLength);
+    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_SEQ, nDecoded);
+    if (rc != 0) return rc;
+    freeFields.armed = false;
+    rewind.armed = false;
+    return 0;
+}
+
+// Frees a value that lies in place or, with the pointer flag, in a record of its own, which goes with it.
+static void freeValue(const PELNIC_VRF* pVrf, void* place, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    if ((pTempl->flag & PNV_FLAG_POINTER) == 0) {
+        pTempl->asn1_item->asn_func->pFree(pVrf, place, pTempl);
+        return;
+    }
+    void*& pRecord = pointerAt(place, 0);
+    if (pRecord != nullptr) freeRecord(pVrf, pRecord, pTempl);
+    pRecord = nullptr;
+}
+
+void pelnic_free_seq(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    if (pObj == nullptr) return;
+    // From the last to the first, so that an ANY still finds the field that selects its type.
+    for (PNV_UINT32 i = pTempl->asn1_item->templ_count; i-- > 0;) {
+        const PELNIC_ASN1_TEMPLATE* const field = templatesOf(pTempl->asn1_item) + i;
+        if ((field->flag & PNV_FLAG_ANY) != 0) {
+            pelnic_free_any(pVrf, pObj, field);
+        } else {
+            freeValue(pVrf, at(pObj, field->offset_val), field);
+        }
+    }
+}
+
+// ---- SET OF and SEQUENCE OF
+
+// An element always is a record of its own; the pointer flag of its row speaks of the list.
+static PELNIC_ASN1_TEMPLATE ownedElement(const PELNIC_ASN1_TEMPLATE* pElement)
+{
+    PELNIC_ASN1_TEMPLATE element = *pElement;
+    element.flag = static_cast<PNV_UINT16>(element.flag | PNV_FLAG_POINTER);
+    return element;
+}
+
+PELNIC_ERROR_CODE _pnv_dec_seq_elem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_LIST_DUMMY* pList,
+                                    PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pElement)
+{
+    const PELNIC_ASN1_TEMPLATE element = ownedElement(pElement);
+    void* pRecord = nullptr;
+    PELNIC_ERROR_CODE rc = decodeRecord(pVrf, b, nDecoded, &element, &pRecord);
+    if (rc != 0) return rc;
+    rc = pelnic_list_add(pVrf, pList, pRecord, CLSP_END);
+    if (rc != 0) freeRecord(pVrf, pRecord, &element);
+    return rc;
+}
+
+// The list of an element template inside its record, or null.
+static PELNIC_LIST_DUMMY* listIn(void* pObj, const PELNIC_ASN1_TEMPLATE* pElement)
+{
+    const bool owned = (pElement->flag & PNV_FLAG_POINTER) != 0;
+    return static_cast<PELNIC_LIST_DUMMY*>(owned ? pointerAt(pObj, pElement->offset_val)
+                                                 : at(pObj, pElement->offset_val));
+}
+
+static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
+                                        const PELNIC_ASN1_TEMPLATE* pElement, PNV_UINT32 contentLength)
+{
+    if ((pElement->flag & PNV_FLAG_POINTER) != 0) {
+        PELNIC_ERROR_CODE rc = 0;
+        pointerAt(pObj, pElement->offset_val) = newRecord(pVrf, PNV_UINT32{sizeof(PELNIC_LIST_DUMMY)}, &rc);
+        if (rc != 0) return PELNIC_ERR_ASN_SETOF;
+    }
+    PELNIC_LIST_DUMMY* const pList = listIn(pObj, pElement);
+    const PNV_UINT32 capacity = static_cast<PNV_UINT32>(reinterpret_cast<uintptr_t>(pElement->pDefaultVal));
+    if (pelnic_list_init(pVrf, pList, capacity) != 0) return PELNIC_ERR_ASN_SETOF;
+
+    PNV_UINT32 contentStart = 0;
+    if (pelnic_buf_tell(b, &contentStart) != 0) return PELNIC_ERR_ASN_SETOF;
+    PNV_UINT32 consumed = 0;
+    while (consumed < contentLength) {
+        const PNV_UINT32 before = consumed;
+        PNV_UINT32 octets = 0;
+        if (_pnv_dec_seq_elem(pVrf, b, pList, &octets, pElement) != 0) return PELNIC_ERR_ASN_SETOF;
+        if (consumedSince(b, contentStart, PELNIC_ERR_ASN_SETOF, &consumed) != 0) return PELNIC_ERR_ASN_SETOF;
+        if (consumed == before) return PELNIC_ERR_ASN_SETOF; // or it would never end
+    }
+    return consumed == contentLength ? 0 : PELNIC_ERR_ASN_SETOF;
+}
+
+PNV_UINT32 pelnic_dec_setof(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                            const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_SETOF, &start);
+    if (rc != 0) return rc;
+    const PELNIC_ASN1_ITEM* const pItem = pTempl->asn1_item;
+    if (pItem->templ_count != 1) return PELNIC_ERR_NULL_POINTER;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 contentLength = isContentOnly(pTempl) ? *nDecoded : 0;
+    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_CONS, pItem->ber_code, &tag, &contentLength);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT freeList{[&] { pelnic_free_setof(pVrf, pObj, pTempl); }};
+    rc = decodeElements(pVrf, b, pObj, templatesOf(pItem), contentLength);
+    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_SETOF, nDecoded);
+    if (rc != 0) return rc;
+    freeList.armed = false;
+    rewind.armed = false;
+    return 0;
+}
+
+void pelnic_free_setof(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    if (pObj == nullptr || pTempl->asn1_item->templ_count != 1) return;
+    const PELNIC_ASN1_TEMPLATE* const pElement = templatesOf(pTempl->asn1_item);
+    PELNIC_LIST_DUMMY* const pList = listIn(pObj, pElement);
+    if (pList == nullptr) return;
+    const PELNIC_ASN1_TEMPLATE element = ownedElement(pElement);
+    for (PNV_UINT32 i = 0; pList->data != nullptr && i < pList->num; ++i) freeRecord(pVrf, pList->data[i], &element);
+    pelnic_free(pVrf, pList->data);
+    *pList = PELNIC_LIST_DUMMY{};
+    if ((pElement->flag & PNV_FLAG_POINTER) == 0) return;
+    pelnic_free(pVrf, pList);
+    pointerAt(pObj, pElement->offset_val) = nullptr;
+}
+
+// ---- CHOICE
+
+// The index of the first alternative that expects the tag, or templ_count.
+static PNV_UINT32 findAlternative(const PELNIC_VRF* pVrf, const PELNIC_ASN1_ITEM* pItem, const PELNIC_BER_TAG* pTag)
+{
+    PNV_UINT32 index = 0;
+    while (index < pItem->templ_count && _pnvCheckTag(pVrf, templatesOf(pItem) + index, pTag) != 0) ++index;
+    return index;
+}
+
+PNV_UINT32 pelnic_dec_choice(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                             const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_CHOICE, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    const PELNIC_ASN1_ITEM* const pItem = pTempl->asn1_item;
+    PELNIC_BER_TAG tag = {};
+    if (pelnic_peek_tag(pVrf, b, &tag) != 0) return PELNIC_ERR_ASN_CHOICE;
+    PELNIC_ASN_CHOICE* const pChoice = static_cast<PELNIC_ASN_CHOICE*>(pObj);
+    const PNV_UINT32 index = findAlternative(pVrf, pItem, &tag);
+    if (index == pItem->templ_count) return PELNIC_ERR_ASN_CHOICE;
+    pChoice->index = index;
+
+    // The value lies behind the index, wherever the alternative's row places it.
+    PELNIC_ASN1_TEMPLATE alternative = templatesOf(pItem)[index];
+    alternative.offset_val = 0;
+    PNV_SCOPE_EXIT freeChoice{[&] { pelnic_free_choice(pVrf, pObj, pTempl); }};
+    if (alternative.tagType == PNV_TAG_EXPLICIT && readExplicitHeader(pVrf, b, &alternative) != 0) {
+        return PELNIC_ERR_ASN_CHOICE;
+    }
+    if (decodeFieldValue(pVrf, b, &pChoice->value, nDecoded, &alternative) != 0) return PELNIC_ERR_ASN_CHOICE;
+    rc = consumedSince(b, start, PELNIC_ERR_ASN_CHOICE, nDecoded);
+    if (rc != 0) return rc;
+    freeChoice.armed = false;
+    rewind.armed = false;
+    return 0;
+}
+
+void pelnic_free_choice(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PELNIC_ASN_CHOICE* const pChoice = static_cast<PELNIC_ASN_CHOICE*>(pObj);
+    if (pChoice == nullptr || pChoice->index >= pTempl->asn1_item->templ_count) return;
+    freeValue(pVrf, &pChoice->value, templatesOf(pTempl->asn1_item) + pChoice->index);
+}
+
+// ---- ANY
+
+const PELNIC_ASN1_TEMPLATE* _pnvFindTemplateFromAnyMap(const PELNIC_VRF* pVrf, const void* pObj,
+                                                       const PELNIC_ASN1_TEMPLATE* pField)
+{
+    const PELNIC_ASN_OID* const selector =
+        reinterpret_cast<const PELNIC_ASN_OID*>(static_cast<const PNV_BYTE*>(pObj) + pField->offset_type);
+    const PELNIC_ASN1_ANY_MAP* const map = static_cast<const PELNIC_ASN1_ANY_MAP*>(pField->asn1_item->asn_templ);
+    const bool byNumber = (pField->flag & PNV_FLAG_ANY_NUMBER) != 0;
+    for (PNV_UINT32 i = 0; i < pField->asn1_item->templ_count; ++i) {
+        if (byNumber) {
+            if (static_cast<PNV_UINT32>(map[i].iAnyId) == selector->len) return map[i].pstAnyTempl;
+            continue;
+        }
+        const PELNIC_ASN_OID* const oid = pelnic_find_oid(pVrf, static_cast<PELNIC_AOIDS>(map[i].iAnyId));
+        if (oid == nullptr) return nullptr; // an identifier outside the table ends the search
+        if (pelnic_compare_asn_octs(pVrf, oid, selector) == 0) return map[i].pstAnyTempl;
+    }
+    return nullptr;
+}
+
+PELNIC_ASN1_TEMPLATE _pnvAdaptTagOfAnyTempl(const PELNIC_ASN1_TEMPLATE* pField, const PELNIC_ASN1_TEMPLATE* pChosen)
+{
+    PELNIC_ASN1_TEMPLATE adapted = *pChosen;
+    if (pField->tagType == PNV_TAG_NONE) return adapted;
+    const bool implicit = pField->tagType == PNV_TAG_IMPLICIT && pChosen->asn1_item->asn_func != &g_pnvAsnFuncChoice;
+    adapted.tagType = implicit ? PNV_TAG_IMPLICIT : PNV_TAG_EXPLICIT;
+    adapted.tagCode = pField->tagCode;
+    return adapted;
+}
+
+// The tag an ANY field begins with. Only an octet string's differs from what _pnvCheckTag says of the adapted template.
+static bool beginsAny(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pAdapted, const PELNIC_BER_TAG* pTag)
+{
+    if (pAdapted->tagType == PNV_TAG_NONE) return _pnvCheckTag(pVrf, pAdapted, pTag) == 0;
+    const PELNIC_BER_FORM form = pAdapted->tagType == PNV_TAG_IMPLICIT ? pAdapted->asn1_item->ber_form : CBF_CONS;
+    const PELNIC_BER_TAG expected = contextTag(form, pAdapted->tagCode);
+    return _pnvCompareBerTag(pVrf, &expected, pTag) == 0;
+}
+
+PELNIC_ERROR_CODE _pnvDecAnyItem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nDecoded,
+                                 const PELNIC_ASN1_TEMPLATE* pField, const PELNIC_ASN1_TEMPLATE* pChosen,
+                                 void** ppRecord)
+{
+    const PELNIC_ASN1_TEMPLATE adapted = _pnvAdaptTagOfAnyTempl(pField, pChosen);
+    PELNIC_BER_TAG tag = {};
+    PELNIC_ERROR_CODE rc = pelnic_peek_tag(pVrf, b, &tag);
+    if (rc != 0) return rc;
+    // A required field with another tag is left to the target's own decoder.
+    if ((pField->flag & PNV_FLAG_OPTIONAL) != 0 && !beginsAny(pVrf, &adapted, &tag)) return PELNIC_ERR_ASN_ANY_ABSENT;
+
+    const PELNIC_ASN1_ITEM* const pItem = adapted.asn1_item;
+    void* const pRecord = newRecord(pVrf, pItem->item_szie, &rc);
+    if (pRecord == nullptr) return PELNIC_ERR_ASN_ANY;
+    PNV_SCOPE_EXIT releaseRecord{[&] { pelnic_free(pVrf, pRecord); }};
+    PNV_UINT32 length = 0;
+    if (adapted.tagType == PNV_TAG_EXPLICIT) {
+        rc = readHeader(pVrf, b, &tag, &length); // skipped, whatever tag it is
+        if (rc != 0) return rc;
+    }
+    rc = pItem->asn_func->pDecode(pVrf, b, pRecord, nDecoded, &adapted);
+    if (rc != 0) return rc;
+    releaseRecord.armed = false;
+    *ppRecord = pRecord;
+    return 0;
+}
+
+PNV_UINT32 pelnic_dec_any(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
+                          const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    PNV_UINT32 start = 0;
+    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_ANY, &start);
+    if (rc != 0) return rc;
+    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    const PELNIC_ASN1_TEMPLATE* const pChosen = _pnvFindTemplateFromAnyMap(pVrf, pObj, pTempl);
+    if (pChosen == nullptr) {
+        const PELNIC_ERROR_CODE notFound = PELNIC_ERR_ASN_ANY;
+        return PNV_FAIL_MSG(pVrf, notFound, "map template not found.");
+    }
+    void* pRecord = nullptr;
+    rc = _pnvDecAnyItem(pVrf, b, nDecoded, pTempl, pChosen, &pRecord);
+    if (rc == PELNIC_ERR_ASN_ANY_ABSENT) {
+        *nDecoded = 0;
+        return 0;
+    }
+    if (rc != 0) return rc;
+    pointerAt(pObj, pTempl->offset_val) = pRecord;
+    rewind.armed = false;
+    return consumedSince(b, start, PELNIC_ERR_ASN_ANY, nDecoded);
+}
+
+void pelnic_free_any(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    if (pObj == nullptr) return;
+    void*& pRecord = pointerAt(pObj, pTempl->offset_val);
+    if (pRecord == nullptr) return;
+    const PELNIC_ASN1_TEMPLATE* const pChosen = _pnvFindTemplateFromAnyMap(pVrf, pObj, pTempl);
+    if (pChosen != nullptr) {
+        PELNIC_ASN1_TEMPLATE chosen = *pChosen;
+        chosen.flag = 0; // octets chosen by an ANY are a block of their own
+        chosen.asn1_item->asn_func->pFree(pVrf, pRecord, &chosen);
+    }
+    pelnic_free(pVrf, pRecord);
+    pRecord = nullptr;
+}
+
+// ---- Entry points
+
+// What the engine is called with for a whole value.
+static PELNIC_ASN1_TEMPLATE topLevel(const PELNIC_ASN1_ITEM* pAsnItem, PNV_BYTE flag)
+{
+    PELNIC_ASN1_TEMPLATE templ = {};
+    templ.asn1_item = pAsnItem;
+    templ.tagType = flag & PNV_TAG_CONTENT_ONLY;
+    templ.flag = PNV_FLAG_POINTER | flag;
+    return templ;
+}
+
+PELNIC_ERROR_CODE pelnic_asn_decode(const PELNIC_VRF* pVrf, const PNV_BYTE* pbBuf, PNV_UINT32 nBufLen,
+                                    const PELNIC_ASN1_ITEM* pAsnItem, PNV_BYTE flag, void** ppResult,
+                                    PNV_UINT32* nDecoded)
+{
+    if (pVrf == nullptr || pbBuf == nullptr || nBufLen == 0 || pAsnItem == nullptr || ppResult == nullptr ||
+        nDecoded == nullptr) {
+        return PELNIC_ERR_NULL_POINTER;
+    }
+    PELNIC_BUF b = {};
+    if (nBufLen > MAX_INPUT || pelnic_buf_init(&b, pbBuf, nBufLen) != 0) return PELNIC_ERR_ASN_DECODE;
+    const PELNIC_ASN1_TEMPLATE templ = topLevel(pAsnItem, flag);
+    void* pRecord = nullptr;
+    PNV_UINT32 consumed = nBufLen; // the content's length, when there is no header to tell it
+    if (decodeRecord(pVrf, &b, &consumed, &templ, &pRecord) != 0) return PELNIC_ERR_ASN_DECODE;
+    *ppResult = pRecord;
+    *nDecoded = consumed;
+    return 0;
+}
+
+void pelnic_asn_free(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_ITEM* pAsnItem, PNV_BYTE flag)
+{
+    if (pVrf == nullptr || pObj == nullptr || pAsnItem == nullptr) return;
+    const PELNIC_ASN1_TEMPLATE templ = topLevel(pAsnItem, flag);
+    freeRecord(pVrf, pObj, &templ);
+}
