@@ -1,0 +1,191 @@
+// What a good verdict does not promise. Each of these rules is weaker than a reader may expect, on purpose, and each is
+// pinned here so that it changes only knowingly. A package that is accepted unsigned is tested with the checker.
+#include "support/signature.h"
+#include "support/temp_dir.h"
+
+namespace pnvtest {
+namespace {
+
+class KnownLimit : public SignatureTest {
+protected:
+    // A token that says any time, signed by nobody.
+    static TokenSpec UnsignedToken(std::string_view time)
+    {
+        TokenSpec token;
+        token.time = GenTime(time);
+        return token;
+    }
+    CmsSpec StampedWith(const TokenSpec& token) { return DemoCms(pki_, token); }
+
+    CmsSpec TwoDirectSigners()
+    {
+        CmsSpec cms = Direct(DemoCms(pki_));
+        cms.signers.push_back(cms.signers[0]);
+        return cms;
+    }
+    CmsSpec WithoutSigners()
+    {
+        CmsSpec cms = DemoCms(pki_);
+        cms.signers.clear();
+        return cms;
+    }
+    void ExpectVerdict(const CmsSpec& cms, Verdict verdict)
+    {
+        SignatureTest::ExpectVerdict(DetachedCms(payload_, cms), verdict);
+    }
+};
+
+// ---- Whoever makes the package can choose the time of the verification ----
+
+TEST_F(KnownLimit, TokenWithoutSignersPasses)
+{
+    ExpectAccepted(StampedWith(UnsignedToken("20260101000000Z")));
+}
+
+TEST_F(KnownLimit, TokenWithoutSignersMovesTheTimeBeforeARevocation)
+{
+    pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
+    ExpectRefused(StampedWith(DemoToken(pki_)), PELNIC_ERR_CERT_VERIFY);
+    ExpectAccepted(StampedWith(UnsignedToken("20250531235959Z")));
+}
+
+TEST_F(KnownLimit, TokenWithoutSignersMovesTheTimeIntoAValidity)
+{
+    pki_.signer.notAfter = UtcTime("251231235959Z");
+    ExpectRefused(StampedWith(DemoToken(pki_)), PELNIC_ERR_CERT_VERIFY);
+    ExpectAccepted(StampedWith(UnsignedToken("20251231235959Z")));
+}
+
+// ---- The CRL comes with the package ----
+
+TEST_F(KnownLimit, OldGenuineCrlHidesARevocationUpToItsNextUpdate)
+{
+    const CrlSpec old = pki_.signingCrl; // before the revocation, and current until 2035
+    pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
+    ExpectRefused(DemoCms(pki_), PELNIC_ERR_CERT_VERIFY);
+    pki_.signingCrl = old;
+    ExpectAccepted(DemoCms(pki_));
+    pki_.signingCrl.nextUpdate = UtcTime("251231235959Z");
+    ExpectRefused(DemoCms(pki_), PELNIC_ERR_CERT_VERIFY);
+}
+
+// ---- The chain ends at a direct CRL ----
+
+// A CA with a second certificate for another key. Its CRL is signed with the first key and proves the first
+// certificate; the second one, which issued the signer, is used as a key and never judged itself.
+class ReKeyedCa : public KnownLimit {
+protected:
+    ReKeyedCa()
+    {
+        newCa_.key = KeyId::Rsa2048G;
+        newCa_.serial = {0x55};
+        pki_.signer = IssuedBy(pki_.signer, newCa_);
+    }
+    CmsSpec Cms()
+    {
+        CmsSpec cms = DemoCms(pki_);
+        cms.certificates.push_back(Build(newCa_));
+        return cms;
+    }
+
+    CertSpec newCa_ = pki_.signingCa;
+};
+
+TEST_F(ReKeyedCa, IsNotCheckedForRevocation)
+{
+    pki_.rootCrl.revoked = {{newCa_.serial, UtcTime("250601000000Z"), 1}};
+    ExpectAccepted(Cms());
+    pki_.signingCrl.issuerKey = newCa_.key; // now the CRL proves the revoked certificate
+    ExpectRefused(Cms(), PELNIC_ERR_CERT_VERIFY);
+}
+
+TEST_F(ReKeyedCa, IsNotCheckedForItsDates)
+{
+    newCa_.notAfter = UtcTime("251231235959Z");
+    ExpectAccepted(Cms());
+    pki_.signingCrl.issuerKey = newCa_.key;
+    ExpectRefused(Cms(), PELNIC_ERR_CERT_VERIFY);
+}
+
+// ---- Of several direct signers only the last one counts ----
+
+TEST_F(KnownLimit, LastOfSeveralDirectSignersDecides)
+{
+    CmsSpec cms = TwoDirectSigners();
+    cms.signers[0].brokenSignature = true;
+    ExpectVerdict(cms, good);
+    cms = TwoDirectSigners();
+    cms.signers[1].brokenSignature = true;
+    ExpectVerdict(cms, bad);
+}
+
+TEST_F(KnownLimit, LastOfThreeDirectSignersDecides)
+{
+    CmsSpec cms = TwoDirectSigners();
+    cms.signers.push_back(cms.signers[0]);
+    cms.signers[0].brokenSignature = cms.signers[1].brokenSignature = true;
+    ExpectVerdict(cms, good);
+}
+
+// ---- A signature over attributes is a signature over a payload that looks like attributes ----
+
+TEST_F(KnownLimit, SignedAttributesCanBeReplayedAsAPayload)
+{
+    const Bytes genuine = DetachedCms(payload_, DemoCms(pki_));
+    const Bytes attributes = Set(Content(genuine, {1, 0, 4, 0, 3}));
+    // The SignerInfo without its attributes, and nothing else changed: value and timestamp are those of before.
+    const Bytes replayed = Replace(genuine, {1, 0, 4, 0, 3}, {});
+    Provide();
+    EXPECT_EQ(Verify(Current(), replayed, attributes), good);
+    EXPECT_EQ(Verify(Current(), replayed, payload_), bad);
+}
+
+// ---- Nothing to judge is good ----
+
+TEST_F(KnownLimit, FinalWithNothingBegunYields1)
+{
+    EXPECT_EQ(Final(), good);
+    EXPECT_TRUE(plan_.Logs().empty());
+}
+
+TEST_F(KnownLimit, FinalAfterARefusedBeginYields1)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers[0].brokenSignature = true;
+    ExpectRefused(cms, PELNIC_ERR_CMS_SIGNATURE);
+    EXPECT_EQ(Final(), good);
+}
+
+TEST_F(KnownLimit, SecondFinalYields1)
+{
+    ASSERT_EQ(Begin(DemoCms(pki_)), 0u);
+    ASSERT_EQ(Update(Text("another image")), 0u);
+    EXPECT_EQ(Final(), bad);
+    EXPECT_EQ(Final(), good);
+}
+
+TEST_F(KnownLimit, SignatureWithoutSignersYields1WhenNothingIsFed)
+{
+    ASSERT_EQ(Begin(WithoutSigners()), 0u);
+    EXPECT_EQ(Final(), good);
+    ASSERT_EQ(Begin(WithoutSigners()), 0u);
+    EXPECT_EQ(Update(payload_), PELNIC_ERR_CMS_NOT_BEGUN);
+}
+
+TEST_F(KnownLimit, QuickOnAnEmptyFileWithASignatureWithoutSignersYields1)
+{
+    const TempDir dir;
+    const std::string signature = dir.Write("signature", DetachedCms({}, WithoutSigners()));
+    const auto quick = [&](const Bytes& content) {
+        Verdict verdict{0, 77};
+        const std::string path = dir.Write("content", content);
+        verdict.code =
+            pelnic_verify_detach_signature_quick(Current(), path.c_str(), signature.c_str(), &verdict.result);
+        return verdict;
+    };
+    EXPECT_EQ(quick({}), good);
+    EXPECT_EQ(quick(payload_), (Verdict{PELNIC_ERR_CMS_NOT_BEGUN, 0}));
+}
+
+} // namespace
+} // namespace pnvtest

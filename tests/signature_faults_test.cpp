@@ -1,0 +1,265 @@
+// Whole verifications with callbacks that fail: the n-th call alone, or that call and all after it, for every n. What a
+// good signature comes to may change; what a bad one comes to may not.
+#include "support/signature.h"
+
+namespace pnvtest {
+namespace {
+
+const Bytes kContent = Text("a firmware image");
+
+// One verification: what the device has, what the package brings.
+struct Case {
+    std::string name;
+    Anchors anchors;
+    Bytes signature;
+    Bytes content = kContent;
+};
+void PrintTo(const Case& input, std::ostream* out)
+{
+    *out << input.name;
+}
+
+Case Of(std::string name, const DemoPki& pki, const CmsSpec& cms)
+{
+    return {std::move(name), FlatAnchors(pki), DetachedCms(kContent, cms)};
+}
+
+Case Good()
+{
+    return Of("Good", FlatPki(), FlatCms(FlatPki()));
+}
+// With a token that nobody signed, to keep it short.
+Case GoodDirect()
+{
+    TokenSpec token;
+    CmsSpec cms = Direct(FlatCms(FlatPki()));
+    cms.signers[0].unsignedAttributes = {Timestamp(token)};
+    return Of("GoodDirect", FlatPki(), cms);
+}
+
+Case OtherContent(Case input)
+{
+    input.name = "OtherContentThan" + input.name;
+    input.content[0] ^= 0x01;
+    return input;
+}
+Case AlteredAttributes()
+{
+    CmsSpec cms = FlatCms(FlatPki());
+    cms.signers[0].edit = [](const Bytes& signer) { return Damage(signer, {3, 0, 1, 0}); };
+    return Of("AlteredAttributes", FlatPki(), cms);
+}
+Case OtherStampedSignature()
+{
+    CmsSpec cms = FlatCms(FlatPki());
+    cms.signers[0].unsignedAttributes = {[](const Bytes&) { return Timestamp(FlatToken(FlatPki()))(kContent); }};
+    return Of("OtherStampedSignature", FlatPki(), cms);
+}
+Case RevokedSigner()
+{
+    DemoPki pki = FlatPki();
+    pki.rootCrl.revoked = {{pki.signer.serial}};
+    return Of("RevokedSigner", pki, FlatCms(pki));
+}
+Case ExpiredSigner()
+{
+    DemoPki pki = FlatPki();
+    pki.signer.notAfter = UtcTime("251231235959Z");
+    return Of("ExpiredSigner", pki, FlatCms(pki));
+}
+// All in order below a root of the device's root's name that comes with the signature, as its CRL does.
+Case OwnRoot()
+{
+    DemoPki rogue = FlatPki();
+    rogue.root.key = rogue.root.issuerKey = KeyId::Rsa2048H;
+    rogue.rootCrl = CrlOf(rogue.root);
+    rogue.signer.issuerKey = rogue.tsa.issuerKey = KeyId::Rsa2048H;
+    CmsSpec cms = FlatCms(rogue);
+    cms.certificates.push_back(Build(rogue.root));
+    Case input = Of("OwnRoot", rogue, cms);
+    input.anchors.root = Build(FlatPki().root);
+    return input;
+}
+
+// In a context that was made and filled without faults.
+Verdict VerifyCase(CallbackPlan& plan, const Case& input)
+{
+    std::optional<Context> ctx;
+    plan.WithoutFaults([&] {
+        ctx.emplace(plan);
+        Provide(*ctx, input.anchors);
+    });
+    return Verify(*ctx, input.signature, input.content);
+}
+
+class SignatureFaults : public ::testing::TestWithParam<Case> {
+protected:
+    template <typename Check> static void Sweep(Calls kinds, Check check)
+    {
+        SweepFaults(
+            kinds, [](CallbackPlan& plan) { return VerifyCase(plan, GetParam()); }, check);
+    }
+};
+constexpr auto kCaseName = [](const auto& testInfo) { return testInfo.param.name; };
+
+// ---- A good signature ----
+
+class GoodSignatureFaults : public SignatureFaults {};
+INSTANTIATE_TEST_SUITE_P(SignatureFaults, GoodSignatureFaults, ::testing::Values(Good(), GoodDirect()), kCaseName);
+
+// Whether a certificate is a CA is a question that memory may fail unnoticed: the answer no, right or wrong, is safe.
+TEST_P(GoodSignatureFaults, WithoutMemoryOrCopiesIsRefusedOrGoodAfterAll)
+{
+    Sweep(Call::Malloc | calls::copies, [](const Verdict& verdict, const FaultRun& run) {
+        EXPECT_TRUE(verdict == good || run.met) << verdict;
+        EXPECT_TRUE(verdict == good || verdict.result == 0) << verdict;
+    });
+}
+
+// No digest and no signature is computed in vain.
+TEST_P(GoodSignatureFaults, WithoutCryptographyIsRefused)
+{
+    for (const Calls kinds : {calls::digests, calls::verification, Calls(Call::VerifyVerdict)}) {
+        std::size_t runs = 0;
+        Sweep(kinds, [&](const Verdict& verdict, const FaultRun& run) {
+            EXPECT_EQ(verdict == good, !run.met) << verdict;
+            EXPECT_TRUE(verdict == good || verdict.result == 0) << verdict;
+            ++runs;
+        });
+        EXPECT_GE(runs, 8u);
+    }
+}
+
+// The armour is all that there is to read of a signature without certificates and signers.
+TEST(PemSignatureFaults, AreAlwaysNoticed)
+{
+    const Bytes pem = Pem("CMS", DetachedCms(kContent, CmsSpec{}));
+    const auto begin = [&](CallbackPlan& plan) {
+        std::optional<Context> ctx;
+        plan.WithoutFaults([&] { ctx.emplace(plan); });
+        return Begin(*ctx, pem);
+    };
+    const Calls kinds = Call::Malloc | calls::copies | Call::Strncmp | Call::Strstr;
+    SweepFaults(kinds, begin, [](PELNIC_ERROR_CODE rc, const FaultRun& run) { EXPECT_EQ(rc != 0, run.met); });
+}
+
+// ---- A bad one ----
+
+class BadSignatureFaults : public SignatureFaults {
+protected:
+    static void ExpectNeverAccepted(const Verdict& verdict, const FaultRun&) { EXPECT_NE(verdict.result, 1); }
+};
+INSTANTIATE_TEST_SUITE_P(SignatureFaults, BadSignatureFaults,
+                         ::testing::Values(OtherContent(Good()), OtherContent(GoodDirect()), AlteredAttributes(),
+                                           OtherStampedSignature(), RevokedSigner(), ExpiredSigner(), OwnRoot()),
+                         kCaseName);
+
+TEST_P(BadSignatureFaults, WithoutCryptographyIsNotAccepted)
+{
+    for (const Calls kinds : {calls::crypto, Calls(Call::VerifyVerdict)}) Sweep(kinds, ExpectNeverAccepted);
+}
+
+// These two are refused by what lies in the stores, and what cannot be stored is not missed.
+class StoreFaults : public BadSignatureFaults {};
+INSTANTIATE_TEST_SUITE_P(SignatureFaults, StoreFaults, ::testing::Values(RevokedSigner(), OwnRoot()), kCaseName);
+
+TEST_P(StoreFaults, WithoutMemoryOrCopiesIsNotAccepted)
+{
+    Sweep(Call::Malloc | calls::copies, ExpectNeverAccepted);
+}
+
+// A comparison that lies cannot be noticed. It may hide a serial number on a CRL, and what a record's selector no
+// longer leads to is not released; but it makes no root and no timestamp.
+class ComparisonFaults : public ::testing::TestWithParam<Case> {};
+INSTANTIATE_TEST_SUITE_P(SignatureFaults, ComparisonFaults, ::testing::Values(OtherStampedSignature(), OwnRoot()),
+                         kCaseName);
+
+TEST_P(ComparisonFaults, AreNotAccepted)
+{
+    for (FaultMode mode : {FaultMode::Once, FaultMode::Onward}) {
+        bool met = true;
+        for (std::size_t nth = 1; met; ++nth) {
+            CallbackPlan plan;
+            plan.Fail(Call::Memcmp, nth, mode);
+            EXPECT_NE(VerifyCase(plan, GetParam()).result, 1) << nth;
+            met = plan.FaultsMet() != 0;
+        }
+    }
+}
+
+// ---- Verdicts ----
+
+// After one good verification the context knows every signature of the chains, so what the stub answers from then on is
+// asked about the package's own signatures only.
+class SignatureVerdicts : public SignatureTest {
+protected:
+    // Runs check(code, verdict, holds) with each answer; begin must hold for code 0 with verdict 1 and nothing else.
+    template <typename Check> void ForEveryVerdictOn(const CmsSpec& cms, Check check)
+    {
+        const Bytes signature = DetachedCms(payload_, cms);
+        ASSERT_EQ(Begin(signature), 0u);
+        ASSERT_EQ(Update(payload_), 0u);
+        ASSERT_EQ(Final(), good);
+        ForEveryVerdict(plan_, [&](PELNIC_ERROR_CODE code, PNV_INT verdict) {
+            SCOPED_TRACE(::testing::Message() << code << " with " << verdict);
+            check(signature, code, verdict, code == 0 && verdict == 1);
+        });
+    }
+
+    TokenSpec token_ = DemoToken(pki_);
+};
+
+TEST_F(SignatureVerdicts, OnlyCode0WithVerdict1IsASelfSignedRootsOrAChains)
+{
+    ForEveryVerdict(plan_, [&](PELNIC_ERROR_CODE code, PNV_INT verdict) {
+        Renew();
+        EXPECT_EQ(Begin(DemoCms(pki_)) == 0, code == 0 && verdict == 1) << code << " with " << verdict;
+    });
+}
+
+TEST_F(SignatureVerdicts, OnlyCode0WithVerdict1AcceptsSignedAttributes)
+{
+    token_.cms.signers.clear();
+    token_.cms.digestAlgorithms = std::vector<Bytes>{};
+    ForEveryVerdictOn(DemoCms(pki_, token_), [&](const Bytes& signature, PELNIC_ERROR_CODE, PNV_INT, bool holds) {
+        EXPECT_EQ(Begin(signature), holds ? 0u : PELNIC_ERR_CMS_SIGNATURE);
+        EXPECT_EQ(Update(payload_), holds ? 0u : PELNIC_ERR_CMS_NOT_BEGUN);
+        (void)Final();
+    });
+}
+
+TEST_F(SignatureVerdicts, OnlyCode0WithVerdict1AcceptsATokensAttributes)
+{
+    ForEveryVerdictOn(Direct(DemoCms(pki_, token_)),
+                      [&](const Bytes& signature, PELNIC_ERROR_CODE, PNV_INT, bool holds) {
+                          EXPECT_EQ(Begin(signature), holds ? 0u : PELNIC_ERR_CMS_SIGNATURE);
+                          (void)Final();
+                      });
+}
+
+TEST_F(SignatureVerdicts, OnlyCode0WithVerdict1AcceptsATokenSignedDirectly)
+{
+    token_.cms.signers[0].signedAttributes = nullptr;
+    ForEveryVerdictOn(Direct(DemoCms(pki_, token_)),
+                      [&](const Bytes& signature, PELNIC_ERROR_CODE code, PNV_INT, bool holds) {
+                          const PELNIC_ERROR_CODE refused = code != 0 ? code : PELNIC_ERR_TSP_VERIFY;
+                          EXPECT_EQ(Begin(signature), holds ? 0u : refused);
+                          (void)Final();
+                      });
+}
+
+// The caller accepts code 0 with result 1 and nothing else, so another verdict may stand as the callback gave it.
+TEST_F(SignatureVerdicts, OnlyCode0WithVerdict1AcceptsADirectSignature)
+{
+    ForEveryVerdictOn(Direct(DemoCms(pki_, token_)),
+                      [&](const Bytes& signature, PELNIC_ERROR_CODE code, PNV_INT verdict, bool) {
+                          plan_.StubVerification(0, 1);
+                          ASSERT_EQ(Begin(signature), 0u);
+                          ASSERT_EQ(Update(payload_), 0u);
+                          plan_.StubVerification(code, verdict);
+                          EXPECT_EQ(Final(), (code == 0 ? Verdict{0, verdict} : Verdict{code, 0}));
+                      });
+}
+
+} // namespace
+} // namespace pnvtest
