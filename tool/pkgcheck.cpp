@@ -1,0 +1,164 @@
+// Reads a package whole, interprets its header and hands the byte ranges to the verification.
+#include "pkgcheck.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <safe_mem_lib.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "root_cert.h"
+#include "verify_signature.h"
+
+constexpr PNV_UINT32 HEADER_SIZE = 352;
+constexpr PNV_UINT32 SIGNED_SUB_FILES = 3;
+constexpr size_t NAME_SIZE = 64;
+
+static_assert(sizeof(SProgramFileHeader_S) == HEADER_SIZE, "the header is laid out as in the file");
+
+constexpr int REFUSED = -1;
+constexpr int BAD_SUB_FILE_NUM = -2;
+constexpr int BAD_ARGUMENT = -22;
+
+// A whole file in memory. The buffer is the caller's to free when the result is 0.
+static int readPackage(const char* filename, PNV_BYTE** pBuffer, PNV_UINT32* pLength)
+{
+    // Without O_NONBLOCK a FIFO that nobody writes to would hold the checker for ever.
+    const int fd = open(filename, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        printf("Failed to open file(name %s err %d)\n", filename, errno);
+        return REFUSED;
+    }
+    const off_t end = lseek(fd, 0, SEEK_END);
+    if (end >= 0 && end < off_t{HEADER_SIZE}) {
+        printf("Failed to check file length(len %d)\n", static_cast<int>(end));
+        close(fd);
+        return REFUSED;
+    }
+    // A length that cannot be told counts as 4294967295, which no allocation could hold.
+    const bool allocatable = end >= 0 && end <= off_t{0xFFFFFFFF};
+    const PNV_UINT32 uiFileLen = static_cast<PNV_UINT32>(end);
+    PNV_BYTE* const buffer = allocatable ? static_cast<PNV_BYTE*>(malloc(uiFileLen)) : nullptr;
+    if (buffer == nullptr) {
+        puts("Failed to alloc memory");
+        close(fd);
+        return REFUSED;
+    }
+    (void)memset_s(buffer, uiFileLen, 0, uiFileLen);
+    (void)lseek(fd, 0, SEEK_SET);
+    const ssize_t got = read(fd, buffer, uiFileLen);
+    close(fd);
+    if (got < 0 || static_cast<size_t>(got) != uiFileLen) {
+        printf("Failed to read file(%s)\n", filename);
+        free(buffer);
+        return REFUSED;
+    }
+    *pBuffer = buffer;
+    *pLength = uiFileLen;
+    return 0;
+}
+
+// The address of a sub-file, formed as the header has it: it may wrap and is not used before it has been range-checked.
+static const PNV_BYTE* subFileAddress(const PNV_BYTE* package, PNV_UINT32 offset)
+{
+    return reinterpret_cast<const PNV_BYTE*>(reinterpret_cast<uintptr_t>(package) + HEADER_SIZE + offset);
+}
+
+// Where the signed package's parts lie; of two entries of one type the later one wins, unknown types are passed over.
+static PELNIC_VERIFY_SIGNATURE_S locateSubFiles(const PNV_BYTE* package, const SProgramFileHeader_S& header)
+{
+    PELNIC_VERIFY_SIGNATURE_S sig = {};
+    sig.pCert = szCert_F;
+    sig.uiCertLength = szCert_F_size;
+    for (PNV_UINT32 i = 0; i < SIGNED_SUB_FILES; ++i) {
+        const SSubFileInfo_S& entry = header.stSubFileInfo[i];
+        const PNV_BYTE* const start = subFileAddress(package, ntohl(entry.ulSubFileOffset));
+        const PNV_UINT32 length = ntohl(entry.ulSubFileLen);
+        switch (ntohl(entry.ulSubFileID)) {
+        case SUB_FILE_PAYLOAD:
+            sig.pBin = start;
+            sig.uiBinLength = length;
+            break;
+        case SUB_FILE_CMS:
+            sig.pCms = start;
+            sig.uiCmsLength = length;
+            break;
+        case SUB_FILE_CRL:
+            sig.pCrl = start;
+            sig.uiCrlLength = length;
+            break;
+        default: break;
+        }
+    }
+    return sig;
+}
+
+// Whether a sub-file that has any bytes has all of them inside the package.
+static bool isInside(const PNV_BYTE* package, PNV_UINT32 packageLength, const PNV_BYTE* start, PNV_UINT32 length)
+{
+    if (length == 0) return true;
+    // Address arithmetic wraps on 32 bits, and so does this difference: it is 352 + offset again only if nothing lied.
+    const uintptr_t position = reinterpret_cast<uintptr_t>(start) - reinterpret_cast<uintptr_t>(package);
+    return position >= HEADER_SIZE && PNV_UINT64{position} + length <= packageLength;
+}
+
+static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength, const SProgramFileHeader_S& header)
+{
+    const PELNIC_VERIFY_SIGNATURE_S sig = locateSubFiles(package, header);
+    if (sig.uiCmsLength == 0) return 0; // a package without a signature is accepted, silently
+    if (sig.pCms == nullptr || sig.uiBinLength == 0 || sig.pBin == nullptr) {
+        printf("Check cms fail for no sub file, bin %p %#x cms %p %#x\n", static_cast<const void*>(sig.pBin),
+               sig.uiBinLength, static_cast<const void*>(sig.pCms), sig.uiCmsLength);
+        return REFUSED;
+    }
+    const bool inside = isInside(package, packageLength, sig.pCms, sig.uiCmsLength) &&
+                        isInside(package, packageLength, sig.pBin, sig.uiBinLength) &&
+                        isInside(package, packageLength, sig.pCrl, sig.uiCrlLength);
+    const PELNIC_ERROR_CODE rc = inside ? Pelnic_Verify_Signature_Integrity(&sig) : PELNIC_ERR_FAILED;
+    if (rc != 0) {
+        printf("Check cms file fail for file(err 0x%x)\n", rc);
+        return REFUSED;
+    }
+    return 0;
+}
+
+static int checkPackage(const PNV_BYTE* package, PNV_UINT32 packageLength)
+{
+    SProgramFileHeader_S header;
+    memcpy(&header, package, sizeof header);
+    const PNV_UINT32 subfilenum = ntohl(header.ulSubFileNum);
+    if (subfilenum == 1) {
+        puts("Info: There is one subfile, Check signature passed"); // an unsigned package, by design
+        return 0;
+    }
+    if (subfilenum != SIGNED_SUB_FILES) {
+        printf("Error: Check cms fail for subfile num(%ld) is invalid\n",
+               static_cast<long>(static_cast<PNV_INT32>(subfilenum)));
+        return BAD_SUB_FILE_NUM;
+    }
+    return checkSignedPackage(package, packageLength, header);
+}
+
+int pkgcheck_run(int argc, char** argv)
+{
+    if (argc < 2 || argv[1] == nullptr) {
+        puts("Invalid arg count");
+        return BAD_ARGUMENT;
+    }
+    // A path that does not fit leaves the name empty, and opening it then fails with errno 2.
+    char filename[NAME_SIZE + 1] = {};
+    (void)memcpy_s(filename, NAME_SIZE, argv[1], strlen(argv[1]));
+
+    PNV_BYTE* package = nullptr;
+    PNV_UINT32 packageLength = 0;
+    int status = readPackage(filename, &package, &packageLength);
+    if (status != 0) return status;
+    status = checkPackage(package, packageLength);
+    free(package);
+    return status;
+}

@@ -1,0 +1,35 @@
+// The checker for signed firmware packages: command line, container and verdict.
+#ifndef PKGCHECK_PKGCHECK_H
+#define PKGCHECK_PKGCHECK_H
+
+#include "pelnic_cms_verify.h"
+
+// The container's header; every 32-bit word is big-endian in the file.
+typedef struct sub_file_info_st {
+    PNV_UINT32 ulSubFileID;
+    PNV_UINT32 ulSubFileOffset; // counted from the end of the header
+    PNV_UINT32 ulSubFileLen;
+} SSubFileInfo_S;
+
+typedef struct program_file_header_st {
+    PNV_UINT32 ulReserved4RPS;
+    PNV_UINT32 ulHeaderCrc; // the two checksums are carried and not used
+    PNV_UINT32 ulFileID;
+    PNV_UINT32 ulVersion;
+    PNV_UINT32 ulSubFileNum; // decides: 1 is an unsigned package, 3 a signed one
+    SSubFileInfo_S stSubFileInfo[8];
+    PNV_CHAR strDescription[224];
+    PNV_UINT32 ulLength;
+    PNV_UINT32 ulFileCRC;
+    PNV_UINT32 ulCompressType;
+} SProgramFileHeader_S;
+
+constexpr PNV_UINT32 SUB_FILE_PAYLOAD = 0x00000001;
+constexpr PNV_UINT32 SUB_FILE_CMS = 0x10000001;
+constexpr PNV_UINT32 SUB_FILE_CRL = 0x10000002;
+
+// Checks the package that argv[1] names, prints the outcome's line and returns the exit status of main:
+// 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -22 no path.
+int pkgcheck_run(int argc, char** argv);
+
+#endif

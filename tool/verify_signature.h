@@ -1,0 +1,23 @@
+// One call that verifies a signed payload with the library.
+#ifndef PKGCHECK_VERIFY_SIGNATURE_H
+#define PKGCHECK_VERIFY_SIGNATURE_H
+
+#include "pelnic_cms_verify.h"
+
+// Four borrowed byte ranges.
+typedef struct pelnic_verify_signature_st {
+    const PNV_BYTE* pCert; // the trusted root certificate
+    PNV_UINT32 uiCertLength;
+    const PNV_BYTE* pCrl;
+    PNV_UINT32 uiCrlLength;
+    const PNV_BYTE* pCms; // the detached signature over pBin
+    PNV_UINT32 uiCmsLength;
+    const PNV_BYTE* pBin; // the payload
+    PNV_UINT32 uiBinLength;
+} PELNIC_VERIFY_SIGNATURE_S;
+
+// 0 when the signature is valid. PELNIC_ERR_FAILED for a null record or pointer and for any result but valid; the
+// library's own code when one of its operations fails. The lengths are taken as they stand.
+PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig);
+
+#endif
