@@ -1,0 +1,21 @@
+// What the checker will refuse, found while it can still be mended. Each function returns or throws a UserError with a
+// hint. A signature that passes here can still be refused on the device: chains and CRLs are judged there alone.
+#ifndef PKGTOOL_CHECK_H
+#define PKGTOOL_CHECK_H
+
+#include "openssl.h"
+
+#include <string>
+
+namespace pkgtool {
+
+void requireSigner(X509* cert);
+void requireTimestampAuthority(X509* cert);
+// A detached signature over the payload, DER or PEM, and the timestamp of every signer.
+void requireSignature(const Bytes& signature, const Bytes& payload, const std::string& origin);
+// One or more CRLs, DER or PEM.
+void requireCrls(const Bytes& crls, const std::string& origin);
+
+} // namespace pkgtool
+
+#endif

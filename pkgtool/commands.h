@@ -1,0 +1,18 @@
+// The subcommands. Each registers itself with its options; it runs while the command line is parsed, throws UserError
+// for what its user got wrong, and CLI::RuntimeError for an exit status of its own.
+#ifndef PKGTOOL_COMMANDS_H
+#define PKGTOOL_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+
+namespace pkgtool {
+
+void addSignCommand(CLI::App& app);
+void addPackCommand(CLI::App& app);
+void addUnpackCommand(CLI::App& app);
+void addListCommand(CLI::App& app);
+void addCrlCommand(CLI::App& app);
+
+} // namespace pkgtool
+
+#endif

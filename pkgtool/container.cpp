@@ -1,0 +1,103 @@
+#include "container.h"
+
+#include "error.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+namespace pkgtool {
+
+namespace {
+
+// The checker reads a package by one read call, and Linux delivers no more than this to one.
+constexpr std::size_t MAX_READ = 0x7FFFF000;
+
+static_assert(sizeof(SProgramFileHeader_S::stSubFileInfo) / sizeof(SSubFileInfo_S) == MAX_SUB_FILES);
+
+// The same record in the other of the two byte orders.
+Header swapped(Header header)
+{
+    for (PNV_UINT32* word : {&header.ulReserved4RPS, &header.ulHeaderCrc, &header.ulFileID, &header.ulVersion,
+                             &header.ulSubFileNum, &header.ulLength, &header.ulFileCRC, &header.ulCompressType}) {
+        *word = htonl(*word);
+    }
+    for (SSubFileInfo_S& entry : header.stSubFileInfo) {
+        entry = {htonl(entry.ulSubFileID), htonl(entry.ulSubFileOffset), htonl(entry.ulSubFileLen)};
+    }
+    return header;
+}
+
+} // namespace
+
+void requireReadable(std::size_t length)
+{
+    if (length > MAX_READ) throw UserError("the checker reads no package of 2 GiB or more");
+}
+
+std::uint32_t packageLength(const std::vector<SubFile>& subFiles)
+{
+    std::size_t length = sizeof(Header);
+    for (const SubFile& subFile : subFiles) length += subFile.content.size();
+    if (length > std::numeric_limits<std::uint32_t>::max()) throw UserError("the package is larger than 4 GiB");
+    return static_cast<std::uint32_t>(length);
+}
+
+Bytes encodePackage(Header header, const std::vector<SubFile>& subFiles)
+{
+    Bytes package(packageLength(subFiles));
+    std::uint32_t offset = 0;
+    for (std::size_t i = 0; i < subFiles.size(); ++i) {
+        const Bytes& content = subFiles[i].content;
+        const auto length = static_cast<std::uint32_t>(content.size());
+        header.stSubFileInfo[i] = {subFiles[i].type, offset, length};
+        std::copy(content.begin(), content.end(), package.begin() + sizeof header + offset);
+        offset += length;
+    }
+    header = swapped(header);
+    std::memcpy(package.data(), &header, sizeof header);
+    return package;
+}
+
+Header decodeHeader(const Bytes& package)
+{
+    Header header;
+    if (package.size() < sizeof header) throw UserError("shorter than a package header, which has 352 bytes");
+    std::memcpy(&header, package.data(), sizeof header);
+    return swapped(header);
+}
+
+std::vector<SSubFileInfo_S> entriesOf(const Header& header)
+{
+    const std::size_t count = std::min<std::size_t>(header.ulSubFileNum, MAX_SUB_FILES);
+    return {header.stSubFileInfo, header.stSubFileInfo + count};
+}
+
+bool isInside(const SSubFileInfo_S& entry, const Bytes& package)
+{
+    return std::uint64_t{sizeof(Header)} + entry.ulSubFileOffset + entry.ulSubFileLen <= package.size();
+}
+
+Bytes contentOf(const SSubFileInfo_S& entry, const Bytes& package)
+{
+    const auto start = package.begin() + sizeof(Header) + entry.ulSubFileOffset;
+    return Bytes(start, start + entry.ulSubFileLen);
+}
+
+std::string typeName(std::uint32_t type)
+{
+    switch (type) {
+    case SUB_FILE_PAYLOAD: return "payload";
+    case SUB_FILE_CMS: return "signature";
+    case SUB_FILE_CRL: return "crl";
+    default: break;
+    }
+    char number[sizeof "0x00000000"];
+    (void)snprintf(number, sizeof number, "0x%08x", type);
+    return number;
+}
+
+} // namespace pkgtool

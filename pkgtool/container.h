@@ -1,0 +1,38 @@
+// The package: the checker's own header record, and the sub-files behind it.
+#ifndef PKGTOOL_CONTAINER_H
+#define PKGTOOL_CONTAINER_H
+
+#include "files.h"
+#include "pkgcheck.h"
+
+#include <string>
+#include <vector>
+
+namespace pkgtool {
+
+constexpr std::size_t MAX_SUB_FILES = 8;
+
+// In this machine's byte order, like every header here.
+using Header = SProgramFileHeader_S;
+
+struct SubFile {
+    std::uint32_t type;
+    Bytes content;
+};
+
+// Throws when a package would be longer than the checker can read.
+void requireReadable(std::size_t length);
+std::uint32_t packageLength(const std::vector<SubFile>& subFiles);
+// Fills in the header's table and puts the sub-files behind it in their order.
+Bytes encodePackage(Header header, const std::vector<SubFile>& subFiles);
+Header decodeHeader(const Bytes& package);
+// The table's entries that count: as many as the header says and the table has.
+std::vector<SSubFileInfo_S> entriesOf(const Header& header);
+bool isInside(const SSubFileInfo_S& entry, const Bytes& package);
+Bytes contentOf(const SSubFileInfo_S& entry, const Bytes& package);
+// "payload", "signature", "crl", or the number of a type that the checker does not know.
+std::string typeName(std::uint32_t type);
+
+} // namespace pkgtool
+
+#endif

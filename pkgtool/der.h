@@ -1,0 +1,18 @@
+// Encodings as the checker tells them apart.
+#ifndef PKGTOOL_DER_H
+#define PKGTOOL_DER_H
+
+#include "openssl.h"
+
+#include <string>
+
+namespace pkgtool {
+
+// What begins with "-----BEGIN" is PEM, and anything else DER.
+bool isPem(const Bytes& content);
+// Throws when an element has an indefinite length (X.690, 8.1.3.6). Anything else that is malformed passes.
+void requireDefiniteLengths(const Bytes& ber, const std::string& what);
+
+} // namespace pkgtool
+
+#endif

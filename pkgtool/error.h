@@ -1,0 +1,24 @@
+// What the user got wrong, and what to do about it. Any other exception is a fault of this program or its machine.
+#ifndef PKGTOOL_ERROR_H
+#define PKGTOOL_ERROR_H
+
+#include <stdexcept>
+#include <string>
+
+namespace pkgtool {
+
+class UserError : public std::runtime_error {
+public:
+    explicit UserError(const std::string& message, std::string hint = {})
+        : std::runtime_error(message), hint_(std::move(hint))
+    {
+    }
+    const std::string& hint() const { return hint_; }
+
+private:
+    std::string hint_;
+};
+
+} // namespace pkgtool
+
+#endif

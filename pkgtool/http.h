@@ -1,0 +1,14 @@
+// The one exchange with a server that RFC 3161, 3.4 asks for.
+#ifndef PKGTOOL_HTTP_H
+#define PKGTOOL_HTTP_H
+
+#include "files.h"
+
+namespace pkgtool {
+
+// Sends a timestamp query and returns the body of the answer.
+Bytes postTimestampQuery(const std::string& url, const Bytes& query);
+
+} // namespace pkgtool
+
+#endif

@@ -1,0 +1,35 @@
+// Certificates and private keys from wherever they are kept. Keys are read into memory or stay in their token; nothing
+// here writes one.
+#ifndef PKGTOOL_KEYS_H
+#define PKGTOOL_KEYS_H
+
+#include "openssl.h"
+
+#include <string>
+#include <vector>
+
+namespace pkgtool {
+
+// A certificate with its private key.
+struct Identity {
+    Cert cert;
+    Pkey key;
+};
+
+// passwordSource: "env:NAME", "file:PATH" (its first line), or empty for none.
+// A key from a PEM, DER or PKCS #12 file, or from the token that a PKCS #11 URI (RFC 7512) names.
+Pkey loadKey(const std::string& location, const std::string& passwordSource);
+// All certificates of a PEM, DER or PKCS #12 file, at least one, in their order.
+std::vector<Cert> loadCertificates(const std::string& location, const std::string& passwordSource = {});
+// The certificate is the first one in its file. Throws when the key is another certificate's.
+Identity loadIdentity(const std::string& certLocation, const std::string& keyLocation,
+                      const std::string& passwordSource);
+// A PKCS #12 file with one key; its other certificates are appended to chain.
+Identity loadPkcs12(const std::string& path, const std::string& passwordSource, std::vector<Cert>& chain);
+
+// The subject, for messages.
+std::string nameOf(const X509* cert);
+
+} // namespace pkgtool
+
+#endif

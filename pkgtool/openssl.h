@@ -1,0 +1,98 @@
+// Owners of OpenSSL's objects, and its encodings as bytes.
+#ifndef PKGTOOL_OPENSSL_H
+#define PKGTOOL_OPENSSL_H
+
+#include "files.h"
+
+#include <openssl/bio.h>
+#include <openssl/cms.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/store.h>
+#include <openssl/ts.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace pkgtool {
+
+template <auto release> struct Release {
+    template <typename T> void operator()(T* object) const { release(object); }
+};
+template <typename T, auto release> using Owned = std::unique_ptr<T, Release<release>>;
+
+inline void releaseCertificates(STACK_OF(X509) * stack)
+{
+    sk_X509_pop_free(stack, X509_free);
+}
+
+using Asn1Integer = Owned<ASN1_INTEGER, ASN1_INTEGER_free>;
+using Asn1Object = Owned<ASN1_OBJECT, ASN1_OBJECT_free>;
+using Asn1Time = Owned<ASN1_TIME, ASN1_TIME_free>;
+using Bignum = Owned<BIGNUM, BN_free>;
+using Bio = Owned<BIO, BIO_free_all>;
+using Cert = Owned<X509, X509_free>;
+using CertStack = Owned<STACK_OF(X509), releaseCertificates>;
+using Cms = Owned<CMS_ContentInfo, CMS_ContentInfo_free>;
+using Crl = Owned<X509_CRL, X509_CRL_free>;
+using MdCtx = Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
+using Pkey = Owned<EVP_PKEY, EVP_PKEY_free>;
+using TsImprint = Owned<TS_MSG_IMPRINT, TS_MSG_IMPRINT_free>;
+using TsReq = Owned<TS_REQ, TS_REQ_free>;
+using TsResp = Owned<TS_RESP, TS_RESP_free>;
+using TsTstInfo = Owned<TS_TST_INFO, TS_TST_INFO_free>;
+
+// Throws what OpenSSL's error queue holds, unless ok.
+inline void ensure(bool ok, const char* doing)
+{
+    if (ok) return;
+    const char* const reason = ERR_reason_error_string(ERR_peek_last_error());
+    throw std::runtime_error(std::string(doing) + ": " + (reason != nullptr ? reason : "OpenSSL gave no reason"));
+}
+
+template <typename T> Bytes toDer(int (*i2d)(const T*, unsigned char**), const T* object)
+{
+    const int length = i2d(object, nullptr);
+    ensure(length > 0, "encoding");
+    Bytes der(static_cast<std::size_t>(length));
+    unsigned char* out = der.data();
+    i2d(object, &out);
+    return der;
+}
+
+// Null unless the bytes are exactly one such object.
+template <auto release, typename T>
+Owned<T, release> fromDer(T* (*d2i)(T**, const unsigned char**, long), const Bytes& der)
+{
+    const unsigned char* in = der.data();
+    Owned<T, release> object(d2i(nullptr, &in, static_cast<long>(der.size())));
+    ERR_clear_error();
+    if (in != der.data() + der.size()) object.reset();
+    return object;
+}
+
+inline Bytes bytesOf(const ASN1_STRING* string)
+{
+    const unsigned char* const data = ASN1_STRING_get0_data(string);
+    return Bytes(data, data + ASN1_STRING_length(string));
+}
+
+inline Bio memoryBio(const Bytes& content)
+{
+    Bio bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    ensure(bio != nullptr, "allocating");
+    return bio;
+}
+
+inline Bytes digestOf(const EVP_MD* md, const Bytes& content)
+{
+    Bytes digest(static_cast<std::size_t>(EVP_MD_get_size(md)));
+    ensure(EVP_Digest(content.data(), content.size(), digest.data(), nullptr, md, nullptr) == 1, "hashing");
+    return digest;
+}
+
+} // namespace pkgtool
+
+#endif

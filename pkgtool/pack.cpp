@@ -1,0 +1,189 @@
+// pkgtool pack, unpack and list.
+#include "check.h"
+#include "commands.h"
+#include "container.h"
+#include "der.h"
+#include "error.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace pkgtool {
+
+namespace {
+
+// ---- pack ----
+
+struct PackOptions {
+    std::string payload;
+    std::string cms;
+    std::vector<std::string> crls;
+    std::string output;
+    Header header{};
+    std::string description;
+    std::optional<std::uint32_t> count;
+    std::optional<std::uint32_t> length;
+    bool isUnsigned = false;
+    bool unchecked = false;
+};
+
+// The checker reads several CRLs one after the other, all in DER or all in PEM.
+Bytes readCrls(const std::vector<std::string>& paths)
+{
+    Bytes all;
+    for (const std::string& path : paths) {
+        const Bytes crl = readFile(path);
+        if (!all.empty() && isPem(crl) != isPem(all)) {
+            throw UserError("some CRLs are PEM and some are DER",
+                            "convert them to one form: openssl crl -in FILE -outform DER -out FILE");
+        }
+        all.insert(all.end(), crl.begin(), crl.end());
+    }
+    return all;
+}
+
+std::vector<SubFile> readSubFiles(const PackOptions& options)
+{
+    std::vector<SubFile> subFiles{{SUB_FILE_PAYLOAD, readFile(options.payload)}};
+    if (!options.cms.empty()) subFiles.push_back({SUB_FILE_CMS, readFile(options.cms)});
+    if (!options.crls.empty()) subFiles.push_back({SUB_FILE_CRL, readCrls(options.crls)});
+    return subFiles;
+}
+
+void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& subFiles)
+{
+    requireReadable(packageLength(subFiles));
+    if (options.isUnsigned) {
+        if (subFiles.size() != 1) throw UserError("an unsigned package holds a payload and nothing else");
+        return;
+    }
+    if (subFiles.size() != 3) {
+        throw UserError("a signed package needs --cms and --crl",
+                        "a package of one sub-file is accepted by every device without a check; if that is meant, say "
+                        "--unsigned");
+    }
+    if (subFiles[0].content.empty()) throw UserError(options.payload + " is empty, and the checker refuses that");
+    requireSignature(subFiles[1].content, subFiles[0].content, options.cms);
+    requireCrls(subFiles[2].content, CLI::detail::join(options.crls, ", "));
+}
+
+void pack(const PackOptions& options)
+{
+    const std::vector<SubFile> subFiles = readSubFiles(options);
+    if (!options.unchecked) requireSubFiles(options, subFiles);
+
+    Header header = options.header;
+    if (options.description.size() > sizeof header.strDescription) {
+        throw UserError("the description is longer than " + std::to_string(sizeof header.strDescription) + " bytes");
+    }
+    std::copy(options.description.begin(), options.description.end(), header.strDescription);
+    header.ulSubFileNum = options.count.value_or(static_cast<std::uint32_t>(subFiles.size()));
+    header.ulLength = options.length.value_or(packageLength(subFiles));
+    writeFile(options.output, encodePackage(header, subFiles));
+}
+
+// ---- unpack and list ----
+
+// The package, with the file's name put before what is wrong with it.
+Header readHeader(const std::string& path, const Bytes& package)
+{
+    try {
+        return decodeHeader(package);
+    } catch (const UserError& error) {
+        throw UserError(path + ": " + error.what());
+    }
+}
+
+void unpack(const std::string& path, const std::string& directory)
+{
+    const Bytes package = readFile(path);
+    const std::vector<SSubFileInfo_S> entries = entriesOf(readHeader(path, package));
+    const auto outside = [&](const SSubFileInfo_S& entry) { return !isInside(entry, package); };
+    if (std::any_of(entries.begin(), entries.end(), outside)) {
+        throw UserError(path + ": a sub-file lies outside the package", "pkgtool list shows which");
+    }
+    std::error_code failed;
+    std::filesystem::create_directories(directory, failed);
+    if (failed) throw UserError("cannot make " + directory + ": " + failed.message());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const std::string name = std::to_string(i + 1) + "-" + typeName(entries[i].ulSubFileID);
+        writeFile(directory + "/" + name, contentOf(entries[i], package));
+    }
+}
+
+void list(const std::string& path)
+{
+    const Bytes package = readFile(path);
+    const Header header = readHeader(path, package);
+    const std::string description(header.strDescription, strnlen(header.strDescription, sizeof header.strDescription));
+    printf("file id      0x%08x\n", header.ulFileID);
+    printf("version      0x%08x\n", header.ulVersion);
+    printf("length       %u (the file has %zu)\n", header.ulLength, package.size());
+    printf("compression  %u\n", header.ulCompressType);
+    printf("header crc   0x%08x\n", header.ulHeaderCrc);
+    printf("file crc     0x%08x\n", header.ulFileCRC);
+    printf("reserved     0x%08x\n", header.ulReserved4RPS);
+    printf("description  %s\n", printable(description).c_str());
+    printf("sub-files    %u\n", header.ulSubFileNum);
+    for (const SSubFileInfo_S& entry : entriesOf(header)) {
+        printf("  0x%08x  %-10s offset %10u  length %10u%s\n", entry.ulSubFileID, typeName(entry.ulSubFileID).c_str(),
+               entry.ulSubFileOffset, entry.ulSubFileLen, isInside(entry, package) ? "" : "  outside the file");
+    }
+}
+
+} // namespace
+
+void addPackCommand(CLI::App& app)
+{
+    const auto options = std::make_shared<PackOptions>();
+    CLI::App* const command = app.add_subcommand("pack", "Put payload, signature and CRLs into a package");
+    command->add_option("--payload", options->payload, "the image")->required();
+    command->add_option("--cms", options->cms, "its signature, DER or PEM");
+    command->add_option("--crl", options->crls, "CRLs, DER or PEM: one of each CA; may be repeated")
+        ->allow_extra_args(false);
+    command->add_option("-o,--output", options->output, "the package")->required();
+    command->add_flag("--unsigned", options->isUnsigned, "pack a payload alone: every device accepts it unchecked");
+    command->add_flag("--unchecked", options->unchecked, "pack whatever there is, even what the checker will refuse");
+
+    CLI::Option_group* const fields = command->add_option_group("header", "Header fields, 0 or empty unless given");
+    fields->add_option("--description", options->description, "text of at most 224 bytes");
+    fields->add_option("--file-id", options->header.ulFileID);
+    fields->add_option("--version", options->header.ulVersion);
+    fields->add_option("--compress-type", options->header.ulCompressType);
+    fields->add_option("--reserved", options->header.ulReserved4RPS);
+    fields->add_option("--header-crc", options->header.ulHeaderCrc);
+    fields->add_option("--file-crc", options->header.ulFileCRC);
+    fields->add_option("--length", options->length, "the package's own length otherwise");
+    fields->add_option("--sub-file-count", options->count, "the true number otherwise");
+    command->callback([options] { pack(*options); });
+}
+
+void addUnpackCommand(CLI::App& app)
+{
+    struct Options {
+        std::string package;
+        std::string directory;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("unpack", "Write a package's sub-files into a directory");
+    command->add_option("package", options->package)->required();
+    command->add_option("-d,--directory", options->directory, "made if it is not there")->required();
+    command->footer("The files are named after place and type: 1-payload, 2-signature, 3-crl, 1-0x20000000.\n\n" +
+                    app.get_footer());
+    command->callback([options] { unpack(options->package, options->directory); });
+}
+
+void addListCommand(CLI::App& app)
+{
+    const auto package = std::make_shared<std::string>();
+    CLI::App* const command = app.add_subcommand("list", "Show a package's header and table without judging them");
+    command->add_option("package", *package)->required();
+    command->callback([package] { list(*package); });
+}
+
+} // namespace pkgtool

@@ -1,0 +1,18 @@
+// Keys that never leave a PKCS #11 token.
+#ifndef PKGTOOL_PKCS11_H
+#define PKGTOOL_PKCS11_H
+
+#include "openssl.h"
+
+#include <optional>
+#include <string>
+
+namespace pkgtool {
+
+bool isPkcs11Uri(const std::string& location);
+// The key that the URI (RFC 7512) names, through OpenSSL's pkcs11 engine. The PIN is the URI's own unless given here.
+Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin);
+
+} // namespace pkgtool
+
+#endif

@@ -1,0 +1,240 @@
+// pkgtool sign.
+#include "check.h"
+#include "commands.h"
+#include "container.h"
+#include "error.h"
+#include "signed_data.h"
+#include "timestamp.h"
+
+#include <ctime>
+#include <functional>
+#include <memory>
+
+namespace pkgtool {
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+struct SignOptions {
+    std::string payload;
+    std::string output;
+    bool pem = false;
+    Strings certs;
+    Strings keys;
+    Strings pkcs12;
+    Strings passwords;
+    Strings chain;
+    Strings digests{"sha256"};
+    std::string signingTime;
+
+    std::string tsaCert;
+    std::string tsaKey;
+    std::string tsaPassword;
+    Strings tsaChain;
+    std::string tsaTime;
+    std::string tsaPolicy = "1.3.6.1.4.1.32473.1"; // the enterprise number that RFC 5612 sets aside for examples
+    Strings tsaResponses;
+    std::string tsaUrl;
+    Strings tsaRequests;
+    bool noTimestamp = false;
+};
+
+struct Signer {
+    Identity identity;
+    const EVP_MD* md;
+};
+
+// The only value, or that of signer i.
+const std::string& valueFor(const Strings& values, std::size_t i)
+{
+    return values.size() == 1 ? values.front() : values[i];
+}
+
+void requireOneOrEach(const char* option, const Strings& values, std::size_t signers)
+{
+    if (values.size() <= 1 || values.size() == signers) return;
+    throw UserError(std::string(option) + " is given " + std::to_string(values.size()) + " times for " +
+                        std::to_string(signers) + " signers",
+                    "give it once for all signers or once for each, in the order of the signers");
+}
+
+void requireEach(const char* option, const Strings& values, std::size_t signers)
+{
+    if (values.empty() || values.size() == signers) return;
+    throw UserError(std::string(option) + " is needed once for each of the " + std::to_string(signers) + " signers");
+}
+
+void requireConsistent(const SignOptions& options)
+{
+    const std::size_t signers = options.certs.size() + options.pkcs12.size();
+    if (options.certs.size() != options.keys.size()) {
+        throw UserError("every --cert needs its --key", "or name a PKCS #12 file with --p12");
+    }
+    if (signers == 0) throw UserError("nobody signs", "name a signer with --cert and --key, or with --p12");
+    requireOneOrEach("--digest", options.digests, signers);
+    requireOneOrEach("--pass", options.passwords, signers);
+    requireEach("--tsa-response", options.tsaResponses, signers);
+    requireEach("--tsa-request-out", options.tsaRequests, signers);
+
+    const int sources = !options.tsaCert.empty() + !options.tsaResponses.empty() + !options.tsaUrl.empty() +
+                        !options.tsaRequests.empty() + options.noTimestamp;
+    if (sources == 1) return;
+    throw UserError(sources == 0 ? "where is the timestamp to come from?" : "only one timestamp for each signer",
+                    "the checker wants a timestamp of every signer: --tsa-cert, --tsa-response or --tsa-url, or "
+                    "--tsa-request-out to ask for one");
+}
+
+// In the order of the command line; those of PKCS #12 files come last.
+std::vector<Signer> loadSigners(const SignOptions& options, std::vector<Cert>& chain)
+{
+    std::vector<Signer> signers;
+    const auto add = [&](const std::function<Identity(const std::string& password)>& load) {
+        const std::size_t i = signers.size();
+        Identity identity = load(options.passwords.empty() ? std::string() : valueFor(options.passwords, i));
+        requireSigner(identity.cert.get());
+        signers.push_back({std::move(identity), EVP_get_digestbyname(valueFor(options.digests, i).c_str())});
+    };
+    for (std::size_t i = 0; i < options.certs.size(); ++i) {
+        add([&](const std::string& password) { return loadIdentity(options.certs[i], options.keys[i], password); });
+    }
+    for (const std::string& path : options.pkcs12) {
+        add([&](const std::string& password) { return loadPkcs12(path, password, chain); });
+    }
+    return signers;
+}
+
+void appendCertificates(const Strings& paths, std::vector<Cert>& chain)
+{
+    for (const std::string& path : paths) {
+        for (Cert& cert : loadCertificates(path)) chain.push_back(std::move(cert));
+    }
+}
+
+// The timestamp of signer i.
+using Stamp = std::function<Bytes(std::size_t i, const Bytes& signature, const EVP_MD* md)>;
+
+Stamp stampLocally(const SignOptions& options)
+{
+    const auto authority = std::make_shared<LocalAuthority>();
+    authority->identity = loadIdentity(options.tsaCert, options.tsaKey, options.tsaPassword);
+    requireTimestampAuthority(authority->identity.cert.get());
+    appendCertificates(options.tsaChain, authority->chain);
+    authority->time = options.tsaTime.empty() ? Asn1Time(ASN1_GENERALIZEDTIME_set(nullptr, std::time(nullptr)))
+                                              : parseTime(options.tsaTime);
+    authority->policy.reset(OBJ_txt2obj(options.tsaPolicy.c_str(), 1));
+    if (authority->policy == nullptr) throw UserError("'" + options.tsaPolicy + "' is not a dotted object identifier");
+    return [authority](std::size_t, const Bytes& signature, const EVP_MD* md) {
+        return makeToken(*authority, signature, md);
+    };
+}
+
+// Null when there is to be no timestamp.
+Stamp timestampSource(const SignOptions& options)
+{
+    if (!options.tsaCert.empty()) return stampLocally(options);
+    if (!options.tsaResponses.empty()) {
+        return [&](std::size_t i, const Bytes&, const EVP_MD*) {
+            return tokenOfResponse(readFile(options.tsaResponses[i]), options.tsaResponses[i]);
+        };
+    }
+    if (!options.tsaUrl.empty()) {
+        return [&](std::size_t, const Bytes& signature, const EVP_MD* md) {
+            return fetchToken(options.tsaUrl, signature, md);
+        };
+    }
+    return nullptr;
+}
+
+// UTCTime up to 2049 and GeneralizedTime from then on (RFC 5652, 11.3); null when no time is given.
+Asn1Time signingTimeOf(const SignOptions& options)
+{
+    if (options.signingTime.empty()) return nullptr;
+    (void)parseTime(options.signingTime);
+    Asn1Time time(ASN1_TIME_new());
+    ensure(time != nullptr && ASN1_TIME_set_string_X509(time.get(), options.signingTime.c_str()) == 1,
+           "setting a time");
+    return time;
+}
+
+void sign(const SignOptions& options)
+{
+    requireConsistent(options);
+    std::vector<Cert> chain;
+    const std::vector<Signer> signers = loadSigners(options, chain);
+    appendCertificates(options.chain, chain);
+    const Stamp stamp = timestampSource(options);
+    const Asn1Time signingTime = signingTimeOf(options);
+    const Bytes payload = readFile(options.payload);
+    requireReadable(sizeof(Header) + payload.size());
+
+    const Cms cms = newDetached();
+    for (const Cert& cert : chain) addCertificate(cms.get(), cert.get());
+    for (std::size_t i = 0; i < signers.size(); ++i) {
+        const Signer& signer = signers[i];
+        SignerOptions how{signer.md, digestOf(signer.md, payload)};
+        how.signingTime = signingTime.get();
+        CMS_SignerInfo* const info = addSigner(cms.get(), signer.identity, how);
+        addCertificate(cms.get(), signer.identity.cert.get());
+        if (stamp) attachTimestamp(info, stamp(i, signatureOf(info), signer.md));
+        if (!options.tsaRequests.empty()) writeFile(options.tsaRequests[i], makeQuery(signatureOf(info), signer.md));
+    }
+    if (!options.tsaRequests.empty()) return;
+
+    const Bytes der = encode(cms.get());
+    if (stamp) requireSignature(der, payload, "the signature");
+    writeFile(options.output, options.pem ? armour(der) : der);
+}
+
+CLI::Option* addRepeatable(CLI::App* command, const std::string& name, Strings& values, const std::string& text)
+{
+    return command->add_option(name, values, text)->allow_extra_args(false);
+}
+
+} // namespace
+
+void addSignCommand(CLI::App& app)
+{
+    const auto options = std::make_shared<SignOptions>();
+    SignOptions& o = *options;
+    CLI::App* const command = app.add_subcommand("sign", "Make a payload's detached, timestamped CMS signature");
+    command->add_option("payload", o.payload, "the image to sign")->required();
+    CLI::Option* const output = command->add_option("-o,--output", o.output, "the signature");
+    command->add_flag("--pem", o.pem, "write PEM instead of DER");
+
+    CLI::Option_group* const who = command->add_option_group("signers", "Who signs; repeat for several signers");
+    addRepeatable(who, "--cert", o.certs, "signer's certificate: PEM, DER");
+    addRepeatable(who, "--key", o.keys, "its private key: PEM, DER, PKCS #12 or a pkcs11: URI");
+    addRepeatable(who, "--p12", o.pkcs12, "certificate, key and chain in a PKCS #12 file");
+    addRepeatable(who, "--pass", o.passwords, "password or PIN of the keys: env:NAME or file:PATH");
+    addRepeatable(who, "--chain", o.chain, "certificates of the CAs between signer and root");
+    addRepeatable(who, "--digest", o.digests, "sha256 (default), sha384 or sha512")
+        ->check(CLI::IsMember({"sha256", "sha384", "sha512"}));
+    who->add_option("--signing-time", o.signingTime, "put this time (YYYYMMDDhhmmssZ) into the signature");
+
+    CLI::Option_group* const when = command->add_option_group("timestamp", "Where the timestamp comes from; one of");
+    CLI::Option* const tsaCert = when->add_option("--tsa-cert", o.tsaCert, "an own authority's certificate");
+    CLI::Option* const tsaKey = when->add_option("--tsa-key", o.tsaKey, "its key, like --key");
+    when->add_option("--tsa-pass", o.tsaPassword, "its password, like --pass")->needs(tsaCert);
+    addRepeatable(when, "--tsa-chain", o.tsaChain, "certificates of the CAs above it")->needs(tsaCert);
+    when->add_option("--tsa-time", o.tsaTime, "the time it states, YYYYMMDDhhmmssZ; now otherwise")->needs(tsaCert);
+    when->add_option("--tsa-policy", o.tsaPolicy, "the policy it states, an object identifier")->needs(tsaCert);
+    addRepeatable(when, "--tsa-response", o.tsaResponses, "an authority's response, one for each signer");
+    when->add_option("--tsa-url", o.tsaUrl, "ask this authority (RFC 3161 over HTTP)");
+    CLI::Option* const requests = addRepeatable(when, "--tsa-request-out", o.tsaRequests,
+                                                "write the query to this file, one for each signer, and nothing else");
+    when->add_flag("--no-timestamp", o.noTimestamp, "none, for tests: the checker refuses such a signature");
+    tsaCert->needs(tsaKey);
+    tsaKey->needs(tsaCert);
+    output->excludes(requests);
+
+    command->footer("A response file belongs to the query that the same command made with --tsa-request-out instead.\n"
+                    "The same inputs give the same bytes; with --tsa-cert only if there is a --tsa-time.\n\n" +
+                    app.get_footer());
+    command->callback([options] {
+        if (options->output.empty() && options->tsaRequests.empty()) throw CLI::RequiredError("--output");
+        sign(*options);
+    });
+}
+
+} // namespace pkgtool

@@ -1,0 +1,720 @@
+// pkgtool as a process: what it makes is judged by the checker's verification, and whatever it says the checker will
+// refuse is refused.
+#include "support/package.h"
+#include "support/signing_room.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace pnvtest {
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr int kDone = 0;
+constexpr int kUserError = 1;
+constexpr PELNIC_ERROR_CODE kAccepted = 0;
+
+const std::string kTime = "20260101000000Z";
+
+Words operator+(Words words, const Words& more)
+{
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+bool Contains(const Bytes& haystack, const Bytes& needle)
+{
+    return std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end()) != haystack.end();
+}
+
+void WriteTo(const SigningRoom& room, const std::string& name, const CertSpec& cert, KeyId key)
+{
+    room.WriteCert(name + ".pem", cert);
+    room.Write(name + ".key", ReadWholeFile(KeyFile(key)));
+}
+
+class Pkgtool : public ::testing::Test {
+protected:
+    static ProcessResult Run(const Words& arguments, const Words& environment = {})
+    {
+        return RunProcess(Words{PKGTOOL_PATH} + arguments, environment);
+    }
+
+    static void RunWell(const Words& arguments, const Words& environment = {})
+    {
+        const ProcessResult result = Run(arguments, environment);
+        if (result.status != kDone || !result.err.empty()) throw std::runtime_error(result.err);
+    }
+
+    // The run fails as its user's fault, with a message and a hint that hold these words, and writes no file.
+    void ExpectUserError(const Words& arguments, const std::string& message, const std::string& hint,
+                         const Words& environment = {})
+    {
+        const Words before = room_.Files();
+        const ProcessResult result = Run(arguments, environment);
+        EXPECT_EQ(result.status, kUserError);
+        EXPECT_NE(result.err.find("pkgtool: "), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find("hint: "), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find(hint, result.err.find("hint: ")), std::string::npos) << result.err;
+        EXPECT_EQ(room_.Files(), before);
+    }
+
+    Words Signer() const
+    {
+        return {"--cert",  room_.Path("signer.pem"), "--key", KeyFile(room_.Pki().signer.key),
+                "--chain", room_.Path("ca.pem")};
+    }
+    Words LocalAuthority() const
+    {
+        return {"--tsa-cert",  room_.Path("tsa.pem"),    "--tsa-key",  KeyFile(room_.Pki().tsa.key),
+                "--tsa-chain", room_.Path("tsa-ca.pem"), "--tsa-time", kTime};
+    }
+    Words SignCommand(const Words& options, const std::string& output = "signature") const
+    {
+        return Words{"sign", payloadFile_, "-o", room_.Path(output)} + options;
+    }
+    Bytes Sign(const Words& options, const Words& environment = {}) const
+    {
+        RunWell(SignCommand(options), environment);
+        return room_.Read("signature");
+    }
+    Bytes UsualSignature() const { return Sign(Signer() + LocalAuthority()); }
+
+    Words CrlOptions() const
+    {
+        return {"--crl", room_.Path("root.crl"), "--crl", room_.Path("ca.crl"), "--crl", room_.Path("tsa-ca.crl")};
+    }
+    Words PackCommand(const std::string& cmsFile) const
+    {
+        return Words{"pack", "--payload", payloadFile_, "--cms", cmsFile, "-o", room_.Path("package")} + CrlOptions();
+    }
+
+    // pkgtool refuses to pack this signature and says why, and the checker refuses it as well.
+    void ExpectBadSignature(const Bytes& cms, const std::string& message, const std::string& hint)
+    {
+        EXPECT_NE(room_.Verify(payload_, cms), kAccepted);
+        ExpectUserError(PackCommand(room_.Write("bad", cms)), message, hint);
+    }
+    // The same for a usual signature with this token.
+    void ExpectBadTimestamp(const TokenSpec& token, const std::string& message, const std::string& hint)
+    {
+        ExpectBadSignature(DetachedCms(payload_, DemoCms(room_.Pki(), token)), message, hint);
+    }
+
+    const SigningRoom room_;
+    const Bytes payload_ = Text("firmware\r\nimage\n");
+    const std::string payloadFile_ = room_.Write("payload", payload_);
+};
+
+// ---- The command line ----
+
+TEST_F(Pkgtool, HelpNamesTheExitStatuses)
+{
+    for (const Words& command : {Words{}, Words{"sign"}, Words{"pack"}, Words{"unpack"}, Words{"list"}}) {
+        const ProcessResult result = Run(command + Words{"--help"});
+        EXPECT_EQ(result.status, kDone);
+        EXPECT_NE(result.out.find("Exit status: 0 done, 1 "), std::string::npos) << result.out;
+    }
+}
+
+TEST_F(Pkgtool, RefusesABadCommandLineWithStatus1)
+{
+    for (const Words& command : {Words{}, Words{"sing"}, Words{"sign"}, Words{"pack", "--payload"}}) {
+        const ProcessResult result = Run(command);
+        EXPECT_EQ(result.status, kUserError);
+        EXPECT_NE(result.err, "");
+    }
+}
+
+// ---- sign ----
+
+TEST_F(Pkgtool, SignsWithEveryDigest)
+{
+    for (const char* digest : {"sha256", "sha384", "sha512"}) {
+        const Bytes cms = Sign(Signer() + LocalAuthority() + Words{"--digest", digest});
+        EXPECT_EQ(room_.Verify(payload_, cms), kAccepted) << digest;
+    }
+}
+
+TEST_F(Pkgtool, WritesPem)
+{
+    const Bytes der = UsualSignature();
+    EXPECT_EQ(Sign(Signer() + LocalAuthority() + Words{"--pem"}), Pem("CMS", der));
+    EXPECT_EQ(room_.Verify(payload_, Pem("CMS", der)), kAccepted);
+}
+
+// SHA-256 signatures of one key over one content differ in nothing but the attributes.
+TEST_F(Pkgtool, SignsWithContentTypeAndMessageDigestAlone)
+{
+    CmsSpec expected;
+    expected.certificates = {Build(room_.Pki().signingCa), Build(room_.Pki().signer)};
+    expected.signers = {SignedBy(room_.Pki().signer)};
+    expected.signers[0].digestAlgorithm = AlgoId(oid::sha256, {});
+    const Bytes byBuilder = DetachedCms(payload_, expected);
+    EXPECT_EQ(SignatureValue(Sign(Signer() + Words{"--no-timestamp"})), SignatureValue(byBuilder));
+}
+
+TEST_F(Pkgtool, PutsInASigningTimeWhenOneIsGiven)
+{
+    const Bytes utc = Sign(Signer() + LocalAuthority() + Words{"--signing-time", "20251231235959Z"});
+    EXPECT_TRUE(Contains(utc, SigningTimeAttribute(UtcTime("251231235959Z"))));
+    EXPECT_EQ(room_.Verify(payload_, utc), kAccepted);
+    const Bytes generalized = Sign(Signer() + LocalAuthority() + Words{"--signing-time", "20500101000000Z"});
+    EXPECT_TRUE(Contains(generalized, SigningTimeAttribute(GenTime("20500101000000Z"))));
+    EXPECT_FALSE(Contains(UsualSignature(), Oid(oid::signingTime)));
+}
+
+TEST_F(Pkgtool, SeveralSignersHaveDigestsOfTheirOwn)
+{
+    const CertSpec second = With(pnvtest::Signer(KeyId::Rsa2048F), &CertSpec::serial, Bytes{0x77});
+    WriteTo(room_, "second", second, KeyId::Rsa2048F);
+    const Words signers =
+        Signer() + Words{"--cert", room_.Path("second.pem"), "--key", room_.Path("second.key")} + LocalAuthority();
+    EXPECT_EQ(room_.Verify(payload_, Sign(signers)), kAccepted);
+    EXPECT_EQ(room_.Verify(payload_, Sign(signers + Words{"--digest", "sha256", "--digest", "sha512"})), kAccepted);
+}
+
+TEST_F(Pkgtool, SameInputsGiveTheSameBytes)
+{
+    const Bytes first = UsualSignature();
+    EXPECT_EQ(UsualSignature(), first);
+    RunWell(PackCommand(room_.Path("signature")));
+    const Bytes package = room_.Read("package");
+    RunWell(PackCommand(room_.Path("signature")));
+    EXPECT_EQ(room_.Read("package"), package);
+}
+
+TEST_F(Pkgtool, RootsAreLeftOut)
+{
+    const Bytes with = Sign(Signer() + LocalAuthority() + Words{"--chain", room_.Path("root.pem")});
+    EXPECT_EQ(with, UsualSignature());
+}
+
+// ---- Keys ----
+
+TEST_F(Pkgtool, ReadsKeysInEveryForm)
+{
+    const std::string pem = KeyFile(room_.Pki().signer.key);
+    const Words environment{"PASSWORD=test-only"};
+    const std::string passwordFile = room_.Write("password", Text("test-only\n"));
+    RunProcess({"openssl", "pkey", "-in", pem, "-outform", "DER", "-out", room_.Path("der.key")});
+    RunProcess({"openssl", "pkcs8", "-topk8", "-in", pem, "-passout", "pass:test-only", "-out", room_.Path("enc.key")});
+    RunProcess({"openssl", "pkcs12", "-export", "-inkey", pem, "-in", room_.Path("signer.pem"), "-certfile",
+                room_.Path("ca.pem"), "-passout", "pass:test-only", "-out", room_.Path("signer.p12")});
+    room_.Write("signer.der", Build(room_.Pki().signer));
+
+    const Bytes expected = UsualSignature();
+    const Words others = Words{"--chain", room_.Path("ca.pem")} + LocalAuthority();
+    const Words der{"--cert", room_.Path("signer.der"), "--key", room_.Path("der.key")};
+    const Words encrypted{"--cert", room_.Path("signer.pem"), "--key", room_.Path("enc.key")};
+    const Words pkcs12{"--p12", room_.Path("signer.p12")};
+    EXPECT_EQ(Sign(der + others), expected);
+    EXPECT_EQ(Sign(encrypted + Words{"--pass", "env:PASSWORD"} + others, environment), expected);
+    EXPECT_EQ(Sign(pkcs12 + Words{"--pass", "file:" + passwordFile} + LocalAuthority()), expected);
+
+    ExpectUserError(SignCommand(encrypted + others, "none"), "is encrypted", "--pass");
+    ExpectUserError(SignCommand(encrypted + others + Words{"--pass", "test-only"}, "none"), "neither env:NAME",
+                    "every user of the machine");
+    EXPECT_NE(Run(SignCommand(pkcs12 + others + Words{"--pass", "env:PASSWORD"}), {"PASSWORD=wrong"})
+                  .err.find("the password does not open"),
+              std::string::npos);
+}
+
+TEST_F(Pkgtool, SignsInAPkcs11Token)
+{
+    const std::string module = "/usr/lib/softhsm/libsofthsm2.so";
+    if (!IsInstalled("softhsm2-util")) GTEST_SKIP() << "needs softhsm2 and libengine-pkcs11-openssl";
+    room_.Write("softhsm2.conf", Text("directories.tokendir = " + room_.Path("") + "\n"));
+    const Words environment{"SOFTHSM2_CONF=" + room_.Path("softhsm2.conf"), "PKCS11_MODULE_PATH=" + module, "PIN=1234"};
+    RunProcess({"softhsm2-util", "--init-token", "--free", "--label", "test", "--pin", "1234", "--so-pin", "4321"},
+               environment);
+    RunProcess({"openssl", "pkey", "-in", KeyFile(room_.Pki().signer.key), "-out", room_.Path("plain.key")});
+    RunProcess({"softhsm2-util", "--import", room_.Path("plain.key"), "--token", "test", "--label", "signer", "--id",
+                "01", "--pin", "1234"},
+               environment);
+
+    const Words key{"--cert",  room_.Path("signer.pem"), "--key",  "pkcs11:token=test;object=signer;type=private",
+                    "--chain", room_.Path("ca.pem"),     "--pass", "env:PIN"};
+    EXPECT_EQ(Sign(key + LocalAuthority(), environment), UsualSignature());
+}
+
+TEST_F(Pkgtool, KeysAreOpenedForReadingOnly)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const TracedProcess traced = RunTraced(Words{PKGTOOL_PATH} + SignCommand(Signer() + LocalAuthority()));
+    ASSERT_EQ(traced.result.status, kDone) << traced.result.err;
+    std::size_t opened = 0;
+    for (std::size_t at = 0; (at = traced.opened.find("TEST-ONLY", at)) != std::string::npos; ++at, ++opened) {
+        const std::string line = traced.opened.substr(at, traced.opened.find('\n', at) - at);
+        EXPECT_NE(line.find("O_RDONLY"), std::string::npos) << line;
+    }
+    EXPECT_GE(opened, 2u);
+}
+
+// ---- Timestamps from elsewhere ----
+
+class PkgtoolTimestamp : public Pkgtool {
+protected:
+    void SetUp() override
+    {
+        if (!IsInstalled("openssl") || !IsInstalled("faketime")) GTEST_SKIP() << "needs openssl and faketime";
+        room_.Write("tsa.cnf", Text("[tsa]\ndefault_tsa = authority\n[authority]\nserial = " + room_.Path("serial") +
+                                    "\nsigner_cert = " + room_.Path("tsa.pem") + "\ncerts = " +
+                                    room_.Path("tsa-ca.pem") + "\nsigner_key = " + KeyFile(room_.Pki().tsa.key) +
+                                    "\nsigner_digest = sha256\ndefault_policy = " + std::string(oid::testPolicy) +
+                                    "\ndigests = sha256, sha384\ness_cert_id_alg = sha256\n"));
+    }
+
+    void Reply(const Words& options) const
+    {
+        RunProcess(Words{"faketime", "2026-06-01 00:00:00", "openssl", "ts", "-reply", "-config", room_.Path("tsa.cnf"),
+                         "-queryfile", room_.Path("query")} +
+                   options);
+    }
+};
+
+TEST_F(PkgtoolTimestamp, QueryAndResponseFilesAreCarriedByHand)
+{
+    RunWell(Words{"sign", payloadFile_, "--tsa-request-out", room_.Path("query")} + Signer());
+    const Words files = room_.Files();
+    EXPECT_EQ(std::count(files.begin(), files.end(), "signature"), 0);
+    Reply({"-out", room_.Path("response")});
+    EXPECT_EQ(room_.Verify(payload_, Sign(Signer() + Words{"--tsa-response", room_.Path("response")})), kAccepted);
+    Reply({"-token_out", "-out", room_.Path("token")});
+    EXPECT_EQ(room_.Verify(payload_, Sign(Signer() + Words{"--tsa-response", room_.Path("token")})), kAccepted);
+}
+
+TEST_F(PkgtoolTimestamp, ResponseToAnotherQueryIsRefused)
+{
+    RunWell(Words{"sign", payloadFile_, "--tsa-request-out", room_.Path("query")} + Signer());
+    Reply({"-out", room_.Path("response")});
+    ExpectUserError(
+        SignCommand(Signer() + Words{"--tsa-response", room_.Path("response"), "--digest", "sha384"}, "none"),
+        "the timestamp is for another signature", "exactly this payload");
+}
+
+TEST_F(PkgtoolTimestamp, RefusalOfTheAuthorityIsShown)
+{
+    RunWell(Words{"sign", payloadFile_, "--tsa-request-out", room_.Path("query"), "--digest", "sha512"} + Signer());
+    Reply({"-out", room_.Path("response")});
+    const ProcessResult result = Run(SignCommand(Signer() + Words{"--tsa-response", room_.Path("response")}));
+    EXPECT_EQ(result.status, kUserError);
+    EXPECT_NE(result.err.find("the authority refused: Message digest algorithm is not supported"), std::string::npos)
+        << result.err;
+}
+
+TEST_F(PkgtoolTimestamp, ComesFromAUrl)
+{
+    if (!IsInstalled("python3")) GTEST_SKIP() << "needs python3";
+    const Words responder{"faketime",
+                          "2026-06-01 00:00:00",
+                          "python3",
+                          TEST_SUPPORT_PATH "/timestamp_responder.py",
+                          room_.Path("tsa.cnf"),
+                          PKGTOOL_PATH};
+    // faketime comes into every process by LD_PRELOAD, which the sanitizers' run-time library does not like.
+    const ProcessResult result = RunProcess(responder + SignCommand(Signer() + Words{"--tsa-url", "{url}"}),
+                                            {"ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"});
+    ASSERT_EQ(result.status, kDone) << result.err;
+    EXPECT_EQ(room_.Verify(payload_, room_.Read("signature")), kAccepted);
+}
+
+TEST_F(Pkgtool, SaysWhenNoAuthorityAnswers)
+{
+    const ProcessResult result = Run(SignCommand(Signer() + Words{"--tsa-url", "http://127.0.0.1:1/"}));
+    EXPECT_EQ(result.status, kUserError);
+    EXPECT_NE(result.err.find("no answer from http://127.0.0.1:1/"), std::string::npos) << result.err;
+}
+
+// ---- Hints on who signs ----
+
+class PkgtoolHint : public Pkgtool {
+protected:
+    // Signing with this certificate fails so; the checker refuses what a willing tool would have signed.
+    void ExpectBadSigner(CertSpec cert, const std::string& message, const std::string& hint)
+    {
+        WriteTo(room_, "bad-signer", cert, cert.key);
+        ExpectUserError(SignCommand(Words{"--cert", room_.Path("bad-signer.pem"), "--key", room_.Path("bad-signer.key"),
+                                          "--chain", room_.Path("ca.pem")} +
+                                        LocalAuthority(),
+                                    "none"),
+                        message, hint);
+        if (cert.key == KeyId::EcP256) return; // no test key of that kind signs
+        DemoPki pki = room_.Pki();
+        pki.signer = cert;
+        EXPECT_NE(room_.Verify(payload_, DetachedCms(payload_, DemoCms(pki))), kAccepted);
+    }
+    void ExpectBadAuthority(CertSpec cert, const std::string& message, const std::string& hint)
+    {
+        WriteTo(room_, "bad-tsa", cert, cert.key);
+        ExpectUserError(SignCommand(Signer() + Words{"--tsa-cert", room_.Path("bad-tsa.pem"), "--tsa-key",
+                                                     room_.Path("bad-tsa.key"), "--tsa-time", kTime},
+                                    "none"),
+                        message, hint);
+        DemoPki pki = room_.Pki();
+        pki.tsa = cert;
+        EXPECT_NE(room_.Verify(payload_, DetachedCms(payload_, DemoCms(pki))), kAccepted);
+    }
+
+    const CertSpec signer_ = room_.Pki().signer;
+    const CertSpec tsa_ = Tsa();
+};
+
+TEST_F(PkgtoolHint, KeyOfAnotherCertificate)
+{
+    ExpectUserError(
+        SignCommand(Words{"--cert", room_.Path("signer.pem"), "--key", KeyFile(KeyId::Rsa2048H)} + LocalAuthority(),
+                    "none"),
+        "does not match the certificate of 'CN=", "in the order of the command line");
+}
+
+TEST_F(PkgtoolHint, SignerWithoutDigitalSignature)
+{
+    ExpectBadSigner(With(signer_, &CertSpec::keyUsage, usage::nonRepudiation), "lacks digitalSignature",
+                    "keyUsage = critical,digitalSignature");
+    ExpectBadSigner(With(signer_, &CertSpec::keyUsage, std::nullopt), "lacks digitalSignature", "keyUsage");
+}
+
+TEST_F(PkgtoolHint, SignerWithoutCodeSigning)
+{
+    ExpectBadSigner(With(signer_, &CertSpec::extendedKeyUsage, std::vector<std::string_view>{oid::timeStamping}),
+                    "lacks codeSigning", "extendedKeyUsage = codeSigning");
+    ExpectBadSigner(With(signer_, &CertSpec::extendedKeyUsage, std::vector<std::string_view>{}), "lacks codeSigning",
+                    "extendedKeyUsage = codeSigning");
+}
+
+TEST_F(PkgtoolHint, SignerThatIsACa)
+{
+    ExpectBadSigner(With(signer_, &CertSpec::basicConstraints, Ca()), "is a CA's", "none themselves");
+}
+
+TEST_F(PkgtoolHint, SelfSignedSigner)
+{
+    CertSpec cert = signer_;
+    cert.issuer = cert.subject;
+    cert.issuerKey = cert.key;
+    ExpectBadSigner(cert, "is self-signed", "a CA issued");
+}
+
+TEST_F(PkgtoolHint, SignerWithAnEllipticCurveKey)
+{
+    ExpectBadSigner(With(signer_, &CertSpec::key, KeyId::EcP256), "is not an RSA key", "elliptic curves");
+}
+
+TEST_F(PkgtoolHint, SignerIssuedWithSha1)
+{
+    ExpectBadSigner(With(signer_, &CertSpec::hash, Hash::Sha1), "is not signed with RSA and SHA-256",
+                    "sha256WithRSAEncryption");
+}
+
+TEST_F(PkgtoolHint, AuthorityWithoutTimeStamping)
+{
+    ExpectBadAuthority(With(tsa_, &CertSpec::extendedKeyUsage, std::vector<std::string_view>{oid::codeSigning}),
+                       "lacks timeStamping", "extendedKeyUsage = timeStamping");
+}
+
+TEST_F(PkgtoolHint, AuthorityWithoutDigitalSignature)
+{
+    ExpectBadAuthority(With(tsa_, &CertSpec::keyUsage, usage::crlSign), "lacks digitalSignature", "keyUsage");
+}
+
+TEST_F(PkgtoolHint, TimestampFromNowhereOrFromTwoPlaces)
+{
+    ExpectUserError(SignCommand(Signer(), "none"), "where is the timestamp to come from?", "--tsa-url");
+    ExpectUserError(SignCommand(Signer() + LocalAuthority() + Words{"--no-timestamp"}, "none"), "only one timestamp",
+                    "--tsa-cert");
+}
+
+TEST_F(PkgtoolHint, TimeThatIsNone)
+{
+    for (const char* time : {"20260101000000", "20260101000000.5Z", "20261301000000Z", "2026-01-01"}) {
+        ExpectUserError(SignCommand(Signer() + LocalAuthority() + Words{"--signing-time", time}, "none"),
+                        "is not a time", "YYYYMMDDhhmmssZ");
+    }
+}
+
+TEST_F(PkgtoolHint, OptionsThatDoNotAddUp)
+{
+    ExpectUserError(SignCommand(Words{"--cert", room_.Path("signer.pem")} + LocalAuthority(), "none"),
+                    "every --cert needs its --key", "--p12");
+    ExpectUserError(SignCommand(LocalAuthority(), "none"), "nobody signs", "--cert and --key");
+    ExpectUserError(
+        SignCommand(Signer() + LocalAuthority() + Words{"--digest", "sha256", "--digest", "sha512"}, "none"),
+        "--digest is given 2 times for 1 signers", "once for all signers");
+}
+
+// ---- Hints on signatures and timestamps that others made ----
+
+TEST_F(PkgtoolHint, SignatureWithoutTimestamp)
+{
+    ExpectBadSignature(Sign(Signer() + Words{"--no-timestamp"}), "has no timestamp", "sign with pkgtool");
+}
+
+TEST_F(PkgtoolHint, SignatureOverAnotherPayload)
+{
+    ExpectBadSignature(DetachedCms(Text("another"), DemoCms(room_.Pki())), "not a signature over this payload",
+                       "-binary");
+}
+
+TEST_F(PkgtoolHint, SignatureWithoutCertificates)
+{
+    const CmsSpec cms = With(DemoCms(room_.Pki()), &CmsSpec::certificates, std::vector<Bytes>{});
+    ExpectBadSignature(DetachedCms(payload_, cms), "certificate is not in the signature", "-nocerts");
+}
+
+TEST_F(PkgtoolHint, SignerNamedByKeyIdentifier)
+{
+    CmsSpec cms = DemoCms(room_.Pki());
+    cms.signers[0].version = 3;
+    cms.signers[0].signerIdentifier = CtxPrim(0, Bytes(20, 0x01));
+    ExpectBadSignature(DetachedCms(payload_, cms), "named by key identifier", "-keyid");
+}
+
+TEST_F(PkgtoolHint, SignatureWithSha1)
+{
+    CmsSpec cms = DemoCms(room_.Pki());
+    cms.signers[0].hash = Hash::Sha1;
+    ExpectBadSignature(DetachedCms(payload_, cms), "digest is not SHA-256", "-md sha256");
+}
+
+TEST_F(PkgtoolHint, SignatureWithIndefiniteLengths)
+{
+    const Bytes der = DetachedCms(payload_, DemoCms(room_.Pki()));
+    const Bytes indefinite = Cat(Bytes{0x30, 0x80}, Content(der, {}), Bytes{0x00, 0x00});
+    ExpectBadSignature(indefinite, "has indefinite lengths", "-cmsout");
+}
+
+TEST_F(PkgtoolHint, SomethingThatIsNoSignature)
+{
+    ExpectBadSignature(Text("MIME-Version: 1.0\nContent-Type: multipart/signed"), "not a CMS signature in DER or PEM",
+                       "-cmsout");
+    ExpectBadSignature(Cat(Text("\n"), Pem("CMS", DetachedCms(payload_, DemoCms(room_.Pki())))),
+                       "not a CMS signature in DER or PEM", "first byte");
+}
+
+TEST_F(PkgtoolHint, TimestampWithFractionsOfASecond)
+{
+    ExpectBadTimestamp(With(DemoToken(room_.Pki()), &TokenSpec::time, GenTime("20260101000000.5Z")),
+                       "fractions of a second", "clock_precision_digits");
+}
+
+TEST_F(PkgtoolHint, TimestampWithTsaName)
+{
+    const Bytes name = Ctx(0, Ctx(4, room_.Pki().tsa.subject)); // [0] EXPLICIT, directoryName [4]
+    ExpectBadTimestamp(With(DemoToken(room_.Pki()), &TokenSpec::tsa, name), "has a tsa name", "tsa_name = no");
+}
+
+TEST_F(PkgtoolHint, TimestampWithAccuracyBelowASecond)
+{
+    const Bytes accuracy = Seq(CtxPrim(0, {0x01})); // millis
+    ExpectBadTimestamp(With(DemoToken(room_.Pki()), &TokenSpec::accuracy, accuracy), "accuracy has no seconds",
+                       "accuracy = secs:1");
+}
+
+TEST_F(PkgtoolHint, TimestampByAnotherPurpose)
+{
+    DemoPki pki = room_.Pki();
+    pki.tsa.extraExtensions.clear();
+    ExpectBadTimestamp(DemoToken(pki), "lacks timeStamping", "extendedKeyUsage = timeStamping");
+}
+
+TEST_F(PkgtoolHint, TimestampWithoutCertificate)
+{
+    TokenSpec token = DemoToken(room_.Pki());
+    token.cms.certificates.clear();
+    ExpectBadTimestamp(token, "certificate is not in the timestamp", "--chain");
+}
+
+TEST_F(PkgtoolHint, TimestampOfAnotherSignature)
+{
+    ExpectBadTimestamp(With(DemoToken(room_.Pki()), &TokenSpec::imprint, Bytes(32, 0x00)), "is for another signature",
+                       "the query");
+}
+
+// ---- pack ----
+
+TEST_F(Pkgtool, PacksWhatTheContainerFormatSays)
+{
+    const Bytes cms = UsualSignature();
+    PackageSpec expected =
+        SignedPackage(payload_, cms, Cat(room_.Read("root.crl"), room_.Read("ca.crl"), room_.Read("tsa-ca.crl")));
+    RunWell(PackCommand(room_.Path("signature")));
+    EXPECT_EQ(room_.Read("package"), Build(expected));
+
+    expected.reserved = 1;
+    expected.headerCrc = 0x89ABCDEF;
+    expected.fileId = 3;
+    expected.version = 0x01020304;
+    expected.fileCrc = 0xFFFFFFFF;
+    expected.compressType = 6;
+    expected.description = "Release 1.2";
+    expected.length = 7;
+    expected.subFileCount = 8;
+    RunWell(PackCommand(room_.Path("signature")) + Words{"--reserved", "1", "--header-crc", "0x89abcdef", "--file-id",
+                                                         "3", "--version", "0x01020304", "--file-crc", "4294967295",
+                                                         "--compress-type", "6", "--description", "Release 1.2",
+                                                         "--length", "7", "--sub-file-count", "8"});
+    EXPECT_EQ(room_.Read("package"), Build(expected));
+}
+
+TEST_F(Pkgtool, PacksSeveralCrlsInPem)
+{
+    UsualSignature();
+    const auto pem = [&](const std::string& name) {
+        return room_.Write(name + ".pem", Pem("X509 CRL", room_.Read(name)));
+    };
+    RunWell({"pack", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl", pem("root.crl"), "--crl",
+             pem("ca.crl"), "--crl", pem("tsa-ca.crl"), "-o", room_.Path("package")});
+    RunWell({"unpack", room_.Path("package"), "-d", room_.Path("unpacked")});
+    EXPECT_EQ(room_.Verify(payload_, room_.Read("unpacked/2-signature"), room_.Read("unpacked/3-crl")), kAccepted);
+}
+
+TEST_F(Pkgtool, PacksAnUnsignedPayloadOnlyWhenTold)
+{
+    const Words payloadAlone{"pack", "--payload", payloadFile_, "-o", room_.Path("package")};
+    ExpectUserError(payloadAlone, "needs --cms and --crl", "--unsigned");
+    RunWell(payloadAlone + Words{"--unsigned"});
+    PackageSpec expected;
+    expected.subFiles = {{subfile::payload, payload_, {}, {}}};
+    EXPECT_EQ(room_.Read("package"), Build(expected));
+}
+
+TEST_F(Pkgtool, PacksAnythingUnchecked)
+{
+    const std::string garbage = room_.Write("garbage", Text("garbage"));
+    RunWell({"pack", "--unchecked", "--payload", payloadFile_, "--cms", garbage, "--crl", garbage, "-o",
+             room_.Path("package")});
+    EXPECT_EQ(room_.Read("package"), Build(SignedPackage(payload_, Text("garbage"), Text("garbage"))));
+}
+
+TEST_F(PkgtoolHint, CrlWithoutNextUpdate)
+{
+    UsualSignature();
+    const std::string crl =
+        room_.Write("open.crl", Build(With(room_.Pki().rootCrl, &CrlSpec::nextUpdate, std::nullopt)));
+    ExpectUserError(PackCommand(room_.Path("signature")) + Words{"--crl", crl}, "has no nextUpdate", "-crldays");
+}
+
+TEST_F(PkgtoolHint, CrlsInTwoForms)
+{
+    UsualSignature();
+    const std::string pem = room_.Write("crl.pem", Pem("X509 CRL", room_.Read("root.crl")));
+    ExpectUserError(PackCommand(room_.Path("signature")) + Words{"--crl", pem}, "some CRLs are PEM", "openssl crl");
+}
+
+TEST_F(Pkgtool, RefusesWhatIsNoCrl)
+{
+    UsualSignature();
+    const std::string notOnlyCrls = room_.Write("mixed", Cat(room_.Read("root.crl"), Text("rest")));
+    const ProcessResult result = Run(PackCommand(room_.Path("signature")) + Words{"--crl", notOnlyCrls});
+    EXPECT_EQ(result.status, kUserError);
+    EXPECT_NE(result.err.find("something that is not a CRL"), std::string::npos) << result.err;
+}
+
+TEST_F(Pkgtool, RefusesADescriptionThatDoesNotFit)
+{
+    const Words pack{"pack", "--unsigned", "--payload", payloadFile_, "-o", room_.Path("package"), "--description"};
+    RunWell(pack + Words{std::string(224, 'x')});
+    EXPECT_EQ(Run(pack + Words{std::string(225, 'x')}).status, kUserError);
+}
+
+// ---- unpack and list ----
+
+TEST_F(Pkgtool, UnpackUndoesPack)
+{
+    const Bytes cms = UsualSignature();
+    RunWell(PackCommand(room_.Path("signature")));
+    RunWell({"unpack", room_.Path("package"), "-d", room_.Path("unpacked")});
+    EXPECT_EQ(room_.Read("unpacked/1-payload"), payload_);
+    EXPECT_EQ(room_.Read("unpacked/2-signature"), cms);
+    EXPECT_EQ(room_.Read("unpacked/3-crl"),
+              Cat(room_.Read("root.crl"), room_.Read("ca.crl"), room_.Read("tsa-ca.crl")));
+}
+
+TEST_F(Pkgtool, UnpacksUnknownTypesAndFullTables)
+{
+    PackageSpec package;
+    for (std::uint8_t i = 1; i <= 8; ++i) package.subFiles.push_back({0x20000000, {i}, {}, {}});
+    RunWell({"unpack", room_.Write("package", Build(package)), "-d", room_.Path("unpacked")});
+    EXPECT_EQ(room_.Read("unpacked/8-0x20000000"), Bytes{8});
+}
+
+TEST_F(PkgtoolHint, SubFileOutsideThePackage)
+{
+    PackageSpec package = SignedPackage(payload_, Text("cms"), Text("crl"));
+    package.subFiles[2].length = 4;
+    ExpectUserError({"unpack", room_.Write("package", Build(package)), "-d", room_.Path("unpacked")},
+                    "lies outside the package", "pkgtool list");
+    package.subFiles[2].offset = 0xFFFFFFFF;
+    ExpectUserError({"unpack", room_.Write("package", Build(package)), "-d", room_.Path("unpacked")},
+                    "lies outside the package", "pkgtool list");
+}
+
+TEST_F(Pkgtool, ListsHeaderAndTable)
+{
+    PackageSpec package = SignedPackage(payload_, Text("cms"), Text("crl"));
+    package.version = 0x01020304;
+    package.description = "Release\x1B[31m 1.2";
+    package.subFiles[2].type = 0x20000000;
+    package.subFiles[2].length = 4;
+    const ProcessResult result = Run({"list", room_.Write("package", Build(package))});
+    EXPECT_EQ(result.status, kDone);
+    EXPECT_EQ(result.out, "file id      0x00000000\n"
+                          "version      0x01020304\n"
+                          "length       374 (the file has 374)\n"
+                          "compression  0\n"
+                          "header crc   0x00000000\n"
+                          "file crc     0x00000000\n"
+                          "reserved     0x00000000\n"
+                          "description  Release?[31m 1.2\n"
+                          "sub-files    3\n"
+                          "  0x00000001  payload    offset          0  length         16\n"
+                          "  0x10000001  signature  offset         16  length          3\n"
+                          "  0x20000000  0x20000000 offset         19  length          4  outside the file\n");
+}
+
+TEST_F(Pkgtool, RefusesWhatIsShorterThanAHeader)
+{
+    const std::string file = room_.Write("package", Bytes(351, 0));
+    for (const Words& command : {Words{"list", file}, Words{"unpack", file, "-d", room_.Path("unpacked")}}) {
+        const ProcessResult result = Run(command);
+        EXPECT_EQ(result.status, kUserError);
+        EXPECT_NE(result.err.find("shorter than a package header"), std::string::npos) << result.err;
+    }
+}
+
+// ---- Files ----
+
+// A file size limit stands for a full disk.
+TEST_F(Pkgtool, WritesWholeFilesOrNothing)
+{
+    const Words pack{
+        PKGTOOL_PATH,         "pack", "--unsigned", "--payload", room_.Write("big", Bytes(4096, 0x55)), "-o",
+        room_.Path("package")};
+    room_.Write("package", Text("old"));
+    const Words before = room_.Files();
+    const Words limited{"sh", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$@\"", "sh"};
+    const ProcessResult result = RunProcess(limited + pack);
+    EXPECT_EQ(result.status, kUserError);
+    EXPECT_NE(result.err.find("cannot write " + room_.Path("package")), std::string::npos) << result.err;
+    EXPECT_EQ(room_.Read("package"), Text("old"));
+    EXPECT_EQ(room_.Files(), before);
+}
+
+TEST_F(Pkgtool, SaysWhichFileItCannotRead)
+{
+    for (const std::string& path : {room_.Path("absent"), room_.Path("")}) {
+        const ProcessResult result = Run({"list", path});
+        EXPECT_EQ(result.status, kUserError);
+        EXPECT_NE(result.err.find(path), std::string::npos) << result.err;
+    }
+}
+
+} // namespace
+} // namespace pnvtest
