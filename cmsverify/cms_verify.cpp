@@ -86,19 +86,12 @@ static PELNIC_ERROR_CODE checkContext(PELNIC_VRF_CTX ctx)
     return static_cast<const PELNIC_VRF*>(ctx)->st_size == sizeof(PELNIC_VRF) ? 0 : PELNIC_ERR_INVALID_SIZE;
 }
 
-// Logs a null argument.
-static PELNIC_ERROR_CODE nullArgument(const PELNIC_VRF* pVrf)
-{
-    const PELNIC_ERROR_CODE rc = PELNIC_ERR_NULL_POINTER;
-    return PNV_FAIL(pVrf, rc);
-}
-
 PELNIC_ERROR_CODE pelnic_set_verify_params(PELNIC_VRF_CTX ctx, const PELNIC_VRF_PARAMS* pParams)
 {
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pParams == nullptr) return nullArgument(pVrf);
+    if (pParams == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     if (pParams->st_size != sizeof(PELNIC_VRF_PARAMS)) rc = PELNIC_ERR_INVALID_SIZE;
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     pVrf->vrf_params = *pParams;
@@ -173,8 +166,7 @@ PELNIC_ERROR_CODE _pnvReadFile(const PELNIC_VRF* pVrf, const PNV_CHAR* pszFilePa
     if (pszFilePath == nullptr || pelnic_strlen(pVrf, pszFilePath) == 0) return emptyPath(pVrf);
     const PNV_FILE_HANDLE file = pelnic_fopen(pVrf, pszFilePath, "rb");
     if (file == nullptr) {
-        const PELNIC_ERROR_CODE rc = PELNIC_ERR_SYS_FILE_OPEN;
-        return PNV_FAIL_MSG(pVrf, rc, "Can not open file '%s'.", pszFilePath);
+        return PNV_FAIL_MSG(pVrf, PELNIC_ERR_SYS_FILE_OPEN, "Can not open file '%s'.", pszFilePath);
     }
     const PELNIC_ERROR_CODE rc = readWhole(pVrf, file, data, size);
     (void)pelnic_fclose(pVrf, file); // nothing was written
@@ -490,7 +482,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_cert(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbC
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pbCert == nullptr || nCertLength == 0) return nullArgument(pVrf);
+    if (pbCert == nullptr || nCertLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     rc = addCerts(pVrf, pbCert, nCertLength);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     return 0;
@@ -501,7 +493,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_cert_file(PELNIC_VRF_CTX ctx, const PNV_CHAR
     const PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pszCertFile == nullptr) return nullArgument(pVrf);
+    if (pszCertFile == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     return withFile(pVrf, pszCertFile,
                     [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_cert(ctx, data, size); });
 }
@@ -528,7 +520,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCr
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pbCrl == nullptr || nCrlLength == 0) return nullArgument(pVrf);
+    if (pbCrl == nullptr || nCrlLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     rc = addCrls(pVrf, pbCrl, nCrlLength);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     return 0;
@@ -539,7 +531,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR*
     const PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pszCrlFile == nullptr) return nullArgument(pVrf);
+    if (pszCrlFile == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     return withFile(pVrf, pszCrlFile,
                     [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_crl(ctx, data, size); });
 }
@@ -703,8 +695,7 @@ PELNIC_ERROR_CODE _pnvAddSignerInfoToVerifyProcess(PELNIC_VRF* pVrf, const PELNI
     if (pShared != nullptr) {
         // The content is hashed once for all signers of an algorithm, so they must claim the same digest.
         if (isSameDigest(pVrf, pShared, pInfo->pbDigest, pInfo->nDigestSize)) return 0;
-        rc = PELNIC_ERR_CMS_DIGEST_CONFLICT;
-        return PNV_FAIL(pVrf, rc);
+        return PNV_FAIL(pVrf, PELNIC_ERR_CMS_DIGEST_CONFLICT);
     }
     rc = startDigest(pVrf, pInfo);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
@@ -818,15 +809,14 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pbSignature == nullptr || nSigLength == 0) return nullArgument(pVrf);
+    if (pbSignature == nullptr || nSigLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     _pnvSyncCrl(pVrf); // whatever becomes of the signature, the CRLs are frozen
     if (nSigLength < MIN_INPUT) return PELNIC_ERR_CMS_FORMAT;
     PELNIC_PKCS7_CONTENT* pContent = nullptr;
     rc = decodeSignature(pVrf, pbSignature, nSigLength, &pContent);
     if (rc != 0) return rc;
     if (pContent == nullptr) {
-        rc = PELNIC_ERR_CMS_NO_SIGNER;
-        return PNV_FAIL(pVrf, rc);
+        return PNV_FAIL(pVrf, PELNIC_ERR_CMS_NO_SIGNER);
     }
     PNV_SCOPE_EXIT freeContent{[&] { pelnic_pkcs7_free_signed(pVrf, pContent); }};
     if (pContent->signed_data == nullptr || pContent->signed_data->signer_infos == nullptr) {
@@ -858,11 +848,10 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_update(PELNIC_VRF_CTX ctx, cons
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pbContent == nullptr || nContentLength == 0) return nullArgument(pVrf);
+    if (pbContent == nullptr || nContentLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     const LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO& entries = pVrf->vrf_proc.md_info_list;
     if (entries.num == 0) {
-        rc = PELNIC_ERR_CMS_NOT_BEGUN;
-        return PNV_FAIL(pVrf, rc);
+        return PNV_FAIL(pVrf, PELNIC_ERR_CMS_NOT_BEGUN);
     }
     for (PNV_UINT32 i = 0; i < entries.num; ++i) {
         rc = feedEntry(pVrf, entries.data[i], pbContent, static_cast<PNV_UINT32>(nContentLength));
@@ -910,7 +899,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_final(PELNIC_VRF_CTX ctx, PNV_I
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (result == nullptr) return nullArgument(pVrf);
+    if (result == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     *result = 1;
     rc = finishEntries(pVrf, result);
     pelnic_list_free(pVrf, _pnvAsList(&pVrf->vrf_proc.md_info_list), freeMdElement);
@@ -951,7 +940,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_quick(PELNIC_VRF_CTX ctx, const
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (srcfile == nullptr || sigfile == nullptr || result == nullptr) return nullArgument(pVrf);
+    if (srcfile == nullptr || sigfile == nullptr || result == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     *result = 0;
     rc = withFile(pVrf, sigfile, [&](const PNV_BYTE* data, PNV_UINT32 size) {
         return pelnic_verify_detach_signature_begin(ctx, data, size);
@@ -1042,8 +1031,7 @@ static PELNIC_ERROR_CODE verifyTsAttributes(const PELNIC_VRF* pVrf, const PELNIC
     PNV_INT verdict = 0;
     PELNIC_ERROR_CODE rc = pelnic_pkcs7_detached_signature_verify(pVrf, si_ts, cert, &verdict);
     if (rc != 0 || verdict != 1) {
-        rc = PELNIC_ERR_CMS_SIGNATURE;
-        return PNV_FAIL(pVrf, rc);
+        return PNV_FAIL(pVrf, PELNIC_ERR_CMS_SIGNATURE);
     }
     PELNIC_VERIFY_DIGEST_INFO* pInfo = nullptr;
     rc = _pnvGetDigestFromSignerInfo(pVrf, si_ts, &pInfo);
@@ -1235,7 +1223,7 @@ PELNIC_ERROR_CODE pelnic_decode_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCrl, P
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (pbCrl == nullptr || nCrlLength == 0 || ppResult == nullptr) return nullArgument(pVrf);
+    if (pbCrl == nullptr || nCrlLength == 0 || ppResult == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     DECODED_INPUT input = {};
     PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
     rc = initInput(pVrf, &input);
@@ -1250,7 +1238,7 @@ PELNIC_ERROR_CODE pelnic_decode_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR* crl
     const PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
-    if (crlFile == nullptr || pResult == nullptr) return nullArgument(pVrf);
+    if (crlFile == nullptr || pResult == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     return withFile(pVrf, crlFile,
                     [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_decode_crl(ctx, data, size, pResult); });
 }
@@ -1376,10 +1364,10 @@ PELNIC_ERROR_CODE pelnic_crl_compare(PELNIC_VRF_CTX ctx, const PELNIC_CRL_BUNDLE
     PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     const PELNIC_VRF* const pVrf = static_cast<const PELNIC_VRF*>(ctx);
-    if (crlToUpdate == nullptr || crlOnDevice == nullptr || stat == nullptr) return nullArgument(pVrf);
+    if (crlToUpdate == nullptr || crlOnDevice == nullptr || stat == nullptr)
+        return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     if (crlToUpdate->crl_count <= 0 || crlOnDevice->crl_count <= 0) {
-        rc = PELNIC_ERR_CRL_EMPTY_BUNDLE;
-        return PNV_FAIL(pVrf, rc);
+        return PNV_FAIL(pVrf, PELNIC_ERR_CRL_EMPTY_BUNDLE);
     }
     PELNIC_CRL_PERIOD_STAT state = SCPS_SAME;
     rc = compareBundles(pVrf, crlToUpdate, crlOnDevice, &state);
