@@ -82,7 +82,8 @@ void pelnic_free_any(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*); // 
 // Parts of the engine
 
 // Reads and checks an element's header: context tag tagCode when the field is implicit, else the universal tag code.
-// For a PNV_TAG_CONTENT_ONLY field nothing is read and *contentLength keeps its value.
+// For a PNV_TAG_CONTENT_ONLY field nothing is read and *contentLength keeps its value. Leaves restoring the cursor to
+// its caller.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b,
                                                      const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_BER_FORM form,
                                                      PELNIC_BER_TAG_CODE code, PELNIC_BER_TAG* pTag,
