@@ -1,5 +1,6 @@
 // Signatures and timestamps by programs of others, judged by the checker's verification: what it accepts, what it
 // refuses, and which option of the producer turns a refusal into an acceptance. README.md has the same as a table.
+#include "support/paths.h"
 #include "support/signing_room.h"
 
 #include <gtest/gtest.h>
@@ -296,8 +297,7 @@ protected:
     // Signs the jar and takes the block and the signature file, which is what it signs, out of it.
     void SignJar(const Words& authoritySettings, const Words& options = {})
     {
-        const Words responder{"python3", TEST_SUPPORT_PATH "/timestamp_responder.py",
-                              AuthorityConfig(authoritySettings)};
+        const Words responder{"python3", SupportPath("timestamp_responder.py"), AuthorityConfig(authoritySettings)};
         const Words jarsigner{"jarsigner",  "-keystore", room_.Path("signer.p12"),
                               "-storetype", "PKCS12",    "-storepass",
                               kPassword,    "-sigfile",  "TEST",

@@ -1,12 +1,10 @@
 #include "cmsverify/pelnic_callback_fun.h"
 
 #include "support/exact_heap.h"
-#include "support/process.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>

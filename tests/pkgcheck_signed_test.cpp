@@ -1,5 +1,6 @@
 // The checker on signed packages, as its user runs it: built with a root whose key the tests have.
 #include "support/package.h"
+#include "support/paths.h"
 #include "support/process.h"
 #include "support/signature.h"
 #include "support/temp_dir.h"
@@ -8,7 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 
 namespace pnvtest {
@@ -32,7 +32,7 @@ Outcome Refused(const char* code)
     return {255, std::string("Check cms file fail for file(err ") + code + ")\n"};
 }
 
-const std::string kRootFile = std::string(TEST_DATA_PATH) + "/test_root.der";
+const std::string kRootFile = DataPath("test_root.der");
 
 Bytes RootCertificate()
 {
@@ -41,15 +41,9 @@ Bytes RootCertificate()
 
 class SignedPackageTest : public ::testing::Test {
 protected:
-    static std::string Program()
-    {
-        const char* const path = std::getenv("PKGCHECK_TEST_ROOT");
-        return path == nullptr ? PKGCHECK_TEST_ROOT_PATH : path;
-    }
-
     static Outcome Check(const std::string& path)
     {
-        const ProcessResult run = RunProcess(ForTarget({Program(), path}));
+        const ProcessResult run = RunProcess(ForTarget({PkgcheckTestRootPath(), path}));
         EXPECT_FALSE(run.timedOut);
         EXPECT_EQ(run.err, "");
         return {run.status, run.out};
@@ -101,7 +95,8 @@ TEST_F(SignedPackageTest, IsAcceptedUnderAHostileOpenSslConfiguration)
                                        "[algorithms]\ndefault_properties = fips=yes\n"
                                        "[providers]\nforeign = foreign\n[foreign]\nmodule = " +
                                        foreign + "\nactivate = 1\n"));
-    const std::vector<std::string> command = ForTarget({Program(), dir_.Write("package", Build(Package()))});
+    const std::vector<std::string> command =
+        ForTarget({PkgcheckTestRootPath(), dir_.Write("package", Build(Package()))});
     const std::vector<std::string> environment{"OPENSSL_CONF=" + configuration};
     const ProcessResult run = RunProcess(command, environment);
     EXPECT_EQ(run.status, 0) << run.out << run.err;

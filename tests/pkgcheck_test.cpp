@@ -2,6 +2,7 @@
 
 #include "support/cms.h"
 #include "support/package.h"
+#include "support/paths.h"
 #include "support/process.h"
 #include "support/sanitized.h"
 #include "support/temp_dir.h"
@@ -13,7 +14,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace pnvtest {
 namespace {
@@ -76,33 +76,14 @@ Bytes Counting(std::uint32_t subFileCount)
 
 class Pkgcheck : public ::testing::Test {
 protected:
-    static std::string Program()
-    {
-        const char* path = std::getenv("PKGCHECK");
-#ifdef PKGCHECK_PATH
-        if (path == nullptr) path = PKGCHECK_PATH;
-#endif
-        if (path == nullptr) Misuse("PKGCHECK is not set");
-        return path;
-    }
-
     static std::vector<std::string> CommandLine(std::vector<std::string> arguments)
     {
-        arguments.insert(arguments.begin(), Program());
+        arguments.insert(arguments.begin(), PkgcheckPath());
         return ForTarget(arguments);
     }
-    static ProcessResult Call(std::vector<std::string> arguments)
-    {
-        return RunProcess(CommandLine(arguments));
-    }
-    static ProcessResult Check(const std::string& path)
-    {
-        return Call({path});
-    }
-    ProcessResult Check(const Bytes& package) const
-    {
-        return Check(dir_.Write("package", package));
-    }
+    static ProcessResult Call(std::vector<std::string> arguments) { return RunProcess(CommandLine(arguments)); }
+    static ProcessResult Check(const std::string& path) { return Call({path}); }
+    ProcessResult Check(const Bytes& package) const { return Check(dir_.Write("package", package)); }
 
     static void Expect(const ProcessResult& run, int status, const std::string& out)
     {

@@ -3,6 +3,7 @@
 
 #include "support/cms.h"
 #include "support/crl_bundle.h"
+#include "support/paths.h"
 #include "support/process.h"
 #include "support/temp_dir.h"
 
@@ -63,7 +64,7 @@ Verdict Implied(const Json& issuers)
 
 class PkgtoolCrl : public ::testing::Test {
 protected:
-    static ProcessResult Run(const Words& arguments) { return RunProcess(Words{PKGTOOL_PATH, "crl"} + arguments); }
+    static ProcessResult Run(const Words& arguments) { return RunProcess(Words{PkgtoolPath(), "crl"} + arguments); }
 
     std::string WriteCert(const std::string& name, const CertSpec& cert) const
     {

@@ -1,6 +1,7 @@
 // pkgtool as a process: what it makes is judged by the checker's verification, and whatever it says the checker will
 // refuse is refused.
 #include "support/package.h"
+#include "support/paths.h"
 #include "support/signing_room.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +43,7 @@ class Pkgtool : public ::testing::Test {
 protected:
     static ProcessResult Run(const Words& arguments, const Words& environment = {})
     {
-        return RunProcess(Words{PKGTOOL_PATH} + arguments, environment);
+        return RunProcess(Words{PkgtoolPath()} + arguments, environment);
     }
 
     static void RunWell(const Words& arguments, const Words& environment = {})
@@ -247,7 +248,7 @@ TEST_F(Pkgtool, SignsInAPkcs11Token)
 TEST_F(Pkgtool, KeysAreOpenedForReadingOnly)
 {
     if (!CanTrace()) GTEST_SKIP() << "needs strace";
-    const TracedProcess traced = RunTraced(Words{PKGTOOL_PATH} + SignCommand(Signer() + LocalAuthority()));
+    const TracedProcess traced = RunTraced(Words{PkgtoolPath()} + SignCommand(Signer() + LocalAuthority()));
     ASSERT_EQ(traced.result.status, kDone) << traced.result.err;
     std::size_t opened = 0;
     for (std::size_t at = 0; (at = traced.opened.find("TEST-ONLY", at)) != std::string::npos; ++at, ++opened) {
@@ -312,12 +313,9 @@ TEST_F(PkgtoolTimestamp, RefusalOfTheAuthorityIsShown)
 TEST_F(PkgtoolTimestamp, ComesFromAUrl)
 {
     if (!IsInstalled("python3")) GTEST_SKIP() << "needs python3";
-    const Words responder{"faketime",
-                          "2026-06-01 00:00:00",
-                          "python3",
-                          TEST_SUPPORT_PATH "/timestamp_responder.py",
-                          room_.Path("tsa.cnf"),
-                          PKGTOOL_PATH};
+    const Words responder{
+        "faketime",   "2026-06-01 00:00:00", "python3", SupportPath("timestamp_responder.py"), room_.Path("tsa.cnf"),
+        PkgtoolPath()};
     // faketime comes into every process by LD_PRELOAD, which the sanitizers' run-time library does not like.
     const ProcessResult result = RunProcess(responder + SignCommand(Signer() + Words{"--tsa-url", "{url}"}),
                                             {"ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"});
@@ -695,7 +693,7 @@ TEST_F(Pkgtool, RefusesWhatIsShorterThanAHeader)
 TEST_F(Pkgtool, WritesWholeFilesOrNothing)
 {
     const Words pack{
-        PKGTOOL_PATH,         "pack", "--unsigned", "--payload", room_.Write("big", Bytes(4096, 0x55)), "-o",
+        PkgtoolPath(),        "pack", "--unsigned", "--payload", room_.Write("big", Bytes(4096, 0x55)), "-o",
         room_.Path("package")};
     room_.Write("package", Text("old"));
     const Words before = room_.Files();

@@ -143,6 +143,31 @@ TEST(PemSignatureFaults, AreAlwaysNoticed)
     SweepFaults(kinds, begin, [](PELNIC_ERROR_CODE rc, const FaultRun& run) { EXPECT_EQ(rc != 0, run.met); });
 }
 
+// Its crypto context, its copy of the signature and itself, each released once.
+TEST(DirectSignerFaults, LeaveNoEntryBehind)
+{
+    const Bytes signature = DetachedCms(kContent, Direct(FlatCms(FlatPki())));
+    const Bytes signer = Build(FlatPki().signer);
+    const auto makeEntry = [&](CallbackPlan& plan) {
+        Vrf vrf(plan);
+        OwnedCms cms;
+        OwnedCert cert;
+        plan.WithoutFaults([&] {
+            cms = DecodeCms(vrf, signature);
+            cert = DecodeCert(vrf, signer);
+        });
+        const PELNIC_ERROR_CODE rc = _pnvCreateVerifyHandle(vrf, SignerOf(cms), cert.get());
+        LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO& entries = vrf->vrf_proc.md_info_list;
+        EXPECT_EQ(entries.num, rc == 0 ? 1u : 0u);
+        pelnic_list_free(vrf, _pnvAsList(&entries), [](PELNIC_VRF* pVrf, void* entry) {
+            _pnvFreeMdInfo(pVrf, static_cast<PELNIC_VERIFY_DIGEST_INFO*>(entry));
+        });
+        return rc;
+    };
+    const Calls kinds = Call::Malloc | calls::copies | Call::VerifyCreate | Call::VerifyInit;
+    SweepFaults(kinds, makeEntry, [](PELNIC_ERROR_CODE rc, const FaultRun& run) { EXPECT_EQ(rc != 0, run.met); });
+}
+
 // ---- A bad one ----
 
 class BadSignatureFaults : public SignatureFaults {

@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <iterator>
 #include <sstream>
 
@@ -158,11 +157,6 @@ std::vector<std::string> ForTarget(std::vector<std::string> argv)
 {
     argv.insert(argv.begin(), Emulator().begin(), Emulator().end());
     return argv;
-}
-
-std::string ThisProgram()
-{
-    return std::filesystem::read_symlink("/proc/self/exe").string();
 }
 
 bool CanTrace()

@@ -24,8 +24,6 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::vector
 const std::vector<std::string>& Emulator();
 // A command line that runs a program of the target.
 std::vector<std::string> ForTarget(std::vector<std::string> argv);
-// The test program itself, to be run again.
-std::string ThisProgram();
 
 // Whether strace is there and may trace.
 bool CanTrace();

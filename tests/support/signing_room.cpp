@@ -1,10 +1,10 @@
 #include "signing_room.h"
 
 #include "package.h"
+#include "paths.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
@@ -59,8 +59,7 @@ PELNIC_ERROR_CODE SigningRoom::Verify(const Bytes& payload, const Bytes& cms, co
 {
     const TempDir dir;
     const std::string package = dir.Write("package", Build(SignedPackage(payload, cms, crls)));
-    const char* const checker = std::getenv("PKGCHECK_TEST_ROOT");
-    const ProcessResult run = RunProcess({checker != nullptr ? checker : PKGCHECK_TEST_ROOT_PATH, package});
+    const ProcessResult run = RunProcess({PkgcheckTestRootPath(), package});
     if (run.status == 0 && run.out.empty()) return 0;
     PELNIC_ERROR_CODE code = 0;
     if (std::sscanf(run.out.c_str(), "Check cms file fail for file(err 0x%x)", &code) != 1) {
@@ -74,7 +73,7 @@ std::string KeyFile(KeyId key)
     static constexpr const char* names[] = {"rsa2048-a", "rsa2048-b", "rsa2048-c", "rsa2048-d",
                                             "rsa2048-e", "rsa2048-f", "rsa2048-g", "rsa2048-h",
                                             "rsa3072",   "rsa4096",   "ec-p256"};
-    return std::string(TEST_KEYS_PATH "/TEST-ONLY-") + names[static_cast<std::size_t>(key)] + ".pem";
+    return SupportPath(std::string("test_keys/TEST-ONLY-") + names[static_cast<std::size_t>(key)] + ".pem");
 }
 
 bool IsInstalled(const std::string& program)
