@@ -2,12 +2,17 @@
 
 set(PKGCHECK_PLACEHOLDER_ROOT "${cmsverify_SOURCE_DIR}/tool/placeholder_root.der" CACHE INTERNAL "")
 
-# Adds a checker named NAME that trusts the certificate in the file ROOT (DER or PEM).
+# add_pkgcheck(NAME ROOT [CORE]): adds a checker named NAME that trusts the certificate in the file ROOT (DER or PEM).
+# CORE says which rules it has, the strict ones (pkgcheck_strict_core) or not (pkgcheck_core); PKGCHECK_STRICT otherwise.
 function(add_pkgcheck NAME ROOT)
+    set(CORE ${ARGN})
+    if(NOT CORE)
+        set(CORE pkgcheck_default_core)
+    endif()
     pkgcheck_root_source(SOURCE "${CMAKE_CURRENT_BINARY_DIR}/${NAME}_root" "${ROOT}")
     add_executable(${NAME} "${cmsverify_SOURCE_DIR}/tool/main.cpp" "${SOURCE}")
     cmsverify_compiler_options(${NAME})
-    target_link_libraries(${NAME} PRIVATE pkgcheck_core cmsverify)
+    target_link_libraries(${NAME} PRIVATE ${CORE})
 endfunction()
 
 # Writes STEM.cpp, which defines szCert_F as the certificate in ROOT, and puts its path into OUT.

@@ -785,8 +785,8 @@ PELNIC_ERROR_CODE _pnvVerifyCms(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* p7
     return 0; // also for a signature without signers: it prepares nothing to feed
 }
 
-static PELNIC_ERROR_CODE decodeSignature(PELNIC_VRF* pVrf, const PNV_BYTE* pbSignature, PNV_UINT32 nSigLength,
-                                         PELNIC_PKCS7_CONTENT** ppContent)
+PELNIC_ERROR_CODE _pnvDecodeCms(PELNIC_VRF* pVrf, const PNV_BYTE* pbSignature, PNV_UINT32 nSigLength,
+                                PELNIC_PKCS7_CONTENT** ppContent)
 {
     if (!isPem(pVrf, pbSignature)) {
         PNV_UINT32 decoded = 0;
@@ -813,7 +813,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
     _pnvSyncCrl(pVrf); // whatever becomes of the signature, the CRLs are frozen
     if (nSigLength < MIN_INPUT) return PELNIC_ERR_CMS_FORMAT;
     PELNIC_PKCS7_CONTENT* pContent = nullptr;
-    rc = decodeSignature(pVrf, pbSignature, nSigLength, &pContent);
+    rc = _pnvDecodeCms(pVrf, pbSignature, nSigLength, &pContent);
     if (rc != 0) return rc;
     if (pContent == nullptr) {
         return PNV_FAIL(pVrf, PELNIC_ERR_CMS_NO_SIGNER);

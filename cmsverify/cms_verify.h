@@ -69,6 +69,9 @@ void _pnvSyncCrl(PELNIC_VRF* pVrf);
 // text is zero-terminated; nSigLength is its length without that zero.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvPemDecodeCms(PELNIC_VRF* pVrf, const PNV_CHAR* text, PNV_UINT32 nSigLength,
                                                  PELNIC_PKCS7_CONTENT** ppContent);
+// Decodes a signature, DER or PEM, of at least MIN_INPUT octets.
+[[nodiscard]] PELNIC_ERROR_CODE _pnvDecodeCms(PELNIC_VRF* pVrf, const PNV_BYTE* pbSignature, PNV_UINT32 nSigLength,
+                                              PELNIC_PKCS7_CONTENT** ppContent);
 // Verifies every signer and prepares the verification process.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvVerifyCms(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* p7signed);
 // Puts the certificates of a signature or token into the stores, but for self-signed ones; none ever ends a chain.

@@ -166,4 +166,17 @@ END
     od -An -v -tx1 "$dir/build/other_checker" | tr -d ' \n' | grep -qFf "$dir/root.hex" || fail "the root is not inside"
 }
 
+# As a shared library too, which hides what the strict checker reads signatures with.
+strict()
+{
+    printf '%0352d' 0 | sed 's/0/\x00/g' >"$dir/package"
+    printf '\001' | dd of="$dir/package" bs=1 seek=19 conv=notrunc 2>/dev/null
+    for shared in OFF ON; do
+        build "$source" -DPKGCHECK_STRICT=ON -DBUILD_SHARED_LIBS=$shared
+        status=0
+        (cd "$dir" && build/pkgcheck package >said) || status=$?
+        [ $status = 253 ] || fail "status $status for an unsigned package" "$(cat "$dir/said")"
+    done
+}
+
 "$1"

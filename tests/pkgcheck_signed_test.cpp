@@ -1,4 +1,5 @@
 // The checker on signed packages, as its user runs it: built with a root whose key the tests have.
+#include "support/checker.h"
 #include "support/package.h"
 #include "support/paths.h"
 #include "support/process.h"
@@ -15,23 +16,6 @@ namespace pnvtest {
 namespace {
 
 // What the checker says, and its exit status.
-struct Outcome {
-    int status;
-    std::string out;
-
-    bool operator==(const Outcome& other) const { return status == other.status && out == other.out; }
-};
-void PrintTo(const Outcome& outcome, std::ostream* out)
-{
-    *out << "status " << outcome.status << ", \"" << outcome.out << '"';
-}
-
-const Outcome kAccepted{0, ""};
-Outcome Refused(const char* code)
-{
-    return {255, std::string("Check cms file fail for file(err ") + code + ")\n"};
-}
-
 const std::string kRootFile = DataPath("test_root.der");
 
 Bytes RootCertificate()
@@ -41,13 +25,7 @@ Bytes RootCertificate()
 
 class SignedPackageTest : public ::testing::Test {
 protected:
-    static Outcome Check(const std::string& path)
-    {
-        const ProcessResult run = RunProcess(ForTarget({PkgcheckTestRootPath(), path}));
-        EXPECT_FALSE(run.timedOut);
-        EXPECT_EQ(run.err, "");
-        return {run.status, run.out};
-    }
+    static Outcome Check(const std::string& path) { return RunChecker(PkgcheckTestRootPath(), path); }
     Outcome Check(const PackageSpec& package) const { return Check(dir_.Write("package", Build(package))); }
 
     Bytes Signature(const CmsSpec& cms) const { return DetachedCms(payload_, cms); }
@@ -76,14 +54,14 @@ TEST_F(SignedPackageTest, DISABLED_RootIsWritten)
 TEST_F(SignedPackageTest, BelowAnotherRootIsRefused)
 {
     pki_ = DemoPki(KeyId::Rsa2048A);
-    EXPECT_EQ(Check(Package()), Refused("0x88200009"));
+    EXPECT_EQ(Check(Package()), RefusedWith("0x88200009"));
 }
 
 // ---- Accepted: status 0 and not a word ----
 
 TEST_F(SignedPackageTest, IsAcceptedSilently)
 {
-    EXPECT_EQ(Check(Package()), kAccepted);
+    EXPECT_EQ(Check(Package()), kAcceptedSilently);
 }
 
 // A configuration that libcrypto must not read: under it SHA-256 is not to be found, and foreign code is asked for.
@@ -111,9 +89,9 @@ TEST_F(SignedPackageTest, MayHoldItsSubFilesInAnyOrder)
 {
     PackageSpec package = Package();
     std::rotate(package.subFiles.begin(), package.subFiles.begin() + 1, package.subFiles.end());
-    EXPECT_EQ(Check(package), kAccepted);
+    EXPECT_EQ(Check(package), kAcceptedSilently);
     std::swap(package.subFiles[0], package.subFiles[1]);
-    EXPECT_EQ(Check(package), kAccepted);
+    EXPECT_EQ(Check(package), kAcceptedSilently);
 }
 
 TEST_F(SignedPackageTest, MayHoldPem)
@@ -121,7 +99,7 @@ TEST_F(SignedPackageTest, MayHoldPem)
     const Bytes crls = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("X509 CRL", Build(pki_.signingCrl)),
                            Pem("X509 CRL", Build(pki_.tsaCrl)));
     for (std::string_view label : {"CMS", "PKCS7"}) {
-        EXPECT_EQ(Check(SignedPackage(payload_, Pem(label, Signature(DemoCms(pki_))), crls)), kAccepted);
+        EXPECT_EQ(Check(SignedPackage(payload_, Pem(label, Signature(DemoCms(pki_))), crls)), kAcceptedSilently);
     }
 }
 
@@ -130,15 +108,15 @@ TEST_F(SignedPackageTest, MayBeSignedInEveryWay)
     CmsSpec cms = DemoCms(pki_);
     for (Hash hash : {Hash::Sha256, Hash::Sha384, Hash::Sha512}) {
         cms.signers[0].hash = hash;
-        EXPECT_EQ(Check(Package(cms)), kAccepted);
-        EXPECT_EQ(Check(Package(Direct(cms))), kAccepted);
+        EXPECT_EQ(Check(Package(cms)), kAcceptedSilently);
+        EXPECT_EQ(Check(Package(Direct(cms))), kAcceptedSilently);
     }
 }
 
 TEST_F(SignedPackageTest, MayHoldOneOctet)
 {
     const Bytes payload{0x00};
-    EXPECT_EQ(Check(SignedPackage(payload, DetachedCms(payload, DemoCms(pki_)), pki_.Crls())), kAccepted);
+    EXPECT_EQ(Check(SignedPackage(payload, DetachedCms(payload, DemoCms(pki_)), pki_.Crls())), kAcceptedSilently);
 }
 
 TEST_F(SignedPackageTest, MayBeReadWithASignerThatHasExpiredSince)
@@ -146,7 +124,7 @@ TEST_F(SignedPackageTest, MayBeReadWithASignerThatHasExpiredSince)
     pki_.signer.notAfter = UtcTime("210101000000Z");
     TokenSpec token = DemoToken(pki_);
     token.time = GenTime("20201231235959Z");
-    EXPECT_EQ(Check(Package(DemoCms(pki_, token))), kAccepted);
+    EXPECT_EQ(Check(Package(DemoCms(pki_, token))), kAcceptedSilently);
 }
 
 // ---- Refused ----
@@ -157,7 +135,7 @@ TEST_F(SignedPackageTest, WithAFlippedPayloadBitIsRefused)
         for (std::size_t octet : {std::size_t{0}, payload_.size() / 2, payload_.size() - 1}) {
             PackageSpec package = Package(cms);
             package.subFiles[0].content[octet] ^= 0x01;
-            EXPECT_EQ(Check(package), Refused("0xffffffff"));
+            EXPECT_EQ(Check(package), RefusedWith("0xffffffff"));
         }
     }
 }
@@ -166,7 +144,7 @@ TEST_F(SignedPackageTest, WithAShorterPayloadIsRefused)
 {
     PackageSpec package = Package();
     package.subFiles[0].length = Len(payload_) - 1;
-    EXPECT_EQ(Check(package), Refused("0xffffffff"));
+    EXPECT_EQ(Check(package), RefusedWith("0xffffffff"));
 }
 
 TEST_F(SignedPackageTest, IsJudgedByTheLaterOfTwoPayloads)
@@ -174,60 +152,60 @@ TEST_F(SignedPackageTest, IsJudgedByTheLaterOfTwoPayloads)
     PackageSpec package = Package();
     package.subFileCount = 3;
     package.subFiles.insert(package.subFiles.begin(), {subfile::payload, Bytes(10, 0x00), {}, {}});
-    EXPECT_EQ(Check(package), Refused("0xffffffff")); // the third entry is the CMS, so there is no CRL
+    EXPECT_EQ(Check(package), RefusedWith("0xffffffff")); // the third entry is the CMS, so there is no CRL
     package.subFiles[0].type = subfile::crl;
     package.subFiles[0].content = pki_.Crls();
-    EXPECT_EQ(Check(package), kAccepted);
+    EXPECT_EQ(Check(package), kAcceptedSilently);
 }
 
 TEST_F(SignedPackageTest, ByARevokedSignerIsRefused)
 {
     pki_.signingCrl.revoked = {{pki_.signer.serial}};
-    EXPECT_EQ(Check(Package()), Refused("0x88200009"));
+    EXPECT_EQ(Check(Package()), RefusedWith("0x88200009"));
 }
 
 TEST_F(SignedPackageTest, WithoutATimestampIsRefused)
 {
     CmsSpec cms = DemoCms(pki_);
     cms.signers[0].unsignedAttributes.clear();
-    EXPECT_EQ(Check(Package(cms)), Refused("0x88100001"));
+    EXPECT_EQ(Check(Package(cms)), RefusedWith("0x88100001"));
     cms.signers[0].unsignedAttributes = {[](const Bytes&) { return SigningTimeAttribute(UtcTime("260101000000Z")); }};
-    EXPECT_EQ(Check(Package(cms)), Refused("0x88200312"));
+    EXPECT_EQ(Check(Package(cms)), RefusedWith("0x88200312"));
 }
 
 TEST_F(SignedPackageTest, WithATimestampOfAnotherSignatureIsRefused)
 {
     CmsSpec cms = DemoCms(pki_);
     cms.signers[0].unsignedAttributes = {[this](const Bytes&) { return Timestamp(DemoToken(pki_))(payload_); }};
-    EXPECT_EQ(Check(Package(cms)), Refused("0x88200402"));
+    EXPECT_EQ(Check(Package(cms)), RefusedWith("0x88200402"));
 }
 
 TEST_F(SignedPackageTest, WithATimestampThatAnyCertificateMadeIsRefused)
 {
     pki_.tsa.extendedKeyUsage = {oid::codeSigning};
-    EXPECT_EQ(Check(Package()), Refused("0x88200007"));
+    EXPECT_EQ(Check(Package()), RefusedWith("0x88200007"));
 }
 
 TEST_F(SignedPackageTest, WithASignatureThatDoesNotDecodeIsRefused)
 {
     PackageSpec package = Package();
     package.subFiles[1].content.resize(37);
-    EXPECT_EQ(Check(package), Refused("0x88200305"));
+    EXPECT_EQ(Check(package), RefusedWith("0x88200305"));
     package.subFiles[1].content.push_back(0x00);
-    EXPECT_EQ(Check(package), Refused("0x88200312"));
+    EXPECT_EQ(Check(package), RefusedWith("0x88200312"));
 }
 
 TEST_F(SignedPackageTest, WithACrlThatDoesNotDecodeIsRefused)
 {
     for (const Bytes& crl : {Bytes(64, 0x00), Bytes{0x30}, Build(pki_.root)}) {
-        EXPECT_EQ(Check(SignedPackage(payload_, Signature(DemoCms(pki_)), crl)), Refused("0x88200102"));
+        EXPECT_EQ(Check(SignedPackage(payload_, Signature(DemoCms(pki_)), crl)), RefusedWith("0x88200102"));
     }
 }
 
 TEST_F(SignedPackageTest, WithoutTheCrlOfEveryCaIsRefused)
 {
     for (const CrlSpec& only : {pki_.rootCrl, pki_.signingCrl, pki_.tsaCrl}) {
-        EXPECT_EQ(Check(SignedPackage(payload_, Signature(DemoCms(pki_)), Build(only))), Refused("0x88200009"));
+        EXPECT_EQ(Check(SignedPackage(payload_, Signature(DemoCms(pki_)), Build(only))), RefusedWith("0x88200009"));
     }
 }
 
@@ -235,7 +213,7 @@ TEST_F(SignedPackageTest, WithSignaturesOfNobodyIsRefused)
 {
     CmsSpec cms = DemoCms(pki_);
     cms.signers.clear();
-    EXPECT_EQ(Check(Package(cms)), Refused("0x88200307"));
+    EXPECT_EQ(Check(Package(cms)), RefusedWith("0x88200307"));
 }
 
 // A file that lies in memory and takes room only where something was written.

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "root_cert.h"
+#include "strict.h"
 #include "verify_signature.h"
 
 constexpr PNV_UINT32 HEADER_SIZE = 352;
@@ -23,7 +24,23 @@ static_assert(sizeof(SProgramFileHeader_S) == HEADER_SIZE, "the header is laid o
 
 constexpr int REFUSED = -1;
 constexpr int BAD_SUB_FILE_NUM = -2;
+constexpr int NOT_STRICT = -3;
 constexpr int BAD_ARGUMENT = -22;
+
+// Refuses what only the strict checker refuses.
+static int refuseStrictly(const char* reason)
+{
+    printf("Strict: %s\n", reason);
+    return NOT_STRICT;
+}
+
+// An unsigned package is accepted by design; line is what the ordinary checker says of it.
+static int judgeUnsigned(const char* line)
+{
+    if constexpr (PKGCHECK_STRICT) return refuseStrictly("the package is not signed");
+    fputs(line, stdout);
+    return 0;
+}
 
 // A whole file in memory. The buffer is the caller's to free when the result is 0.
 static int readPackage(const char* filename, PNV_BYTE** pBuffer, PNV_UINT32* pLength)
@@ -110,7 +127,7 @@ static bool isInside(const PNV_BYTE* package, PNV_UINT32 packageLength, const PN
 static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength, const SProgramFileHeader_S& header)
 {
     const PELNIC_VERIFY_SIGNATURE_S sig = locateSubFiles(package, header);
-    if (sig.uiCmsLength == 0) return 0; // a package without a signature is accepted, silently
+    if (sig.uiCmsLength == 0) return judgeUnsigned("");
     if (sig.pCms == nullptr || sig.uiBinLength == 0 || sig.pBin == nullptr) {
         printf("Check cms fail for no sub file, bin %p %#x cms %p %#x\n", static_cast<const void*>(sig.pBin),
                sig.uiBinLength, static_cast<const void*>(sig.pCms), sig.uiCmsLength);
@@ -124,6 +141,10 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
         printf("Check cms file fail for file(err 0x%x)\n", rc);
         return REFUSED;
     }
+    if constexpr (PKGCHECK_STRICT) {
+        const char* const reason = pkgcheck_strict_refusal(&sig);
+        if (reason != nullptr) return refuseStrictly(reason);
+    }
     return 0;
 }
 
@@ -132,10 +153,7 @@ static int checkPackage(const PNV_BYTE* package, PNV_UINT32 packageLength)
     SProgramFileHeader_S header;
     memcpy(&header, package, sizeof header);
     const PNV_UINT32 subfilenum = ntohl(header.ulSubFileNum);
-    if (subfilenum == 1) {
-        puts("Info: There is one subfile, Check signature passed"); // an unsigned package, by design
-        return 0;
-    }
+    if (subfilenum == 1) return judgeUnsigned("Info: There is one subfile, Check signature passed\n");
     if (subfilenum != SIGNED_SUB_FILES) {
         printf("Error: Check cms fail for subfile num(%ld) is invalid\n",
                static_cast<long>(static_cast<PNV_INT32>(subfilenum)));

@@ -29,7 +29,8 @@ constexpr PNV_UINT32 SUB_FILE_CMS = 0x10000001;
 constexpr PNV_UINT32 SUB_FILE_CRL = 0x10000002;
 
 // Checks the package that argv[1] names, prints the outcome's line and returns the exit status of main:
-// 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -22 no path.
+// 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -3 refused by the strict checker alone, -22
+// no path.
 int pkgcheck_run(int argc, char** argv);
 
 #endif

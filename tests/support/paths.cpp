@@ -24,6 +24,11 @@ std::string PkgcheckTestRootPath()
     return EnvironmentOr("PKGCHECK_TEST_ROOT", PKGCHECK_TEST_ROOT_PATH);
 }
 
+std::string PkgcheckStrictPath()
+{
+    return EnvironmentOr("PKGCHECK_STRICT", PKGCHECK_STRICT_PATH);
+}
+
 std::string PkgtoolPath()
 {
     return EnvironmentOr("PKGTOOL", PKGTOOL_PATH);

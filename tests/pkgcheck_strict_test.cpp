@@ -1,0 +1,184 @@
+// The strict checker: what it refuses beyond the ordinary one, and that the rest of its answers are the same.
+#include "support/checker.h"
+#include "support/package.h"
+#include "support/paths.h"
+#include "support/signature.h"
+#include "support/temp_dir.h"
+
+namespace pnvtest {
+namespace {
+
+Outcome Strictly(const std::string& reason)
+{
+    return {253, "Strict: " + reason + "\n"};
+}
+
+class StrictChecker : public ::testing::Test {
+protected:
+    PackageSpec Package(const CmsSpec& cms) const
+    {
+        return SignedPackage(payload_, DetachedCms(payload_, cms), pki_.Crls());
+    }
+    void Expect(const PackageSpec& package, const Outcome& ordinary, const Outcome& strict) const
+    {
+        const std::string path = dir_.Write("package", Build(package));
+        EXPECT_EQ(RunChecker(PkgcheckTestRootPath(), path), ordinary);
+        EXPECT_EQ(RunChecker(PkgcheckStrictPath(), path), strict);
+    }
+    void ExpectRefused(const PackageSpec& package, const std::string& reason) const
+    {
+        Expect(package, kAcceptedSilently, Strictly(reason));
+    }
+    void ExpectRefused(const CmsSpec& cms, const std::string& reason) const { ExpectRefused(Package(cms), reason); }
+    void ExpectSame(const PackageSpec& package, const Outcome& outcome) const { Expect(package, outcome, outcome); }
+
+    Bytes payload_ = Text("a firmware image");
+    DemoPki pki_{KeyId::Rsa4096};
+    TempDir dir_;
+};
+
+// ---- Refused by the strict checker alone ----
+
+TEST_F(StrictChecker, RefusesOneSubFile)
+{
+    PackageSpec package;
+    package.subFileCount = 1;
+    Expect(package, {0, "Info: There is one subfile, Check signature passed\n"}, Strictly("the package is not signed"));
+}
+
+TEST_F(StrictChecker, RefusesAPackageWithoutSignature)
+{
+    PackageSpec package = Package(DemoCms(pki_));
+    package.subFiles[1].type = 0x77;
+    ExpectRefused(package, "the package is not signed");
+    package = Package(DemoCms(pki_));
+    package.subFiles[1].length = 0;
+    ExpectRefused(package, "the package is not signed");
+}
+
+TEST_F(StrictChecker, RefusesATimestampThatNobodySigned)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers.clear();
+    ExpectRefused(DemoCms(pki_, token), "nobody signed the timestamp");
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers.push_back(DemoCms(pki_, token).signers[0]); // whichever signer's it is
+    ExpectRefused(cms, "nobody signed the timestamp");
+}
+
+TEST_F(StrictChecker, RefusesSeveralSignersWithoutSignedAttributes)
+{
+    CmsSpec cms = Direct(DemoCms(pki_));
+    cms.signers.push_back(cms.signers[0]);
+    ExpectRefused(cms, "several signers have no signed attributes");
+    cms.signers[0].brokenSignature = true;
+    ExpectRefused(cms, "several signers have no signed attributes");
+}
+
+TEST_F(StrictChecker, RefusesSignedAttributesWithoutTheContentType)
+{
+    const std::string reason = "signed attributes lack the content type";
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers[0].signedAttributes = [](const Bytes& digest) {
+        return std::vector<Bytes>{MessageDigestAttribute(digest)};
+    };
+    ExpectRefused(cms, reason);
+    cms.signers[0].signedAttributes = UsualAttributes(oid::tstInfo);
+    ExpectRefused(cms, reason);
+    cms.signers[0].signedAttributes = [](const Bytes& digest) {
+        const Bytes twoValues = Seq(Oid(oid::contentType), Set(Cat(Oid(oid::data), Oid(oid::data))));
+        return std::vector<Bytes>{twoValues, MessageDigestAttribute(digest)};
+    };
+    ExpectRefused(cms, reason);
+    cms.signers[0].signedAttributes = UsualAttributes(oid::data);
+    cms.encapContentInfo = Seq(Oid(oid::signedData)); // the other side of the comparison
+    ExpectRefused(cms, reason);
+}
+
+TEST_F(StrictChecker, RefusesATimestampWhoseAttributesLackTheContentType)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers[0].signedAttributes = UsualAttributes(oid::data);
+    ExpectRefused(DemoCms(pki_, token), "a timestamp's signed attributes lack its content type");
+}
+
+TEST_F(StrictChecker, RefusesSignedAttributesReplayedAsAPayload)
+{
+    const Bytes genuine = DetachedCms(payload_, DemoCms(pki_));
+    const Bytes attributes = Set(Content(genuine, {1, 0, 4, 0, 3}));
+    const Bytes replayed = Replace(genuine, {1, 0, 4, 0, 3}, {});
+    ExpectRefused(SignedPackage(attributes, replayed, pki_.Crls()),
+                  "the payload is another signature's signed attributes");
+}
+
+TEST_F(StrictChecker, ReadsPem)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers.clear();
+    const Bytes pem = Pem("CMS", DetachedCms(payload_, DemoCms(pki_, token)));
+    ExpectRefused(SignedPackage(payload_, pem, pki_.Crls()), "nobody signed the timestamp");
+}
+
+// ---- Accepted by both ----
+
+TEST_F(StrictChecker, AcceptsWhatIsSignedInOrder)
+{
+    ExpectSame(Package(DemoCms(pki_)), kAcceptedSilently);
+    ExpectSame(SignedPackage(payload_, Pem("PKCS7", DetachedCms(payload_, DemoCms(pki_))), pki_.Crls()),
+               kAcceptedSilently);
+}
+
+TEST_F(StrictChecker, AcceptsOneSignerWithoutSignedAttributes)
+{
+    ExpectSame(Package(Direct(DemoCms(pki_))), kAcceptedSilently);
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers.push_back(Direct(cms).signers[0]);
+    ExpectSame(Package(cms), kAcceptedSilently);
+}
+
+TEST_F(StrictChecker, AcceptsATimestampSignedWithoutAttributes)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers[0].signedAttributes = nullptr;
+    ExpectSame(Package(DemoCms(pki_, token)), kAcceptedSilently);
+}
+
+// A SET, but not one of attributes alone.
+TEST_F(StrictChecker, AcceptsAPayloadThatOnlyBeginsLikeSignedAttributes)
+{
+    for (const Bytes& payload : {Text("1"), Set(Octets({0x01})), Cat(Set(ContentTypeAttribute(oid::data)), Bytes{0})}) {
+        payload_ = payload;
+        ExpectSame(Package(Direct(DemoCms(pki_))), kAcceptedSilently);
+    }
+}
+
+// ---- Refused by both, in the same words ----
+
+TEST_F(StrictChecker, RefusesWhatTheOrdinaryOneRefuses)
+{
+    PackageSpec count;
+    count.subFileCount = 2;
+    ExpectSame(count, {254, "Error: Check cms fail for subfile num(2) is invalid\n"});
+    PackageSpec flipped = Package(DemoCms(pki_));
+    flipped.subFiles[0].content[0] ^= 0x01;
+    ExpectSame(flipped, RefusedWith("0xffffffff"));
+    pki_.signingCrl.revoked = {{pki_.signer.serial}};
+    ExpectSame(Package(DemoCms(pki_)), RefusedWith("0x88200009"));
+}
+
+// Nothing that verifies nothing gets as far as final: feeding no octet is refused, and so is feeding nobody.
+TEST_F(StrictChecker, RefusesAVerdictWithoutContent)
+{
+    PackageSpec package = Package(DemoCms(pki_));
+    package.subFiles[0].length = 0;
+    const std::string path = dir_.Write("package", Build(package));
+    const Outcome outcome = RunChecker(PkgcheckStrictPath(), path);
+    EXPECT_EQ(outcome.status, 255);
+    EXPECT_EQ(outcome.out.rfind("Check cms fail for no sub file, bin ", 0), 0u) << outcome.out;
+    CmsSpec nobody = DemoCms(pki_);
+    nobody.signers.clear();
+    ExpectSame(Package(nobody), RefusedWith("0x88200307"));
+}
+
+} // namespace
+} // namespace pnvtest
