@@ -345,7 +345,7 @@ PELNIC_ERROR_CODE _pnv_verify_final_impl(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BY
         return 0;
     }
     void* block = nullptr;
-    if (pnv_malloc_impl(&block, nHashLen) != 0) return PELNIC_ERR_FAILED;
+    if (pnv_malloc_impl(&block, nHashLen) != 0 || block == nullptr) return PELNIC_ERR_FAILED;
     PNV_BYTE* const padded = static_cast<PNV_BYTE*>(block);
     memset(padded, 0, nHashLen - len);
     memcpy(padded + (nHashLen - len), pbSignature, len);

@@ -84,10 +84,10 @@ struct OidRow {
     const char* name;
     const char* dotted; // null for the placeholder
 };
-#define OID_ROW(aoid, number, dotted)                                                                                  \
-    OidRow                                                                                                             \
-    {                                                                                                                  \
-        aoid, number, #aoid, dotted                                                                                    \
+#define OID_ROW(aoid, number, dotted) \
+    OidRow \
+    { \
+        aoid, number, #aoid, dotted \
     }
 const OidRow kOidRows[] = {
     OID_ROW(AOID_UNKNOWN, 0, nullptr),

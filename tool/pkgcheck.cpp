@@ -13,7 +13,7 @@
 #include <cstring>
 
 #include "root_cert.h"
-#include "strict.h"
+#include "rules.h"
 #include "verify_signature.h"
 
 constexpr PNV_UINT32 HEADER_SIZE = 352;
@@ -27,18 +27,14 @@ constexpr int BAD_SUB_FILE_NUM = -2;
 constexpr int NOT_STRICT = -3;
 constexpr int BAD_ARGUMENT = -22;
 
-// Refuses what only the strict checker refuses.
-static int refuseStrictly(const char* reason)
+// Ends with the word of the rules on what is in order otherwise; acceptance is the line for it.
+static int conclude(const char* refusal, const char* acceptance)
 {
-    printf("Strict: %s\n", reason);
-    return NOT_STRICT;
-}
-
-// An unsigned package is accepted by design; line is what the ordinary checker says of it.
-static int judgeUnsigned(const char* line)
-{
-    if constexpr (PKGCHECK_STRICT) return refuseStrictly("the package is not signed");
-    fputs(line, stdout);
+    if (refusal != nullptr) {
+        printf("Strict: %s\n", refusal);
+        return NOT_STRICT;
+    }
+    (void)fputs(acceptance, stdout);
     return 0;
 }
 
@@ -127,7 +123,7 @@ static bool isInside(const PNV_BYTE* package, PNV_UINT32 packageLength, const PN
 static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength, const SProgramFileHeader_S& header)
 {
     const PELNIC_VERIFY_SIGNATURE_S sig = locateSubFiles(package, header);
-    if (sig.uiCmsLength == 0) return judgeUnsigned("");
+    if (sig.uiCmsLength == 0) return conclude(pkgcheck_unsigned_refusal(), ""); // accepted silently, by design
     if (sig.pCms == nullptr || sig.uiBinLength == 0 || sig.pBin == nullptr) {
         printf("Check cms fail for no sub file, bin %p %#x cms %p %#x\n", static_cast<const void*>(sig.pBin),
                sig.uiBinLength, static_cast<const void*>(sig.pCms), sig.uiCmsLength);
@@ -141,11 +137,7 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
         printf("Check cms file fail for file(err 0x%x)\n", rc);
         return REFUSED;
     }
-    if constexpr (PKGCHECK_STRICT) {
-        const char* const reason = pkgcheck_strict_refusal(&sig);
-        if (reason != nullptr) return refuseStrictly(reason);
-    }
-    return 0;
+    return conclude(pkgcheck_signature_refusal(&sig), "");
 }
 
 static int checkPackage(const PNV_BYTE* package, PNV_UINT32 packageLength)
@@ -153,7 +145,9 @@ static int checkPackage(const PNV_BYTE* package, PNV_UINT32 packageLength)
     SProgramFileHeader_S header;
     memcpy(&header, package, sizeof header);
     const PNV_UINT32 subfilenum = ntohl(header.ulSubFileNum);
-    if (subfilenum == 1) return judgeUnsigned("Info: There is one subfile, Check signature passed\n");
+    if (subfilenum == 1) { // unsigned, by design
+        return conclude(pkgcheck_unsigned_refusal(), "Info: There is one subfile, Check signature passed\n");
+    }
     if (subfilenum != SIGNED_SUB_FILES) {
         printf("Error: Check cms fail for subfile num(%ld) is invalid\n",
                static_cast<long>(static_cast<PNV_INT32>(subfilenum)));

@@ -1,5 +1,5 @@
 // Reads a verified signature again, with the decoder that verified it.
-#include "strict.h"
+#include "rules.h"
 
 #include "cmsverify/cms_verify.h"
 #include "cmsverify/pelnic_asn1_decode.h"
@@ -85,7 +85,12 @@ static const char* signatureRefusal(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
     return nullptr;
 }
 
-const char* pkgcheck_strict_refusal(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
+const char* pkgcheck_unsigned_refusal()
+{
+    return "the package is not signed";
+}
+
+const char* pkgcheck_signature_refusal(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
 {
     PELNIC_CTX_CREATE_PARAMS params = {};
     params.st_size = sizeof params;
