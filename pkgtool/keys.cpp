@@ -143,6 +143,11 @@ Identity loadIdentity(const std::string& certLocation, const std::string& keyLoc
     return identity;
 }
 
+Identity loadCertificate(const std::string& certLocation)
+{
+    return {std::move(loadCertificates(certLocation).front()), nullptr};
+}
+
 Identity loadPkcs12(const std::string& path, const std::string& passwordSource, std::vector<Cert>& chain)
 {
     Password password(passwordSource);

@@ -10,7 +10,7 @@
 
 namespace pkgtool {
 
-// A certificate with its private key.
+// A certificate with its private key, which is null when it is out of reach.
 struct Identity {
     Cert cert;
     Pkey key;
@@ -24,6 +24,8 @@ std::vector<Cert> loadCertificates(const std::string& location, const std::strin
 // The certificate is the first one in its file. Throws when the key is another certificate's.
 Identity loadIdentity(const std::string& certLocation, const std::string& keyLocation,
                       const std::string& passwordSource);
+// A certificate whose key signs elsewhere.
+Identity loadCertificate(const std::string& certLocation);
 // A PKCS #12 file with one key; its other certificates are appended to chain.
 Identity loadPkcs12(const std::string& path, const std::string& passwordSource, std::vector<Cert>& chain);
 

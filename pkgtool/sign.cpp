@@ -23,6 +23,8 @@ struct SignOptions {
     Strings certs;
     Strings keys;
     Strings pkcs12;
+    Strings signatures;
+    Strings toBeSigned;
     Strings passwords;
     Strings chain;
     Strings digests{"sha256"};
@@ -65,13 +67,26 @@ void requireEach(const char* option, const Strings& values, std::size_t signers)
     throw UserError(std::string(option) + " is needed once for each of the " + std::to_string(signers) + " signers");
 }
 
+// In a room of its own, say: the bytes are carried in, the signature is carried out.
+bool isKeyElsewhere(const SignOptions& options)
+{
+    return !options.signatures.empty() || !options.toBeSigned.empty();
+}
+
 void requireConsistent(const SignOptions& options)
 {
     const std::size_t signers = options.certs.size() + options.pkcs12.size();
-    if (options.certs.size() != options.keys.size()) {
-        throw UserError("every --cert needs its --key", "or name a PKCS #12 file with --p12");
+    if (isKeyElsewhere(options)) {
+        if (!options.keys.empty() || !options.pkcs12.empty()) {
+            throw UserError("a key that signs elsewhere and one that is here", "sign for them in one way");
+        }
+    } else if (options.certs.size() != options.keys.size()) {
+        throw UserError("every --cert needs its --key",
+                        "or name a PKCS #12 file with --p12, or let the key sign elsewhere with --to-be-signed-out");
     }
     if (signers == 0) throw UserError("nobody signs", "name a signer with --cert and --key, or with --p12");
+    requireEach("--signature", options.signatures, signers);
+    requireEach("--to-be-signed-out", options.toBeSigned, signers);
     requireOneOrEach("--digest", options.digests, signers);
     requireOneOrEach("--pass", options.passwords, signers);
     requireEach("--tsa-response", options.tsaResponses, signers);
@@ -79,7 +94,10 @@ void requireConsistent(const SignOptions& options)
 
     const int sources = !options.tsaCert.empty() + !options.tsaResponses.empty() + !options.tsaUrl.empty() +
                         !options.tsaRequests.empty() + options.noTimestamp;
-    if (sources == 1) return;
+    if (!options.toBeSigned.empty() && sources != 0) {
+        throw UserError("there is nothing to stamp yet", "give the timestamp's options with --signature");
+    }
+    if (sources == 1 || !options.toBeSigned.empty()) return;
     throw UserError(sources == 0 ? "where is the timestamp to come from?" : "only one timestamp for each signer",
                     "the checker wants a timestamp of every signer: --tsa-cert, --tsa-response or --tsa-url, or "
                     "--tsa-request-out to ask for one");
@@ -96,7 +114,10 @@ std::vector<Signer> loadSigners(const SignOptions& options, std::vector<Cert>& c
         signers.push_back({std::move(identity), EVP_get_digestbyname(valueFor(options.digests, i).c_str())});
     };
     for (std::size_t i = 0; i < options.certs.size(); ++i) {
-        add([&](const std::string& password) { return loadIdentity(options.certs[i], options.keys[i], password); });
+        add([&](const std::string& password) {
+            return isKeyElsewhere(options) ? loadCertificate(options.certs[i])
+                                           : loadIdentity(options.certs[i], options.keys[i], password);
+        });
     }
     for (const std::string& path : options.pkcs12) {
         add([&](const std::string& password) { return loadPkcs12(path, password, chain); });
@@ -157,6 +178,25 @@ Asn1Time signingTimeOf(const SignOptions& options)
     return time;
 }
 
+// Takes signer i's signature from its file, or leaves the bytes for it in one.
+MakeSignature signElsewhere(const SignOptions& options, const Signer& signer, std::size_t i)
+{
+    return [&options, &signer, i](const Bytes& toBeSigned) {
+        if (!options.toBeSigned.empty()) {
+            writeFile(options.toBeSigned[i], toBeSigned);
+            return Bytes();
+        }
+        Bytes signature = readFile(options.signatures[i]);
+        if (!isSignature(signer.identity.cert.get(), signer.md, toBeSigned, signature)) {
+            throw UserError(options.signatures[i] + " is not a signature by " + nameOf(signer.identity.cert.get()) +
+                                " of what --to-be-signed-out wrote",
+                            "sign with RSA PKCS #1 v1.5 and the same --digest; payload, certificate and --signing-time "
+                            "must be the same");
+        }
+        return signature;
+    };
+}
+
 void sign(const SignOptions& options)
 {
     requireConsistent(options);
@@ -174,12 +214,13 @@ void sign(const SignOptions& options)
         const Signer& signer = signers[i];
         SignerOptions how{signer.md, digestOf(signer.md, payload)};
         how.signingTime = signingTime.get();
+        if (isKeyElsewhere(options)) how.makeSignature = signElsewhere(options, signer, i);
         CMS_SignerInfo* const info = addSigner(cms.get(), signer.identity, how);
         addCertificate(cms.get(), signer.identity.cert.get());
         if (stamp) attachTimestamp(info, stamp(i, signatureOf(info), signer.md));
         if (!options.tsaRequests.empty()) writeFile(options.tsaRequests[i], makeQuery(signatureOf(info), signer.md));
     }
-    if (!options.tsaRequests.empty()) return;
+    if (options.output.empty()) return;
 
     const Bytes der = encode(cms.get());
     if (stamp) requireSignature(der, payload, "the signature");
@@ -205,6 +246,11 @@ void addSignCommand(CLI::App& app)
     CLI::Option_group* const who = command->add_option_group("signers", "Who signs; repeat for several signers");
     addRepeatable(who, "--cert", o.certs, "signer's certificate: PEM, DER");
     addRepeatable(who, "--key", o.keys, "its private key: PEM, DER, PKCS #12 or a pkcs11: URI");
+    CLI::Option* const toBeSigned =
+        addRepeatable(who, "--to-be-signed-out", o.toBeSigned,
+                      "write what a key elsewhere has to sign to this file, and nothing else");
+    CLI::Option* const signature =
+        addRepeatable(who, "--signature", o.signatures, "what that key made of it: RSA PKCS #1 v1.5, bare");
     addRepeatable(who, "--p12", o.pkcs12, "certificate, key and chain in a PKCS #12 file");
     addRepeatable(who, "--pass", o.passwords, "password or PIN of the keys: env:NAME or file:PATH");
     addRepeatable(who, "--chain", o.chain, "certificates of the CAs between signer and root");
@@ -226,13 +272,16 @@ void addSignCommand(CLI::App& app)
     when->add_flag("--no-timestamp", o.noTimestamp, "none, for tests: the checker refuses such a signature");
     tsaCert->needs(tsaKey);
     tsaKey->needs(tsaCert);
-    output->excludes(requests);
+    output->excludes(requests)->excludes(toBeSigned);
+    requests->excludes(toBeSigned);
+    toBeSigned->excludes(signature);
 
     command->footer("A response file belongs to the query that the same command made with --tsa-request-out instead.\n"
                     "The same inputs give the same bytes; with --tsa-cert only if there is a --tsa-time.\n\n" +
                     app.get_footer());
     command->callback([options] {
-        if (options->output.empty() && options->tsaRequests.empty()) throw CLI::RequiredError("--output");
+        const bool isQuestion = !options->tsaRequests.empty() || !options->toBeSigned.empty();
+        if (options->output.empty() && !isQuestion) throw CLI::RequiredError("--output");
         sign(*options);
     });
 }

@@ -90,14 +90,26 @@ Cms newAround(int contentType, const Bytes& content)
 CMS_SignerInfo* addSigner(CMS_ContentInfo* cms, const Identity& identity, const SignerOptions& options)
 {
     const unsigned flags = CMS_PARTIAL | CMS_NOSMIMECAP | CMS_NOCERTS | (options.nameCertificate ? CMS_CADES : 0u);
-    CMS_SignerInfo* const signer = CMS_add1_signer(cms, identity.cert.get(), identity.key.get(), options.md, flags);
+    // The public key will do: nothing is signed yet.
+    EVP_PKEY* const key = X509_get0_pubkey(identity.cert.get());
+    CMS_SignerInfo* const signer = CMS_add1_signer(cms, identity.cert.get(), key, options.md, flags);
     ensure(signer != nullptr, "adding a signer");
     addSignedAttributes(signer, CMS_get0_eContentType(cms), options);
-    const Bytes signature = sign(identity.key.get(), options.md, encodeSignedAttributes(signer));
+    const Bytes toBeSigned = encodeSignedAttributes(signer);
+    const Bytes signature =
+        identity.key != nullptr ? sign(identity.key.get(), options.md, toBeSigned) : options.makeSignature(toBeSigned);
     ensure(ASN1_OCTET_STRING_set(CMS_SignerInfo_get0_signature(signer), signature.data(),
                                  static_cast<int>(signature.size())) == 1,
            "setting the signature");
     return signer;
+}
+
+bool isSignature(X509* cert, const EVP_MD* md, const Bytes& message, const Bytes& signature)
+{
+    const MdCtx ctx(EVP_MD_CTX_new());
+    ensure(ctx != nullptr && EVP_DigestVerifyInit(ctx.get(), nullptr, md, nullptr, X509_get0_pubkey(cert)) == 1,
+           "verifying");
+    return EVP_DigestVerify(ctx.get(), signature.data(), signature.size(), message.data(), message.size()) == 1;
 }
 
 Bytes signatureOf(CMS_SignerInfo* signer)

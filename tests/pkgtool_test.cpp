@@ -280,6 +280,57 @@ protected:
     }
 };
 
+// ---- A key in a room of its own ----
+
+class PkgtoolKeyElsewhere : public Pkgtool {
+protected:
+    Words Certificate() const { return {"--cert", room_.Path("signer.pem"), "--chain", room_.Path("ca.pem")}; }
+    // What the people in the room do.
+    void SignBytes(const std::string& digest) const
+    {
+        const ProcessResult result = RunProcess({"openssl", "dgst", digest, "-sign", KeyFile(room_.Pki().signer.key),
+                                                 "-out", room_.Path("value"), room_.Path("bytes")});
+        if (result.status != 0) throw std::runtime_error(result.err);
+    }
+    Words Signature() const { return Certificate() + Words{"--signature", room_.Path("value")} + LocalAuthority(); }
+};
+
+TEST_F(PkgtoolKeyElsewhere, MakesTheSignatureThatItWouldMakeHere)
+{
+    RunWell(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("bytes")} + Certificate());
+    const Words files = room_.Files();
+    EXPECT_EQ(std::count(files.begin(), files.end(), "signature"), 0);
+    SignBytes("-sha256");
+    const Bytes signature = Sign(Signature());
+    EXPECT_EQ(signature, UsualSignature());
+    EXPECT_EQ(room_.Verify(payload_, signature), kAccepted);
+}
+
+TEST_F(PkgtoolKeyElsewhere, RefusesASignatureOfOtherBytes)
+{
+    RunWell(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("bytes")} + Certificate());
+    SignBytes("-sha384");
+    ExpectUserError(SignCommand(Signature(), "none"), "is not a signature by", "the same --digest");
+    SignBytes("-sha256");
+    ExpectUserError(SignCommand(Signature() + Words{"--signing-time", kTime}, "none"), "is not a signature by",
+                    "--signing-time must be the same");
+}
+
+TEST_F(PkgtoolKeyElsewhere, StampsOnlyWhatIsSigned)
+{
+    ExpectUserError(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("none")} + Certificate() +
+                        LocalAuthority(),
+                    "nothing to stamp yet", "with --signature");
+}
+
+TEST_F(PkgtoolKeyElsewhere, SignsForAllSignersInOneWay)
+{
+    ExpectUserError(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("none")} + Signer(),
+                    "a key that signs elsewhere and one that is here", "in one way");
+}
+
+// ---- Timestamps that come by file ----
+
 TEST_F(PkgtoolTimestamp, QueryAndResponseFilesAreCarriedByHand)
 {
     RunWell(Words{"sign", payloadFile_, "--tsa-request-out", room_.Path("query")} + Signer());
