@@ -76,13 +76,27 @@ TEST_F(SignedPackageTest, IsAcceptedUnderAHostileOpenSslConfiguration)
     const std::vector<std::string> command =
         ForTarget({PkgcheckTestRootPath(), dir_.Write("package", Build(Package()))});
     const std::vector<std::string> environment{"OPENSSL_CONF=" + configuration};
+    const ProcessResult obedient = RunProcess({"openssl", "dgst", "-sha256", configuration}, environment);
+    EXPECT_NE(obedient.status, 0) << "whoever reads it can do nothing";
     const ProcessResult run = RunProcess(command, environment);
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     if (!CanTrace()) return;
     const TracedProcess traced = RunTraced(command, environment);
     EXPECT_EQ(traced.result.status, 0);
-    EXPECT_EQ(traced.opened.find(configuration), std::string::npos) << traced.opened;
-    EXPECT_EQ(traced.opened.find(foreign), std::string::npos) << traced.opened;
+    EXPECT_EQ(traced.files.find(configuration), std::string::npos) << traced.files;
+    EXPECT_EQ(traced.files.find(foreign), std::string::npos) << traced.files;
+}
+
+TEST_F(SignedPackageTest, IsClosedAgain)
+{
+    if (!CanTrace()) GTEST_SKIP() << "nothing can be traced here";
+    const std::string package = dir_.Write("package", Build(Package()));
+    const std::string files = RunTraced(ForTarget({PkgcheckTestRootPath(), package})).files;
+    const std::size_t opened = files.find('"' + package + '"');
+    ASSERT_NE(opened, std::string::npos) << files;
+    const std::size_t lineEnd = files.find('\n', opened);
+    const std::size_t handle = files.rfind("= ", lineEnd) + 2;
+    EXPECT_NE(files.find("close(" + files.substr(handle, lineEnd - handle) + ")", lineEnd), std::string::npos) << files;
 }
 
 TEST_F(SignedPackageTest, MayHoldItsSubFilesInAnyOrder)

@@ -469,8 +469,8 @@ TEST_F(Pkgcheck, OpensNoOpenSslConfiguration)
     const std::string package = dir_.Write("package", ForeignPackage());
     const TracedProcess traced = RunTraced(CommandLine({package}));
     EXPECT_EQ(traced.result.status, kRefused);
-    EXPECT_NE(traced.opened.find(package), std::string::npos) << traced.opened;
-    EXPECT_EQ(traced.opened.find("openssl.cnf"), std::string::npos) << traced.opened;
+    EXPECT_NE(traced.files.find(package), std::string::npos) << traced.files;
+    EXPECT_EQ(traced.files.find("openssl.cnf"), std::string::npos) << traced.files;
 }
 
 } // namespace

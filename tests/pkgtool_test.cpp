@@ -251,8 +251,8 @@ TEST_F(Pkgtool, KeysAreOpenedForReadingOnly)
     const TracedProcess traced = RunTraced(Words{PkgtoolPath()} + SignCommand(Signer() + LocalAuthority()));
     ASSERT_EQ(traced.result.status, kDone) << traced.result.err;
     std::size_t opened = 0;
-    for (std::size_t at = 0; (at = traced.opened.find("TEST-ONLY", at)) != std::string::npos; ++at, ++opened) {
-        const std::string line = traced.opened.substr(at, traced.opened.find('\n', at) - at);
+    for (std::size_t at = 0; (at = traced.files.find("TEST-ONLY", at)) != std::string::npos; ++at, ++opened) {
+        const std::string line = traced.files.substr(at, traced.files.find('\n', at) - at);
         EXPECT_NE(line.find("O_RDONLY"), std::string::npos) << line;
     }
     EXPECT_GE(opened, 2u);

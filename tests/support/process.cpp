@@ -168,12 +168,12 @@ TracedProcess RunTraced(std::vector<std::string> argv, std::vector<std::string> 
 {
     TempDir dir;
     const std::string trace = dir.Path("trace");
-    argv.insert(argv.begin(), {"strace", "-f", "-e", "trace=open,openat", "-o", trace});
+    argv.insert(argv.begin(), {"strace", "-f", "-e", "trace=open,openat,close", "-o", trace});
     environment.push_back("ASAN_OPTIONS=detect_leaks=0"); // the leak checker traces, too, and there can be one only
     TracedProcess traced;
     traced.result = RunProcess(argv, environment);
     const Bytes lines = ReadWholeFile(trace);
-    traced.opened.assign(lines.begin(), lines.end());
+    traced.files.assign(lines.begin(), lines.end());
     return traced;
 }
 

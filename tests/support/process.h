@@ -29,7 +29,7 @@ std::vector<std::string> ForTarget(std::vector<std::string> argv);
 bool CanTrace();
 struct TracedProcess {
     ProcessResult result;
-    std::string opened; // strace's lines on the files that it and its children opened
+    std::string files; // strace's lines on what it and its children opened and closed
 };
 TracedProcess RunTraced(std::vector<std::string> argv, std::vector<std::string> environment = {});
 
