@@ -2,12 +2,11 @@
 #include "pelnic_pki_impl.h"
 
 #include "pelnic_asn1_utils.h"
+#include "pelnic_pki_index.h"
 #include "pelnic_plt_proxy.h"
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
 #include "pelnic_x509_verify.h"
-
-constexpr PNV_INT MAX_NESTED_VERIFICATIONS = 11;
 
 static PELNIC_PKI_STORE* storeOf(const PELNIC_VRF* ctx)
 {
@@ -78,31 +77,27 @@ static bool hasIssuerAndSerial(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* ce
            pelnic_compare_x509_name(ctx, cert->toBeSigned->issuer, issuer) == 0;
 }
 
-static bool isDuplicate(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* stored, const PELNIC_X509_CERT* added)
-{
-    return hasIssuerAndSerial(ctx, stored, added->toBeSigned->issuer, added->toBeSigned->serialNumber) &&
-           pelnic_compare_asn_bits(ctx, &stored->toBeSigned->subjectPubKey->subjectPublicKey,
-                                   &added->toBeSigned->subjectPubKey->subjectPublicKey) == 0;
-}
-
 static bool isIdentical(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* stored, const PELNIC_X509_CERT* added)
 {
     return pelnic_compare_asn_octs(ctx, stored->raw_signed, added->raw_signed) == 0 &&
            pelnic_compare_asn_bits(ctx, stored->signature, added->signature) == 0;
 }
 
-static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_CERT* list, PELNIC_X509_CERT* cert)
+static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_CERT* list, PELNIC_X509_CERT** pIndex,
+                                   PELNIC_X509_CERT* cert)
 {
-    for (PNV_UINT32 i = 0; i < list->num; ++i) {
-        PELNIC_X509_CERT* const stored = list->data[i];
-        if (!isDuplicate(ctx, stored, cert)) continue;
+    ++ctx->nEpoch;
+    PELNIC_X509_CERT* const stored = _pnvFindDuplicateCert(*pIndex, cert);
+    if (stored != nullptr) {
         // The caller vouches for what a package had brought before, if it really is the same.
         if (cert->bFromPackage == 0 && isIdentical(ctx, stored, cert)) stored->bFromPackage = 0;
         return PELNIC_ERR_CERT_DUPLICATE;
     }
     const PELNIC_ERROR_CODE rc = pelnic_list_add(ctx, _pnvAsList(list), cert, CLSP_END);
-    if (rc == 0) ++cert->iRef;
-    return rc;
+    if (rc != 0) return rc;
+    ++cert->iRef;
+    _pnvIndexCert(pIndex, cert);
+    return 0;
 }
 
 // A store, made when it is used for the first time.
@@ -120,7 +115,8 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_trust_cert(const PELNIC_VRF* ctx, PELNIC_
     PNV_BOOL isCa = 0;
     if (pelnic_pki_is_ca_cert(ctx, cert, &isCa) != 0 || isCa == 0) return PELNIC_ERR_CERT_NOT_CA;
     const PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->trust_store);
-    return rc != 0 ? rc : addToList(ctx, &pStore->trust_store->ca_certs, cert);
+    if (rc != 0) return rc;
+    return addToList(ctx, &pStore->trust_store->ca_certs, &pStore->trust_store->pCertIndex, cert);
 }
 
 PELNIC_ERROR_CODE pelnic_pki_store_add_local_cert(const PELNIC_VRF* ctx, PELNIC_X509_CERT* cert)
@@ -129,7 +125,8 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_local_cert(const PELNIC_VRF* ctx, PELNIC_
     PELNIC_PKI_STORE* const pStore = storeOf(ctx);
     if (pStore == nullptr) return PELNIC_ERR_NO_PKI;
     const PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->local_store);
-    return rc != 0 ? rc : addToList(ctx, &pStore->local_store->local_certs, cert);
+    if (rc != 0) return rc;
+    return addToList(ctx, &pStore->local_store->local_certs, &pStore->local_store->pCertIndex, cert);
 }
 
 PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CRL* crl)
@@ -139,19 +136,18 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CR
     if (pStore == nullptr) return PELNIC_ERR_NO_PKI;
     PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->trust_store);
     if (rc != 0) return rc;
+    ++ctx->nEpoch;
     LIST_TYPE_PELNIC_X509_CRL* const list = &pStore->trust_store->crl_store;
     if (list->capacity == 0) {
         rc = pelnic_list_init(ctx, _pnvAsList(list), 0);
         if (rc != 0) return rc;
     }
-    for (PNV_UINT32 i = 0; i < list->num; ++i) {
-        if (pelnic_compare_asn_bits(ctx, list->data[i]->signature, crl->signature) == 0) {
-            return PELNIC_ERR_CRL_DUPLICATE;
-        }
-    }
+    if (_pnvFindDuplicateCrl(pStore->trust_store->pCrlIndex, crl) != nullptr) return PELNIC_ERR_CRL_DUPLICATE;
     rc = pelnic_list_add(ctx, _pnvAsList(list), crl, CLSP_END);
-    if (rc == 0) ++crl->iRef;
-    return rc;
+    if (rc != 0) return rc;
+    ++crl->iRef;
+    _pnvIndexCrl(&pStore->trust_store->pCrlIndex, crl);
+    return 0;
 }
 
 // ---- Issuers
@@ -200,8 +196,12 @@ const PELNIC_X509_CERT* _pnvFindCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X
 {
     const PELNIC_PKI_TRUST_STORE* const pTrust = trustStoreOf(ctx);
     if (pTrust == nullptr) return nullptr;
-    for (PNV_UINT32 i = 0; i < pTrust->ca_certs.num; ++i) {
-        if (_pnvCheckCertIssuer(ctx, cert, pTrust->ca_certs.data[i]) == 0) return pTrust->ca_certs.data[i];
+    const PNV_UINT32 faults = ctx->nCallbackFaults;
+    for (PNV_UINT32 i = cert->nIssuersRefused; i < pTrust->ca_certs.num; ++i) {
+        const PELNIC_X509_CERT* const candidate = pTrust->ca_certs.data[i];
+        if (_pnvCheckCertIssuer(ctx, cert, candidate) == 0) return candidate;
+        // A refusal for want of memory or of an answer can change.
+        if (ctx->nCallbackFaults == faults) cert->nIssuersRefused = i + 1;
     }
     return nullptr;
 }
@@ -220,15 +220,53 @@ static PNV_UINT32 longestChain(const PELNIC_VRF* ctx)
     return pTrust == nullptr ? 1 : pTrust->ca_certs.num + 1;
 }
 
-const PELNIC_X509_CERT* _pnvFindCertRoot(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+// The self-signed test, whose no is remembered as well: certificates whose subject is their issuer are told apart only
+// by a signature check.
+static PELNIC_ERROR_CODE testSelfSigned(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL* isSelfSigned)
 {
-    for (PNV_UINT32 steps = longestChain(ctx); steps != 0 && cert != nullptr; --steps) {
+    *isSelfSigned = 0;
+    if (cert->bNotSelfSigned != 0 && cert->pIssuer != cert) return 0;
+    const PELNIC_ERROR_CODE rc = pelnic_x509_is_self_signed(ctx, cert, isSelfSigned);
+    if (rc == 0 && *isSelfSigned == 0) cert->bNotSelfSigned = 1;
+    return rc;
+}
+
+static PELNIC_X509_CERT_MEMO& memoOf(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+{
+    if (cert->memo.nEpoch != ctx->nEpoch) {
+        cert->memo = PELNIC_X509_CERT_MEMO{};
+        cert->memo.nEpoch = ctx->nEpoch;
+    }
+    return cert->memo;
+}
+
+// The root, and in *end the certificate that the walk did not go beyond: null when that has no issuer.
+static const PELNIC_X509_CERT* walkToRoot(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
+                                          const PELNIC_X509_CERT** end)
+{
+    *end = cert;
+    for (PNV_UINT32 steps = longestChain(ctx); steps != 0 && *end != nullptr; --steps) {
+        const PELNIC_X509_CERT_MEMO& memo = memoOf(ctx, *end);
+        if (memo.bRootKnown != 0) return memo.pRoot;
         PNV_BOOL isSelfSigned = 0;
-        if (pelnic_x509_is_self_signed(ctx, cert, &isSelfSigned) != 0) return nullptr;
-        if (isSelfSigned != 0) return cert->bFromPackage == 0 ? cert : nullptr;
-        cert = _pnvFindCertIssuer(ctx, cert);
+        if (testSelfSigned(ctx, *end, &isSelfSigned) != 0) return nullptr;
+        if (isSelfSigned != 0) return (*end)->bFromPackage == 0 ? *end : nullptr;
+        *end = _pnvFindCertIssuer(ctx, *end);
     }
     return nullptr;
+}
+
+const PELNIC_X509_CERT* _pnvFindCertRoot(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+{
+    if (ctx == nullptr) return nullptr;
+    const PELNIC_X509_CERT* end = nullptr;
+    const PELNIC_X509_CERT* const root = walkToRoot(ctx, cert, &end);
+    // The whole way has this root. Certificates that issue each other are a way as well, and it leads nowhere.
+    for (const PELNIC_X509_CERT* at = cert; at != nullptr; at = at == end ? nullptr : at->pIssuer) {
+        memoOf(ctx, at).bRootKnown = 1;
+        memoOf(ctx, at).pRoot = root;
+    }
+    return root;
 }
 
 PELNIC_ERROR_CODE _pnvVerifyCrlByIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl, const PELNIC_X509_CERT* cert)
@@ -309,7 +347,7 @@ PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X5
     PELNIC_ERROR_CODE rc = _pnvCheckCertDate(ctx, pSubjCert);
     if (rc != 0) return rc;
     PNV_BOOL isSelfSigned = 0;
-    rc = pelnic_x509_is_self_signed(ctx, pSubjCert, &isSelfSigned);
+    rc = testSelfSigned(ctx, pSubjCert, &isSelfSigned);
     if (rc != 0) return rc;
     if (isSelfSigned != 0) {
         if (pSubjCert->bFromPackage != 0) return PELNIC_ERR_CERT_NO_ISSUER;
@@ -345,24 +383,55 @@ static PELNIC_ERROR_CODE walkChain(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert
     return PELNIC_ERR_CERT_NO_ISSUER;
 }
 
+// Why no CRL could be used. A remembered failure is reported again, under the name of the search that had found it.
+static void reportNoCrl(PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
+{
+    constexpr PNV_CHAR SEARCH[] = "_pnvFindBestCrlOfCert";
+    if (rc == PELNIC_ERR_CRL_NOT_FOUND) {
+        pelnic_log_callback(ctx, PELNIC_LOG_TYPE_ERROR, __FILE__, __LINE__, SEARCH, 0,
+                            "Can't find CRL for certificate.");
+    } else if (rc == PELNIC_ERR_CRL_VERIFY) {
+        pelnic_log_callback(ctx, PELNIC_LOG_TYPE_ERROR, __FILE__, __LINE__, SEARCH, 0, "Verify CRL failed.");
+    } else {
+        return;
+    }
+    ctx->last_err = rc;
+}
+
+static PELNIC_ERROR_CODE verifyAtDepth(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+{
+    const PNV_UINT32 faults = ctx->nCallbackFaults;
+    ++ctx->curr_depth;
+    const PELNIC_ERROR_CODE rc = walkChain(ctx, cert);
+    --ctx->curr_depth;
+    // Without memory or an answer a CRL can pass for inapplicable or direct, and a CA for none: no ground to accept on.
+    return rc == 0 && ctx->nCallbackFaults != faults ? PELNIC_ERR_SYS_MEM_ALLOC : rc;
+}
+
 PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL reset_depth,
                                          PNV_BOOL* result)
 {
     if (ctx == nullptr || cert == nullptr || result == nullptr) return PELNIC_ERR_NULL_POINTER;
     *result = 0;
     if (reset_depth != 0) ctx->curr_depth = 0;
-    if (ctx->curr_depth >= MAX_NESTED_VERIFICATIONS) {
+    if (ctx->curr_depth >= PNV_INT{MAX_NESTED_VERIFICATIONS}) {
         PNV_LOG(ctx, PELNIC_LOG_TYPE_ERROR, 0, "The path of certificate is too deep.");
         return PELNIC_ERR_PATH_TOO_DEEP;
     }
-    const PNV_UINT32 faults = ctx->nCallbackFaults;
-    ++ctx->curr_depth;
-    PELNIC_ERROR_CODE rc = walkChain(ctx, cert);
-    --ctx->curr_depth;
-    // Without memory or an answer a CRL can pass for inapplicable or direct, and a CA for none: no ground to accept on.
-    if (rc == 0 && ctx->nCallbackFaults != faults) rc = PELNIC_ERR_SYS_MEM_ALLOC;
-    *result = rc == 0 ? 1 : 0;
-    return rc;
+    if (ctx->curr_depth == 0) ++ctx->nEpoch;
+    // The depth counts: it decides what is too deep below. All else stays as it is during an outermost verification,
+    // which accepts nothing once a callback has failed.
+    const PNV_INT depth = ctx->curr_depth;
+    const PNV_UINT32 depthBit = 1u << depth;
+    PELNIC_X509_CERT_MEMO& memo = memoOf(ctx, cert);
+    if ((memo.nVerifiedDepths & depthBit) == 0) {
+        memo.nResult[depth] = verifyAtDepth(ctx, cert);
+        memo.nVerifiedDepths |= depthBit;
+    } else {
+        reportNoCrl(ctx, memo.nResult[depth]);
+    }
+    *result = memo.nResult[depth] == 0 ? 1 : 0;
+    return memo.nResult[depth];
 }
 
 // ---- Revocation
@@ -479,16 +548,8 @@ const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_
         ctx->last_err = rc;
         return nullptr;
     }
-    if (list.num == 0) {
-        PNV_LOG(ctx, PELNIC_LOG_TYPE_ERROR, 0, "Can't find CRL for certificate.");
-        ctx->last_err = PELNIC_ERR_CRL_NOT_FOUND;
-        return nullptr;
-    }
     const PELNIC_X509_CRL* const best = _pnvPickBestCrl(ctx, &list);
-    if (best == nullptr) {
-        PNV_LOG(ctx, PELNIC_LOG_TYPE_ERROR, 0, "Verify CRL failed.");
-        ctx->last_err = PELNIC_ERR_CRL_VERIFY;
-    }
+    if (best == nullptr) reportNoCrl(ctx, list.num == 0 ? PELNIC_ERR_CRL_NOT_FOUND : PELNIC_ERR_CRL_VERIFY);
     return best;
 }
 

@@ -23,14 +23,18 @@ typedef struct pelnic_pki_verify_param_st {
 
 typedef struct pelnic_pki_local_store_st {
     LIST_TYPE_PELNIC_X509_CERT local_certs;
+    PELNIC_X509_CERT* pCertIndex;
 } PELNIC_PKI_LOCAL_STORE;
 
 typedef struct pelnic_pki_trust_store_st {
     LIST_TYPE_PELNIC_X509_CERT ca_certs;
     LIST_TYPE_PELNIC_X509_CRL crl_store;
+    PELNIC_X509_CERT* pCertIndex;
+    PELNIC_X509_CRL* pCrlIndex;
 } PELNIC_PKI_TRUST_STORE;
 
-// Stores come into being with their first element and only grow; they are searched in the order of insertion.
+// Stores come into being with their first element and only grow; they are searched in the order of insertion, but for
+// duplicates, which are looked up in an index beside each list. An object is in one store at most.
 typedef struct pelnic_pki_store_st {
     PELNIC_PKI_LOCAL_STORE* local_store; // signers and timestamp authorities
     PELNIC_PKI_VERIFY_PARAM verify_param;
@@ -66,7 +70,8 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx);
 // Walks from the certificate to the end of its chain; with reset_depth as an outermost verification. *result is true
 // only with code 0. PELNIC_ERR_NULL_POINTER; PELNIC_ERR_PATH_TOO_DEEP when 11 verifications are in progress (logged);
 // PELNIC_ERR_CERT_NO_ISSUER when the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC when a memory callback
-// failed on the way to an acceptance; the codes of the checks on the way.
+// failed on the way to an acceptance; the codes of the checks on the way. Within an outermost verification a nested one
+// runs once for each certificate and depth; asked again, it logs again that it found no CRL, but not what lay below.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        PNV_BOOL reset_depth, PNV_BOOL* result);
 // The certificate that issued a CRL and verifies its signature: the trust store's first, else the local store's, or
@@ -83,7 +88,7 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx);
 // for a bad signature or another issuer on record, PELNIC_ERR_CERT_USAGE without keyCertSign.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                     const PELNIC_X509_CERT* candidate);
-// The trust store's first certificate that issued cert, or null.
+// The trust store's first certificate that issued cert, or null. Candidates that have been refused are not asked again.
 [[nodiscard]] const PELNIC_X509_CERT* _pnvFindCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
 [[nodiscard]] PELNIC_ERROR_CODE _pnvVerifyCertByIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        const PELNIC_X509_CERT* issuer);

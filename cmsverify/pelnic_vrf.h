@@ -31,6 +31,9 @@ struct pelnic_vrf_st {
     // Memory and verification callbacks that failed so far. Some failures pass for an answer where they happen, and a
     // verdict that was reached meanwhile must not be an acceptance.
     mutable PNV_UINT32 nCallbackFaults;
+    // Raised by each outermost verification and each addition to a store: answers remembered under an earlier number
+    // are void.
+    mutable PNV_UINT32 nEpoch;
 };
 
 #endif

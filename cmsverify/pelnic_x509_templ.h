@@ -67,6 +67,25 @@ typedef struct pelnic_x509_certinfo_st {
     PELNIC_X509_EXTENSION_BUNDLE* extensions; // null when absent
 } PELNIC_X509_CERTINFO;
 
+// Where an object stands in the index of its store.
+template <typename Object> struct PELNIC_INDEX_LINKS {
+    Object* pBefore;
+    Object* pAfter;
+    PNV_UINT32 nLevel;
+};
+
+constexpr PNV_UINT32 MAX_NESTED_VERIFICATIONS = 11;
+
+// What one outermost verification has found out about a certificate, so that it is found out once: many CRLs ask the
+// same of their issuers, on every level of the chain.
+typedef struct pelnic_x509_cert_memo_st {
+    PNV_UINT32 nEpoch; // the context's, when the rest was written
+    PNV_BOOL bRootKnown;
+    const struct pelnic_x509_cert_st* pRoot;
+    PNV_UINT32 nVerifiedDepths; // bit d: nResult[d] is what verifying it at depth d returned
+    PELNIC_ERROR_CODE nResult[MAX_NESTED_VERIFICATIONS];
+} PELNIC_X509_CERT_MEMO;
+
 typedef struct pelnic_x509_cert_st PELNIC_X509_CERT;
 struct pelnic_x509_cert_st {
     PELNIC_ASN_OCTS* raw_signed; // the whole encoding of toBeSigned, which is what the signature covers
@@ -75,7 +94,11 @@ struct pelnic_x509_cert_st {
     PELNIC_ASN_BITS* signature;
     mutable const PELNIC_X509_CERT* pIssuer; // not owned; once found it stays
     PNV_INT32 iRef;
-    PNV_BOOL bFromPackage; // came with a signature, a token or a CRL: never ends a chain
+    PNV_BOOL bFromPackage;              // came with a signature, a token or a CRL: never ends a chain
+    mutable PNV_BOOL bNotSelfSigned;    // the check of its signature with its own key has said no
+    mutable PNV_UINT32 nIssuersRefused; // the first so many of the trust store did not issue it
+    mutable PELNIC_X509_CERT_MEMO memo;
+    PELNIC_INDEX_LINKS<PELNIC_X509_CERT> index;
 };
 PNV_DECLARE_LIST(PELNIC_X509_CERT);
 
@@ -118,6 +141,7 @@ struct pelnic_x509_crl_st {
     mutable const PELNIC_X509_CERT* pIssuer; // not owned; verified the signature
     mutable PNV_UINT32 nTrustRefused;        // the first so many of the trust store are not its issuer
     mutable PNV_UINT32 nLocalRefused;        // the same for the local store
+    PELNIC_INDEX_LINKS<PELNIC_X509_CRL> index;
 };
 
 typedef struct pelnic_x509_crl_bundle_st {
