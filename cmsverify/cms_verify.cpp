@@ -382,6 +382,16 @@ PELNIC_ERROR_CODE _pnvDecodeCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbContent,
 
 // ---- Adding certificates and CRLs
 
+// In scope while certificates and CRLs are taken in. Where one that fails is left out, this is what remembers it.
+struct INTAKE {
+    PELNIC_VRF* pVrf;
+    PNV_UINT32 faults = pVrf->nCallbackFaults;
+    ~INTAKE()
+    {
+        if (pVrf->nCallbackFaults != faults) pVrf->bInputLost = 1;
+    }
+};
+
 static PELNIC_ERROR_CODE addByKind(const PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert, PNV_BOOL isCa)
 {
     return isCa != 0 ? pelnic_pki_store_add_trust_cert(pVrf, cert) : pelnic_pki_store_add_local_cert(pVrf, cert);
@@ -470,6 +480,7 @@ static void freeInput(PELNIC_VRF* pVrf, DECODED_INPUT* input)
 
 static PELNIC_ERROR_CODE addCerts(PELNIC_VRF* pVrf, const PNV_BYTE* pbCert, PNV_UINT32 nCertLength)
 {
+    const INTAKE intake{pVrf};
     LIST_TYPE_PELNIC_X509_CERT certs = {};
     PNV_SCOPE_EXIT freeCerts{[&] { pelnic_list_free(pVrf, _pnvAsList(&certs), _pnvFreeCertElement); }};
     PELNIC_ERROR_CODE rc = pelnic_list_init(pVrf, _pnvAsList(&certs), 0);
@@ -501,6 +512,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_cert_file(PELNIC_VRF_CTX ctx, const PNV_CHAR
 static PELNIC_ERROR_CODE addCrls(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UINT32 nCrlLength)
 {
     if (pVrf->crl_frozen != 0) return PELNIC_ERR_CRL_FROZEN;
+    const INTAKE intake{pVrf};
     DECODED_INPUT input = {};
     PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
     PELNIC_ERROR_CODE rc = initInput(pVrf, &input);
@@ -538,7 +550,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR*
 
 // ---- Detached signatures
 
-// Duplicates and failures are left out: a certificate without its CRL is refused later.
+// Duplicates are left out, and so are failures, after which the context accepts nothing.
 static void copyCrlsIntoPki(PELNIC_VRF* pVrf)
 {
     for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
@@ -548,6 +560,7 @@ static void copyCrlsIntoPki(PELNIC_VRF* pVrf)
 
 void _pnvSyncCrl(PELNIC_VRF* pVrf)
 {
+    const INTAKE intake{pVrf};
     copyCrlsIntoPki(pVrf);
     pelnic_list_free(pVrf, _pnvAsList(&pVrf->crl_list), _pnvFreeCrlElement);
     pVrf->crl_frozen = 1;
@@ -614,6 +627,7 @@ PELNIC_ERROR_CODE _pnvExtractCertsIntoVerifyContext(PELNIC_VRF* pVrf, const PELN
 {
     const PELNIC_X509_CERT_BUNDLE* const pBundle = p7signed->signed_data->certificates;
     if (pBundle == nullptr) return 0;
+    const INTAKE intake{pVrf};
     for (PNV_UINT32 i = 0; i < pBundle->certs.num; ++i) addCertOfSignature(pVrf, pBundle->certs.data[i]);
     return 0;
 }
@@ -1193,6 +1207,7 @@ PELNIC_ERROR_CODE _pnvGetCrlInfo(PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl, 
 static PELNIC_ERROR_CODE takeInBundle(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UINT32 nCrlLength,
                                       DECODED_INPUT* input)
 {
+    const INTAKE intake{pVrf};
     const PELNIC_ERROR_CODE rc = _pnvDecodeCertCrl(pVrf, pbCrl, nCrlLength, &input->certs, &input->crls);
     if (rc != 0 || input->crls.num == 0) return PELNIC_ERR_CRL_DECODE;
     if (input->crls.num > PELNIC_CRL_BUNDLE_MAX) return PELNIC_ERR_CRL_TOO_MANY;
@@ -1209,10 +1224,14 @@ static PELNIC_ERROR_CODE summarise(PELNIC_VRF* pVrf, const LIST_TYPE_PELNIC_X509
     PELNIC_CRL_BUNDLE_INFO* pBundle = nullptr;
     if (_pnvNewRecord(pVrf, &pBundle) != 0) return PELNIC_ERR_CRL_DECODE;
     pBundle->st_size = sizeof(PELNIC_CRL_BUNDLE_INFO);
+    const PNV_UINT32 faults = pVrf->nCallbackFaults;
     for (PNV_UINT32 i = 0; i < crls.num; ++i) {
         PELNIC_CRL_INFO** const slot = pBundle->crl_info_list + pBundle->crl_count;
         if (_pnvGetCrlInfo(pVrf, crls.data[i], slot) == 0) ++pBundle->crl_count; // one without memory is left out
     }
+    // What a failing callback left out may be what makes the other bundle newer: such a summary compares with none.
+    const bool complete = pVrf->nCallbackFaults == faults;
+    for (PNV_INT i = 0; !complete && i < pBundle->crl_count; ++i) pBundle->crl_info_list[i]->valid = 0;
     *ppResult = pBundle;
     return 0;
 }

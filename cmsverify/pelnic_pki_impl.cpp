@@ -404,8 +404,10 @@ static PELNIC_ERROR_CODE verifyAtDepth(PELNIC_VRF* ctx, const PELNIC_X509_CERT* 
     ++ctx->curr_depth;
     const PELNIC_ERROR_CODE rc = walkChain(ctx, cert);
     --ctx->curr_depth;
-    // Without memory or an answer a CRL can pass for inapplicable or direct, and a CA for none: no ground to accept on.
-    return rc == 0 && ctx->nCallbackFaults != faults ? PELNIC_ERR_SYS_MEM_ALLOC : rc;
+    // Without memory or an answer a CRL can be lost or pass for inapplicable or direct, and a CA for none: no ground to
+    // accept on.
+    const bool isCertain = ctx->nCallbackFaults == faults && ctx->bInputLost == 0;
+    return rc == 0 && !isCertain ? PELNIC_ERR_SYS_MEM_ALLOC : rc;
 }
 
 PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL reset_depth,

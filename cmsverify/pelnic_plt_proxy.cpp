@@ -100,7 +100,7 @@ PELNIC_ERROR_CODE pelnic_strcpy_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t 
 {
     if (ctx == nullptr) return PELNIC_ERR_NULL_POINTER;
     if (pelnic_strlen(ctx, src) >= destMax) return PELNIC_ERR_SYS_STR_OVERFLOW;
-    return str(ctx).pf_strcpy_s(dest, destMax, src);
+    return counted(ctx, str(ctx).pf_strcpy_s(dest, destMax, src));
 }
 
 PELNIC_ERROR_CODE pelnic_strcat_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src)
@@ -108,7 +108,7 @@ PELNIC_ERROR_CODE pelnic_strcat_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t 
     if (ctx == nullptr) return PELNIC_ERR_NULL_POINTER;
     const PNV_UINT64 total = PNV_UINT64{pelnic_strlen(ctx, dest)} + pelnic_strlen(ctx, src);
     if (total >= destMax) return PELNIC_ERR_SYS_STR_OVERFLOW;
-    return str(ctx).pf_strcat_s(dest, destMax, src);
+    return counted(ctx, str(ctx).pf_strcat_s(dest, destMax, src));
 }
 
 PNV_INT pelnic_vsnprintf_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax, size_t count, const PNV_CHAR* format,

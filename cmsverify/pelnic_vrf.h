@@ -28,9 +28,12 @@ struct pelnic_vrf_st {
     PELNIC_ERROR_CODE last_err;
     PNV_INT curr_depth; // nested certificate verifications in progress
     PNV_BYTE resv[64];
-    // Memory and verification callbacks that failed so far. Some failures pass for an answer where they happen, and a
-    // verdict that was reached meanwhile must not be an acceptance.
+    // Memory, copy and verification callbacks that failed so far. Some failures pass for an answer where they happen,
+    // and a verdict that was reached meanwhile must not be an acceptance.
     mutable PNV_UINT32 nCallbackFaults;
+    // One of them failed while certificates or CRLs were taken in. What is missing for that may be what revokes, so
+    // that nothing is accepted from then on.
+    PNV_BOOL bInputLost;
     // Raised by each outermost verification and each addition to a store: answers remembered under an earlier number
     // are void.
     mutable PNV_UINT32 nEpoch;
