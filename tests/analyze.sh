@@ -16,7 +16,7 @@ sources()
 
 format()
 {
-    sources '*.[ch]*' bench cmsverify examples fuzz pkgtool tests tool | grep -E '\.(c|cpp|h)$' |
+    sources '*.[ch]*' bench cmsverify examples fuzz pkgtool tests tool 2>/dev/null | grep -E '\.(c|cpp|h)$' |
         xargs -P "$cores" -n 20 clang-format --dry-run -Werror
 }
 
