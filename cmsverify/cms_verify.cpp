@@ -384,8 +384,9 @@ PELNIC_ERROR_CODE _pnvDecodeCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbContent,
 
 // In scope while certificates and CRLs are taken in. Where one that fails is left out, this is what remembers it.
 struct INTAKE {
-    PELNIC_VRF* pVrf;
-    PNV_UINT32 faults = pVrf->nCallbackFaults;
+    PELNIC_VRF* const pVrf;
+    const PNV_UINT32 faults;
+    explicit INTAKE(PELNIC_VRF* ctx) : pVrf(ctx), faults(ctx->nCallbackFaults) {}
     ~INTAKE()
     {
         if (pVrf->nCallbackFaults != faults) pVrf->bInputLost = 1;

@@ -1,5 +1,6 @@
 // Signatures and timestamps by programs of others, judged by the checker's verification: what it accepts, what it
-// refuses, and which option of the producer turns a refusal into an acceptance. docs/interoperation.md has the same as a table.
+// refuses, and which option of the producer turns a refusal into an acceptance. docs/interoperation.md has the same as
+// a table.
 #include "support/paths.h"
 #include "support/signing_room.h"
 
