@@ -1,0 +1,23 @@
+#!/bin/sh
+# tests/long.sh [MINUTES]
+# What ./test.sh has no time for, on a bare Debian 12 as root: all faults, mutants and generated packages instead of a
+# sample, every test under valgrind, the fuzzers for MINUTES (60 otherwise), and how many mistakes the tests notice.
+# Takes some hours. Goes on after a failure and ends with the number of failures.
+cd "$(dirname "$0")/.." || exit 1
+failures=0
+
+run()
+{
+    printf '== %s\n' "$*"
+    "$@" || failures=$((failures + 1))
+}
+
+cmake/install-packages.sh valgrind python3
+run env CMSVERIFY_LONG=1 ./test.sh clang arm
+run tests/analyze.sh tidy_pkgtool "$PWD/build/debug"
+run valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/valgrind.supp \
+    build/clang/tests/cmsverify_tests --gtest_brief=1
+run fuzz/run.sh "${1:-60}"
+run tests/mutation/mutate.py build/mutation
+printf '%s failures\n' "$failures"
+exit "$failures"
