@@ -1,0 +1,114 @@
+// Generated packages, judged by the verification as the checker calls it and by OpenSSL, which is told in which rules
+// the two differ on purpose (support/oracle_rules.h). They must agree on every one, and on the code of every refusal.
+//
+//     CMSVERIFY_CASES=20000   how many packages; CMSVERIFY_LONG=1 stands for so many
+//     CMSVERIFY_SEED=17       the package of this seed alone
+#include "support/generated_package.h"
+#include "support/process.h"
+#include "support/sanitized.h"
+#include "verify_signature.h"
+
+#include <cstdlib>
+#include <iomanip>
+#include <iostream>
+#include <map>
+
+namespace pnvtest {
+namespace {
+
+PELNIC_ERROR_CODE VerdictOnParts(const SignedParts& parts)
+{
+    PELNIC_VERIFY_SIGNATURE_S sig{parts.root.data(), Len(parts.root), parts.crls.data(),    Len(parts.crls),
+                                  parts.cms.data(),  Len(parts.cms),  parts.payload.data(), Len(parts.payload)};
+    return Pelnic_Verify_Signature_Integrity(&sig);
+}
+
+// ---- How many, and which ----
+
+std::uint64_t Setting(const char* variable, std::uint64_t otherwise)
+{
+    const char* const value = std::getenv(variable);
+    return value == nullptr ? otherwise : std::strtoull(value, nullptr, 0);
+}
+
+std::uint64_t Cases()
+{
+    constexpr std::uint64_t many = 20000;
+    if (std::getenv("CMSVERIFY_SEED") != nullptr) return 1;
+    if (std::getenv("CMSVERIFY_LONG") != nullptr) return Setting("CMSVERIFY_CASES", many);
+    return Setting("CMSVERIFY_CASES", Emulator().empty() ? 800 : 100);
+}
+
+// ---- What came of it ----
+
+const RuleSet kAllRules = RuleSet().set();
+
+class Tally {
+public:
+    void Add(const SignedParts& parts, const Opinion& opinion)
+    {
+        ++all_;
+        ++classes_[opinion.why];
+        const bool differs = AskOpenssl(parts, {}).Accepts() != opinion.Accepts();
+        bool byOneRule = false;
+        for (std::size_t rule = 0; rule < kRules; ++rule) {
+            if (!opinion.met.test(rule)) continue;
+            RuleSet others = kAllRules;
+            others.reset(rule);
+            if (AskOpenssl(parts, others).Accepts() == opinion.Accepts()) continue;
+            ++decided_[rule];
+            byOneRule = true;
+        }
+        byRules_ += differs;
+        bySeveralRules_ += differs && !byOneRule;
+    }
+
+    std::size_t Of(const std::string& why) const
+    {
+        const auto found = classes_.find(why);
+        return found == classes_.end() ? 0 : found->second;
+    }
+    std::size_t DecidedBy(std::size_t rule) const { return decided_[rule]; }
+
+    void Print() const
+    {
+        Line(all_, "packages");
+        for (const auto& [why, count] : classes_) Line(count, "  " + why);
+        Line(byRules_, "on which OpenSSL by itself says otherwise");
+        Line(bySeveralRules_, "  for more than one reason");
+        for (std::size_t rule = 0; rule < kRules; ++rule) {
+            const RuleText& text = TextOf(static_cast<Rule>(rule));
+            Line(decided_[rule], std::string("decided by ") + text.name + ": " + text.text);
+        }
+    }
+
+private:
+    static void Line(std::size_t count, const std::string& what)
+    {
+        std::cout << "[   DIFF   ] " << std::setw(6) << count << " " << what << std::endl;
+    }
+
+    std::size_t all_ = 0;
+    std::size_t byRules_ = 0;
+    std::size_t bySeveralRules_ = 0;
+    std::map<std::string, std::size_t> classes_;
+    std::size_t decided_[kRules] = {};
+};
+
+TEST(Differential, VerifierAndOpensslAgree)
+{
+    const std::uint64_t cases = Cases();
+    const std::uint64_t first = Setting("CMSVERIFY_SEED", 1);
+    Tally tally;
+    for (std::uint64_t seed = first; seed != first + cases; ++seed) {
+        const GeneratedPackage package = GeneratePackage(seed);
+        const Opinion opinion = AskOpenssl(package.parts, kAllRules);
+        EXPECT_EQ(VerdictOnParts(package.parts), opinion.code)
+            << "CMSVERIFY_SEED=" << seed << ": " << opinion.why << "; " << ::testing::PrintToString(package.changes);
+        tally.Add(package.parts, opinion);
+    }
+    tally.Print();
+}
+
+} // namespace
+} // namespace pnvtest
