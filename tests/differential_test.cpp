@@ -34,7 +34,7 @@ std::uint64_t Setting(const char* variable, std::uint64_t otherwise)
 std::uint64_t Cases()
 {
     constexpr std::uint64_t many = 20000;
-    if (std::getenv("CMSVERIFY_SEED") != nullptr) return 1;
+    if (std::getenv("CMSVERIFY_SEED") != nullptr) return Setting("CMSVERIFY_CASES", 1);
     if (std::getenv("CMSVERIFY_LONG") != nullptr) return Setting("CMSVERIFY_CASES", many);
     return Setting("CMSVERIFY_CASES", Emulator().empty() ? 800 : 100);
 }

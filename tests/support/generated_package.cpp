@@ -18,12 +18,12 @@ struct PlacedCert {
     CertSpec spec;
     Place place = Place::Cms;
     bool issues = false;
-    std::optional<Path> damage{};
+    bool damaged = false;
 };
 
 struct PlacedCrl {
     CrlSpec spec;
-    std::optional<Path> damage{};
+    bool damaged = false;
 };
 
 struct Signature {
@@ -34,7 +34,8 @@ struct Signature {
     SignerSpec tokenSigner{};
     bool stamped = true;
     bool tokenSigned = true;
-    std::optional<Path> tokenDamage{};
+    bool attributesDamaged = false;
+    bool tokenDamaged = false;
 };
 
 struct World {
@@ -145,6 +146,21 @@ std::vector<CrlSpec*> CrlsNamed(World& world, const Bytes& issuer)
     return found;
 }
 
+void Redate(Random& random, time_t now, CertSpec& cert)
+{
+    (random.Percent(50) ? cert.notBefore : cert.notAfter) = Around(random, now);
+}
+
+// One of the certificates of this subject.
+void Redate(World& world, Random& random, const Bytes& subject)
+{
+    std::vector<CertSpec*> named;
+    for (PlacedCert& cert : world.certs) {
+        if (cert.spec.subject == subject) named.push_back(&cert.spec);
+    }
+    Redate(random, world.now, *random.Of(named));
+}
+
 RevokedSpec Entry(World& world, Random& random, const CertSpec& cert)
 {
     RevokedSpec entry{cert.serial, Around(random, world.now)};
@@ -207,11 +223,7 @@ struct Change {
 };
 
 const Change kChanges[] = {
-    {"validity of a certificate", 6,
-     [](World& w, Random& r) {
-         CertSpec& cert = UsedOrAbove(w, r);
-         (r.Percent(50) ? cert.notBefore : cert.notAfter) = Around(r, w.now);
-     }},
+    {"validity of a certificate", 6, [](World& w, Random& r) { Redate(r, w.now, UsedOrAbove(w, r)); }},
     {"validity of a CRL", 5,
      [](World& w, Random& r) {
          CrlSpec& crl = AnyCrl(w, r);
@@ -241,17 +253,17 @@ const Change kChanges[] = {
     {"an extension of a CRL", 2,
      [](World& w, Random& r) {
          const Bytes casOnly = Ext(oid::issuingDistributionPoint, Seq(CtxPrim(2, {0xFF})), true);
-         AnyCrl(w, r).extensions.push_back(r.Of({casOnly, kUnknownCritical}));
+         AnyCrl(w, r).extensions = {r.Of({casOnly, kUnknownCritical})};
      }},
     {"an indirect CRL", 4,
      [](World& w, Random& r) {
          CrlSpec& crl = AnyCrl(w, r);
-         crl = Indirect(crl);
+         crl.extensions = {IssuingDistPoint(true)};
          if (r.Percent(30)) crl.revoked.push_back(Entry(w, r, UsedOrAbove(w, r)));
      }},
     {"an indirect CRL and no other", 3,
      [](World& w, Random& r) {
-         PlacedCrl only{Indirect(AnyCrl(w, r))};
+         PlacedCrl only{With(AnyCrl(w, r), &CrlSpec::extensions, std::vector<Bytes>{IssuingDistPoint(true)})};
          if (r.Percent(30)) only.spec.revoked.push_back(Entry(w, r, UsedOrAbove(w, r)));
          w.crls = {only};
      }},
@@ -310,21 +322,41 @@ const Change kChanges[] = {
     {"one serial number for two", 1,
      [](World& w, Random& r) { w.Cert(UsedCert(w, r)).serial = r.Of(w.certs).spec.serial; }},
 
-    {"a namesake of a CA", 6,
+    {"a namesake of a CA", 8,
      [](World& w, Random& r) {
+         const CertSpec issuer = AnyCa(w, r);
          CertSpec namesake = AnyCa(w, r);
          namesake.key = AnyKey(r);
-         if (r.Percent(40)) (r.Percent(50) ? namesake.notBefore : namesake.notAfter) = Around(r, w.now);
-         const CertSpec issuer = AnyCa(w, r);
          const std::size_t at = PutCa(w, namesake, issuer);
+         if (r.Percent(50)) Redate(w, r, namesake.subject);
          if (r.Percent(50)) std::swap(w.certs[at], w.certs[1 + r.Below(at)]);
+         if (r.Percent(50)) {
+             for (PlacedCert& cert : w.certs) cert.spec.keyIdentifiers = false;
+         }
      }},
     {"a CA certified a second time", 5,
      [](World& w, Random& r) {
-         CertSpec again = AnyCa(w, r);
-         if (r.Percent(40)) (r.Percent(50) ? again.notBefore : again.notAfter) = Around(r, w.now);
          const CertSpec issuer = AnyCa(w, r);
+         const CertSpec again = AnyCa(w, r);
          Put(w, again, issuer);
+         if (r.Percent(60)) Redate(w, r, again.subject);
+     }},
+    {"two versions of a certificate", 4,
+     [](World& w, Random& r) {
+         const std::size_t at = 1 + r.Below(w.certs.size() - 1);
+         w.certs.push_back(PlacedCert(w.certs[at]));
+         CertSpec& version = (r.Percent(50) ? w.certs[at] : w.certs.back()).spec;
+         if (r.Percent(50)) {
+             Redate(r, w.now, version);
+         } else {
+             version.keyUsage = usage::crlSign;
+         }
+     }},
+    {"a damaged copy of a CRL", 2,
+     [](World& w, Random& r) {
+         PlacedCrl copy = r.Of(w.crls);
+         copy.damaged = true;
+         w.crls.insert(w.crls.begin(), copy);
      }},
     {"another root", 3,
      [](World& w, Random& r) {
@@ -332,6 +364,7 @@ const Change kChanges[] = {
          root = IssuedBy(root, root);
          const std::size_t at = PutCa(w, root, root);
          w.certs[at].place = r.Of({Place::Anchor, Place::Cms});
+         if (r.Percent(15)) w.Cert(at) = Version1(w.Cert(at));
          if (r.Percent(50)) {
              CertSpec& cert = w.Cert(UsedCert(w, r));
              cert = IssuedBy(cert, root);
@@ -361,20 +394,9 @@ const Change kChanges[] = {
      }},
 
     {"a forged certificate", 4, [](World& w, Random& r) { UsedOrAbove(w, r).brokenSignature = true; }},
-    {"a damaged certificate", 4,
-     [](World& w, Random& r) {
-         w.certs[UsedCert(w, r)].damage = r.Of<Path>({{0, tbs::serial},
-                                                      {0, tbs::issuer, 2, 0, 1},
-                                                      {0, tbs::subject, 2, 0, 1},
-                                                      {0, tbs::validity, 0},
-                                                      {0, tbs::publicKey, 1},
-                                                      {2}});
-     }},
+    {"a damaged certificate", 4, [](World& w, Random& r) { w.certs[UsedCert(w, r)].damaged = true; }},
     {"a forged CRL", 3, [](World& w, Random& r) { AnyCrl(w, r).brokenSignature = true; }},
-    {"a damaged CRL", 3,
-     [](World& w, Random& r) {
-         r.Of(w.crls).damage = r.Of<Path>({{0, tbscrl::issuer, 2, 0, 1}, {0, tbscrl::nextUpdate}, {2}});
-     }},
+    {"a damaged CRL", 3, [](World& w, Random& r) { r.Of(w.crls).damaged = true; }},
     {"another payload", 4, [](World& w, Random&) { w.payloadChanged = true; }},
     {"a forged signature", 4, [](World& w, Random& r) { r.Of(w.signatures).signer.brokenSignature = true; }},
     {"a digest of something else", 3,
@@ -383,12 +405,7 @@ const Change kChanges[] = {
              return UsualAttributes(oid::data)(Digest(Hash::Sha256, Text("something else")));
          };
      }},
-    {"damaged attributes", 3,
-     [](World& w, Random& r) {
-         SignerSpec& signer = r.Of(w.signatures).signer;
-         signer.signedAttributes = UsualAttributes(oid::data);
-         signer.edit = [](Bytes info) { return Damage(std::move(info), {3, 1, 1, 0}); };
-     }},
+    {"damaged attributes", 3, [](World& w, Random& r) { r.Of(w.signatures).attributesDamaged = true; }},
     {"a weak digest", 3,
      [](World& w, Random& r) {
          Signature& signature = r.Of(w.signatures);
@@ -418,12 +435,7 @@ const Change kChanges[] = {
      }},
     {"a timestamp's weak imprint", 2, [](World& w, Random& r) { r.Of(w.signatures).token.imprintHash = Hash::Sha1; }},
     {"a forged timestamp", 4, [](World& w, Random& r) { r.Of(w.signatures).tokenSigner.brokenSignature = true; }},
-    {"a damaged timestamp", 4,
-     [](World& w, Random& r) {
-         // Of the TSTInfo: policy, imprint, serial number.
-         r.Of(w.signatures).tokenDamage =
-             r.Of<Path>({{1, 0, 2, 1, 0, 0, 1}, {1, 0, 2, 1, 0, 0, 2, 1}, {1, 0, 2, 1, 0, 0, 3}});
-     }},
+    {"a damaged timestamp", 4, [](World& w, Random& r) { r.Of(w.signatures).tokenDamaged = true; }},
     {"a timestamp that nobody signed", 2, [](World& w, Random& r) { r.Of(w.signatures).tokenSigned = false; }},
     {"a timestamp without content", 1, [](World& w, Random& r) { r.Of(w.signatures).token.eContent = Bytes{}; }},
     {"a fraction of a second", 1,
@@ -448,67 +460,94 @@ const Change& AnyChange(Random& random)
 
 // ---- Encodings ----
 
-// Most certificates stand in several packages.
-template <typename Placed> Bytes Encoding(const Placed& placed)
+// Flips a bit of a primitive element somewhere below the path.
+Bytes DamageBelow(const Bytes& der, Path path, Random& random)
 {
-    const Bytes der = Build(placed.spec);
-    return placed.damage ? Damage(der, *placed.damage) : der;
-}
-
-std::vector<Bytes> CertsAt(const World& world, Place place)
-{
-    std::vector<Bytes> certs;
-    for (const PlacedCert& cert : world.certs) {
-        if (cert.place == place) certs.push_back(Encoding(cert));
+    constexpr std::uint8_t constructed = 0x20;
+    Element element = Find(der, path);
+    while ((element.tag & constructed) != 0 && element.contentLength != 0) {
+        path.push_back(random.Below(Children(der, element).size()));
+        element = Find(der, path);
     }
-    if (world.reversed) std::reverse(certs.begin(), certs.end());
-    return certs;
+    return element.contentLength == 0 ? der : Damage(der, path);
 }
 
-SignerSpec As(SignerSpec signer, const CertSpec& cert)
-{
-    const SignerSpec identity = SignedBy(cert);
-    signer.issuer = identity.issuer;
-    signer.serial = identity.serial;
-    signer.key = identity.key;
-    return signer;
-}
+class Encoder {
+public:
+    Encoder(const World& world, Random& random) : world_(world), random_(random) {}
 
-UnsignedAttribute TokenOf(World& world, const Signature& signature)
-{
-    TokenSpec token = signature.token;
-    token.cms.certificates = CertsAt(world, Place::Token);
-    if (signature.tokenSigned) token.cms.signers = {As(signature.tokenSigner, world.Cert(signature.authority))};
-    return [token, damage = signature.tokenDamage](const Bytes& stamped) {
-        const Bytes der = TimestampToken(token, stamped);
-        return Attribute(oid::timestampToken, damage ? Damage(der, *damage) : der);
-    };
-}
-
-Bytes CmsOf(World& world)
-{
-    CmsSpec cms;
-    cms.certificates = CertsAt(world, Place::Cms);
-    for (const Signature& signature : world.signatures) {
-        SignerSpec signer = As(signature.signer, world.Cert(signature.cert));
-        if (signature.stamped) signer.unsignedAttributes = {TokenOf(world, signature)};
-        cms.signers.push_back(signer);
+    SignedParts Parts()
+    {
+        SignedParts parts;
+        parts.root = Cat(CertsAt(Place::Anchor));
+        for (const Bytes& cert : CertsAt(Place::Crls)) parts.crls = Cat(parts.crls, Armoured("CERTIFICATE", cert));
+        for (const PlacedCrl& crl : world_.crls) parts.crls = Cat(parts.crls, Armoured("X509 CRL", Encoding(crl)));
+        parts.cms = Armoured(random_.Of({"CMS", "PKCS7"}), Cms());
+        parts.payload = world_.payload;
+        if (world_.payloadChanged) parts.payload.back() ^= 0x01;
+        return parts;
     }
-    return DetachedCms(world.payload, cms);
-}
 
-SignedParts PartsOf(World& world)
-{
-    SignedParts parts;
-    parts.root = Cat(CertsAt(world, Place::Anchor));
-    parts.crls = Cat(CertsAt(world, Place::Crls));
-    for (const PlacedCrl& crl : world.crls) parts.crls = Cat(parts.crls, Encoding(crl));
-    parts.cms = CmsOf(world);
-    parts.payload = world.payload;
-    if (world.payloadChanged) parts.payload.back() ^= 0x01;
-    if (world.pem) parts.cms = Pem(world.payloadChanged ? "PKCS7" : "CMS", parts.cms);
-    return parts;
-}
+private:
+    template <typename Placed> Bytes Encoding(const Placed& placed)
+    {
+        const Bytes der = Build(placed.spec);
+        return placed.damaged ? DamageBelow(der, {0}, random_) : der;
+    }
+
+    std::vector<Bytes> CertsAt(Place place)
+    {
+        std::vector<Bytes> certs;
+        for (const PlacedCert& cert : world_.certs) {
+            if (cert.place == place) certs.push_back(Encoding(cert));
+        }
+        if (world_.reversed) std::reverse(certs.begin(), certs.end());
+        return certs;
+    }
+
+    Bytes Armoured(std::string_view label, const Bytes& der) const { return world_.pem ? Pem(label, der) : der; }
+
+    SignerSpec As(SignerSpec signer, std::size_t cert) const
+    {
+        const SignerSpec identity = SignedBy(world_.certs[cert].spec);
+        signer.issuer = identity.issuer;
+        signer.serial = identity.serial;
+        signer.key = identity.key;
+        return signer;
+    }
+
+    UnsignedAttribute Token(const Signature& signature)
+    {
+        TokenSpec token = signature.token;
+        token.cms.certificates = CertsAt(Place::Token);
+        if (signature.tokenSigned) token.cms.signers = {As(signature.tokenSigner, signature.authority)};
+        const bool damaged = signature.tokenDamaged && !token.eContent;
+        return [this, token, damaged](const Bytes& stamped) {
+            const Path tstInfo{1, 0, 2, 1, 0, 0};
+            const Bytes der = TimestampToken(token, stamped);
+            return Attribute(oid::timestampToken, damaged ? DamageBelow(der, tstInfo, random_) : der);
+        };
+    }
+
+    Bytes Cms()
+    {
+        CmsSpec cms;
+        cms.certificates = CertsAt(Place::Cms);
+        for (const Signature& signature : world_.signatures) {
+            SignerSpec signer = As(signature.signer, signature.cert);
+            if (signature.stamped) signer.unsignedAttributes = {Token(signature)};
+            if (signature.attributesDamaged && signer.signedAttributes != nullptr) {
+                const Path messageDigest{3, 1, 1, 0};
+                signer.edit = [messageDigest](Bytes info) { return Damage(std::move(info), messageDigest); };
+            }
+            cms.signers.push_back(signer);
+        }
+        return DetachedCms(world_.payload, cms);
+    }
+
+    const World& world_;
+    Random& random_;
+};
 
 } // namespace
 
@@ -523,7 +562,7 @@ GeneratedPackage GeneratePackage(std::uint64_t seed)
         change.apply(world, random);
         package.changes.push_back(change.name);
     }
-    package.parts = PartsOf(world);
+    package.parts = Encoder(world, random).Parts();
     return package;
 }
 

@@ -31,10 +31,15 @@ Bytes OctetsOf(const ASN1_STRING* string)
     return Bytes(octets, octets + ASN1_STRING_length(string));
 }
 
+bool IsPem(const Bytes& input)
+{
+    return input.front() == '-';
+}
+
 // PEM blocks one after the other, and DER as it is.
 Bytes DerOf(const Bytes& input)
 {
-    if (input.empty() || input.front() != '-') return input;
+    if (!IsPem(input)) return input;
     const Owned<BIO> bio(BIO_new_mem_buf(input.data(), static_cast<int>(input.size())));
     Bytes der;
     char* name = nullptr;
@@ -86,6 +91,12 @@ Bytes MessageDigest(CMS_SignerInfo* signer)
     return digest == nullptr ? Bytes{} : OctetsOf(static_cast<const ASN1_STRING*>(digest));
 }
 
+bool HasRsaKey(X509* cert)
+{
+    const EVP_PKEY* key = X509_get0_pubkey(cert);
+    return key != nullptr && EVP_PKEY_is_a(key, "RSA") == 1;
+}
+
 // Whether the signer's digest or direct signature is that of the content, which is in the CMS when none is given.
 bool FitsContent(CMS_ContentInfo* cms, CMS_SignerInfo* signer, const Bytes* content)
 {
@@ -119,6 +130,8 @@ public:
     RuleSet Met() const { return rules_.Met(); }
 
 private:
+    bool Decodes(const ASN1_INTEGER* serial);
+    bool IsTooOld(X509* cert);
     Refused AddAnchors(const Bytes& stream);
     Refused AddCrls(const Bytes& stream);
     Owned<CMS_ContentInfo> ParseCms(const Bytes& der);
@@ -137,38 +150,53 @@ private:
     OpensslPki pki_;
 };
 
+bool Oracle::Decodes(const ASN1_INTEGER* serial)
+{
+    return ASN1_INTEGER_get(serial) != 0 || !rules_.Apply(Rule::SerialNumberIsNotZero);
+}
+
+bool Oracle::IsTooOld(X509* cert)
+{
+    return X509_get_version(cert) < X509_VERSION_3 && rules_.Apply(Rule::OldCertificatesStopTheRest);
+}
+
 Refused Oracle::AddAnchors(const Bytes& stream)
 {
     const Bytes der = DerOf(stream);
     std::size_t length = 0;
     for (std::size_t at = 0; at < der.size(); at += length) {
         Owned<X509> cert = Parse(d2i_X509, der.data() + at, der.size() - at, &length);
-        if (cert == nullptr) return at != 0 ? kGood : Refused{PELNIC_ERR_CERT_INVALID, "no anchor"};
-        if (X509_get_version(cert.get()) < X509_VERSION_3 && rules_.Apply(Rule::AnchorsAreVersion3)) {
-            return {PELNIC_ERR_CERT_VERSION, "anchor below version 3"};
+        if (cert == nullptr || !Decodes(X509_get0_serialNumber(cert.get()))) {
+            return at != 0 ? kGood : Refused{PELNIC_ERR_CERT_INVALID, "no anchor"};
         }
+        if (IsTooOld(cert.get())) return {PELNIC_ERR_CERT_VERSION, "anchor below version 3"};
         pki_.Trust(std::move(cert));
     }
     return kGood;
 }
 
-// Ends at the first octets that are neither a certificate nor a CRL.
+// DER ends at the first octets that are neither a certificate nor a CRL; of PEM such a block is left out.
 Refused Oracle::AddCrls(const Bytes& stream)
 {
+    const bool pem = IsPem(stream);
     const Bytes der = DerOf(stream);
-    bool any = false;
+    bool anyCrl = false;
+    bool takesCerts = true;
     std::size_t length = 0;
     for (std::size_t at = 0; at < der.size(); at += length) {
         if (Owned<X509> cert = Parse(d2i_X509, der.data() + at, der.size() - at, &length)) {
-            pki_.Add(std::move(cert));
+            if (!Decodes(X509_get0_serialNumber(cert.get())) && !pem) break;
+            if (!Decodes(X509_get0_serialNumber(cert.get()))) continue;
+            takesCerts = takesCerts && !IsTooOld(cert.get());
+            if (takesCerts) pki_.Add(std::move(cert));
         } else if (Owned<X509_CRL> crl = Parse(d2i_X509_CRL, der.data() + at, der.size() - at, &length)) {
-            any = true;
+            anyCrl = true;
             pki_.Add(std::move(crl));
         } else {
             break;
         }
     }
-    return any ? kGood : Refused{PELNIC_ERR_CRL_DECODE, "no CRL at all"};
+    return anyCrl ? kGood : Refused{PELNIC_ERR_CRL_DECODE, "no CRL at all"};
 }
 
 Owned<CMS_ContentInfo> Oracle::ParseCms(const Bytes& der)
@@ -177,8 +205,12 @@ Owned<CMS_ContentInfo> Oracle::ParseCms(const Bytes& der)
     if (cms == nullptr || OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return nullptr;
     const Owned<STACK_OF(X509)> certs(CMS_get1_certs(cms.get()));
     for (int i = 0; i < sk_X509_num(certs.get()); ++i) {
-        const bool zero = ASN1_INTEGER_get(X509_get0_serialNumber(sk_X509_value(certs.get(), i))) == 0;
-        if (zero && rules_.Apply(Rule::SerialNumberIsNotZero)) return nullptr;
+        if (!Decodes(X509_get0_serialNumber(sk_X509_value(certs.get(), i)))) return nullptr;
+    }
+    for (CMS_SignerInfo* signer : SignersOf(cms.get())) {
+        ASN1_INTEGER* serial = nullptr;
+        CMS_SignerInfo_get0_signer_id(signer, nullptr, nullptr, &serial);
+        if (!Decodes(serial)) return nullptr;
     }
     return cms;
 }
@@ -207,10 +239,14 @@ Refused Oracle::CheckCert(X509* cert, unsigned purpose)
 {
     const auto flags = X509_get_extension_flags(cert);
     const bool usageGiven = (flags & EXFLAG_KUSAGE) != 0 && X509_get_key_usage(cert) != 0;
-    if (!usageGiven && rules_.Apply(Rule::PurposeIsAsked)) return {PELNIC_ERR_NO_KEY_USAGE, "no key usage"};
     const bool signs = (X509_get_key_usage(cert) & KU_DIGITAL_SIGNATURE) != 0;
     const bool forThis = (flags & EXFLAG_XKUSAGE) != 0 && (X509_get_extended_key_usage(cert) & purpose) != 0;
-    if (!(signs && forThis) && rules_.Apply(Rule::PurposeIsAsked)) return {PELNIC_ERR_CERT_USAGE, "other usage"};
+    // Extensions that OpenSSL cannot read it says nothing about, and refuses the certificate for them.
+    const bool readable = (flags & EXFLAG_INVALID) == 0;
+    if (readable && !(usageGiven && signs && forThis) && rules_.Apply(Rule::PurposeIsAsked)) {
+        return usageGiven ? Refused{PELNIC_ERR_CERT_USAGE, "other usage"}
+                          : Refused{PELNIC_ERR_NO_KEY_USAGE, "no key usage"};
+    }
     const char* const why = pki_.Refusal(cert);
     return why == nullptr ? kGood : Refused{PELNIC_ERR_CERT_VERIFY, why};
 }
@@ -231,6 +267,7 @@ Refused Oracle::CheckTokenSigner(CMS_ContentInfo* token, CMS_SignerInfo* signer)
     if (IsDirect(signer)) {
         const bool allowed = IsSha2(DigestAlgorithm(signer)) || !rules_.Apply(Rule::Sha2Only);
         if (!allowed) return {PELNIC_ERR_CMS_HASH_ALGO, "token's digest algorithm"};
+        if (!HasRsaKey(cert)) return {PELNIC_ERR_UNSUPPORTED_ALGO, "authority's key"};
     } else {
         refused = CheckAttributes(signer);
         if (refused.code != 0) return refused;
@@ -252,8 +289,7 @@ Refused Oracle::CheckToken(CMS_SignerInfo* stamped)
     const Owned<TS_TST_INFO> info = Parse(d2i_TS_TST_INFO, OctetsOf(*content));
     if (info == nullptr) return {PELNIC_ERR_TSP_DECODE, "TSTInfo that does not decode"};
 
-    const bool zero = ASN1_INTEGER_get(TS_TST_INFO_get_serial(info.get())) == 0;
-    if (zero && rules_.Apply(Rule::SerialNumberIsNotZero)) return {PELNIC_ERR_TSP_DECODE, "TSTInfo that does not decode"};
+    if (!Decodes(TS_TST_INFO_get_serial(info.get()))) return {PELNIC_ERR_TSP_DECODE, "TSTInfo that does not decode"};
     const X509_ALGOR* imprintAlgorithm = TS_MSG_IMPRINT_get_algo(TS_TST_INFO_get_msg_imprint(info.get()));
     if (!IsSha2(imprintAlgorithm) && rules_.Apply(Rule::Sha2Only)) {
         return {PELNIC_ERR_UNSUPPORTED_ALGO, "imprint's digest algorithm"};
@@ -265,6 +301,7 @@ Refused Oracle::CheckToken(CMS_SignerInfo* stamped)
     if (ASN1_STRING_length(time) != wholeSeconds && rules_.Apply(Rule::WholeSecondsOnly)) {
         return {PELNIC_ERR_NULL_POINTER, "fraction of a second"};
     }
+    if (ASN1_GENERALIZEDTIME_check(time) != 1) return {PELNIC_ERR_SYS_TIME_FORMAT, "time that is none"};
     pki_.SetTime(SecondsOf(time));
     AddCerts(token.get());
     const std::vector<CMS_SignerInfo*> signers = SignersOf(token.get());
@@ -286,7 +323,8 @@ Refused Oracle::CheckSigner(CMS_SignerInfo* signer)
     if (refused.code != 0) return refused;
     if (!IsDirect(signer)) return CheckAttributes(signer);
     const bool allowed = IsSha2(DigestAlgorithm(signer)) || !rules_.Apply(Rule::Sha2Only);
-    return allowed ? kGood : Refused{PELNIC_ERR_CMS_HASH_ALGO, "signer's digest algorithm"};
+    if (!allowed) return {PELNIC_ERR_CMS_HASH_ALGO, "signer's digest algorithm"};
+    return HasRsaKey(cert) ? kGood : Refused{PELNIC_ERR_CERT_INVALID, "signer's key"};
 }
 
 // OpenSSL finds out with the content that not all can be right; the verifier says so before it has any.

@@ -102,7 +102,12 @@ bool OpensslPki::Keep(Owned<X509> cert)
 void OpensslPki::Trust(Owned<X509> anchor)
 {
     X509* const cert = anchor.get();
-    if (Keep(std::move(anchor)) && IsCa(cert)) X509_STORE_add_cert(anchors_.get(), cert);
+    const bool below = !IsSelfSigned(cert) && rules_.Apply(Rule::AnchorsBelowOthersAreNoEnd);
+    if (below) {
+        Add(std::move(anchor));
+    } else if (Keep(std::move(anchor)) && IsCa(cert)) {
+        X509_STORE_add_cert(anchors_.get(), cert);
+    }
 }
 
 void OpensslPki::Add(Owned<X509> cert)
@@ -169,7 +174,7 @@ bool OpensslPki::WalkEndsWell(X509* cert, int nesting)
 {
     while (cert != nullptr) {
         if (!OpensslVerifies(cert)) return false;
-        if (IsSelfSigned(cert)) return true;
+        if (IsSelfSigned(cert)) return !RevokesItself(cert) || Refuse("root revoked");
         X509_CRL* const crl = BestCrl(cert, nesting);
         if (crl == nullptr) return false;
         if (IsRevoked(cert, crl)) return Refuse("certificate revoked");
@@ -210,7 +215,7 @@ bool OpensslPki::IsForgiven(X509_STORE_CTX* ctx)
         [[fallthrough]];
     case X509_V_ERR_CERT_NOT_YET_VALID:
         return above && rules_.InForce(Rule::CrlsByScore) && rules_.Apply(Rule::CrlIssuerVouches);
-    case X509_V_ERR_CRL_HAS_EXPIRED: return !IsExpired(crl);
+    case X509_V_ERR_CRL_HAS_EXPIRED: return crl != nullptr && !IsExpired(crl);
     case X509_V_ERR_CRL_NOT_YET_VALID: return rules_.Apply(Rule::ThisUpdateIsUnread);
     case X509_V_ERR_PATH_LENGTH_EXCEEDED: return rules_.Apply(Rule::PathLengthIsUnread);
     case X509_V_ERR_UNHANDLED_CRITICAL_EXTENSION: return rules_.Apply(Rule::CriticalIsUnread);
@@ -218,7 +223,7 @@ bool OpensslPki::IsForgiven(X509_STORE_CTX* ctx)
     case X509_V_ERR_DIFFERENT_CRL_SCOPE: return rules_.Apply(Rule::CrlExtensionsAreUnread);
     case X509_V_ERR_CERT_REVOKED:
         if (IsSelfSigned(cert)) return rules_.Apply(Rule::RootIsNotRevoked);
-        return X509_CRL_get0_by_cert(crl, &entry, cert) != 0 && !Revokes(cert, entry);
+        return crl != nullptr && X509_CRL_get0_by_cert(crl, &entry, cert) != 0 && !Revokes(cert, entry);
     default: return false;
     }
 }
@@ -383,6 +388,15 @@ bool OpensslPki::IsRevoked(X509* cert, X509_CRL* crl)
     for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i) {
         X509_REVOKED* const entry = sk_X509_REVOKED_value(entries, i);
         if (IsFor(entry, cert) && Revokes(cert, entry)) return true;
+    }
+    return false;
+}
+
+bool OpensslPki::RevokesItself(X509* root)
+{
+    for (const Owned<X509_CRL>& crl : crls_) {
+        const bool revoked = IssuerOf(crl.get()) == root && !IsIndirect(crl.get()) && IsRevoked(root, crl.get());
+        if (revoked && !rules_.Apply(Rule::RootIsNotRevoked)) return true;
     }
     return false;
 }

@@ -58,6 +58,7 @@ private:
     X509_CRL* BestCrl(X509* cert, int nesting);
     bool Revokes(X509* cert, X509_REVOKED* entry);
     bool IsRevoked(X509* cert, X509_CRL* crl);
+    bool RevokesItself(X509* root);
 
     Rules& rules_;
     Owned<X509_STORE> anchors_{X509_STORE_new()};

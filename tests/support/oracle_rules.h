@@ -18,6 +18,7 @@ enum class Rule {
     KeyIdentifiersAreUnread,
     RevocationHasADate,
     RootIsNotRevoked,
+    AnchorsBelowOthersAreNoEnd,
     UnsignedTokenPasses,
     LastDirectSignerDecides,
     // Where it is more lenient
@@ -28,7 +29,7 @@ enum class Rule {
     NextUpdateIsRequired,
     RemovalRevokes,
     ExpiredCrlRevokes,
-    AnchorsAreVersion3,
+    OldCertificatesStopTheRest,
     SignersAreNoCas,
     SerialNumberIsNotZero,
     WholeSecondsOnly,
