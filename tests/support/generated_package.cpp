@@ -460,16 +460,20 @@ const Change& AnyChange(Random& random)
 
 // ---- Encodings ----
 
-// Flips a bit of a primitive element somewhere below the path.
-Bytes DamageBelow(const Bytes& der, Path path, Random& random)
+// Flips a bit of a primitive element somewhere below the path; no object identifier, which would become another one.
+Bytes DamageBelow(const Bytes& der, const Path& path, Random& random)
 {
     constexpr std::uint8_t constructed = 0x20;
-    Element element = Find(der, path);
-    while ((element.tag & constructed) != 0 && element.contentLength != 0) {
-        path.push_back(random.Below(Children(der, element).size()));
-        element = Find(der, path);
+    constexpr std::uint8_t objectIdentifier = 0x06;
+    for (;;) {
+        Path at = path;
+        Element element = Find(der, at);
+        while ((element.tag & constructed) != 0 && element.contentLength != 0) {
+            at.push_back(random.Below(Children(der, element).size()));
+            element = Find(der, at);
+        }
+        if (element.contentLength != 0 && element.tag != objectIdentifier) return Damage(der, at);
     }
-    return element.contentLength == 0 ? der : Damage(der, path);
 }
 
 class Encoder {

@@ -241,7 +241,7 @@ Refused Oracle::CheckCert(X509* cert, unsigned purpose)
     const bool usageGiven = (flags & EXFLAG_KUSAGE) != 0 && X509_get_key_usage(cert) != 0;
     const bool signs = (X509_get_key_usage(cert) & KU_DIGITAL_SIGNATURE) != 0;
     const bool forThis = (flags & EXFLAG_XKUSAGE) != 0 && (X509_get_extended_key_usage(cert) & purpose) != 0;
-    // Extensions that OpenSSL cannot read it says nothing about, and refuses the certificate for them.
+    // Of a certificate with a damaged extension OpenSSL reads none, and refuses it for that.
     const bool readable = (flags & EXFLAG_INVALID) == 0;
     if (readable && !(usageGiven && signs && forThis) && rules_.Apply(Rule::PurposeIsAsked)) {
         return usageGiven ? Refused{PELNIC_ERR_CERT_USAGE, "other usage"}
