@@ -1,9 +1,9 @@
 // Chains and CRLs from the builders, judged by the library and by OpenSSL at the same time: the same verdict wherever
 // both have the same rule, and a case for each rule in which they differ on purpose.
+#include "support/openssl_ptr.h"
 #include "support/stores.h"
 
 #include <openssl/err.h>
-#include <openssl/x509v3.h>
 
 #include <functional>
 
@@ -44,23 +44,6 @@ bool Accepts(const Scene& scene)
     for (const CrlSpec& crl : scene.crls) stores.AddCrl(crl);
     stores->base_time = scene.time;
     return stores.Verify(scene.leaf) == 0;
-}
-
-struct OpensslFree {
-    void operator()(X509* cert) const { X509_free(cert); }
-    void operator()(X509_CRL* crl) const { X509_CRL_free(crl); }
-    void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-    void operator()(X509_STORE_CTX* ctx) const { X509_STORE_CTX_free(ctx); }
-    void operator()(STACK_OF(X509) * certs) const { sk_X509_pop_free(certs, X509_free); }
-};
-template <typename Type> using Owned = std::unique_ptr<Type, OpensslFree>;
-
-template <typename Type> Owned<Type> Parse(Type* (*d2i)(Type**, const unsigned char**, long), const Bytes& der)
-{
-    const unsigned char* at = der.data();
-    Owned<Type> parsed(d2i(nullptr, &at, static_cast<long>(der.size())));
-    EXPECT_NE(parsed, nullptr);
-    return parsed;
 }
 
 // X509_V_OK or why it is refused; every certificate against a CRL, any purpose.

@@ -27,8 +27,8 @@ struct PlacedCrl {
 };
 
 struct Signature {
-    std::size_t cert;
-    std::size_t authority;
+    std::size_t cert = 0;
+    std::size_t authority = 0;
     SignerSpec signer{};
     TokenSpec token{};
     SignerSpec tokenSigner{};
@@ -175,10 +175,17 @@ void Revoke(World& world, Random& random, const CertSpec& cert)
     if (!crls.empty()) random.Of(crls)->revoked.push_back(Entry(world, random, cert));
 }
 
+std::size_t PutEndEntity(World& world, Random& random, CertSpec cert, Place place)
+{
+    cert.key = AnyKey(random);
+    return Put(world, std::move(cert), AnyCa(world, random), place);
+}
+
 void PutSignature(World& world, Random& random)
 {
-    const std::size_t cert = Put(world, Signer(AnyKey(random)), AnyCa(world, random));
-    Signature signature{cert, Put(world, Tsa(AnyKey(random)), AnyCa(world, random), Place::Token)};
+    Signature signature;
+    signature.cert = PutEndEntity(world, random, Signer(), Place::Cms);
+    signature.authority = PutEndEntity(world, random, Tsa(), Place::Token);
     signature.signer.hash = AnySha2(random);
     if (random.Percent(25)) signature.signer.signedAttributes = nullptr;
     signature.signer.signatureAlgorithm =
@@ -201,8 +208,9 @@ World Sound(Random& random)
     world.certs.push_back({Root(random.Percent(10) ? KeyId::Rsa4096 : KeyId::Rsa2048A), Place::Anchor, true});
     world.crls.push_back({CrlOf(world.Cert(0))});
     for (std::size_t cas = random.Below(5); cas > 0; --cas) {
+        const CertSpec issuer = AnyCa(world, random);
         const std::string name = "Test CA " + std::to_string(world.certs.size());
-        const std::size_t ca = PutCa(world, Intermediate(name, AnyKey(random)), AnyCa(world, random));
+        const std::size_t ca = PutCa(world, Intermediate(name, AnyKey(random)), issuer);
         world.Cert(ca).hash = AnySha2(random);
         world.crls.back().spec.hash = AnySha2(random);
     }
@@ -486,7 +494,8 @@ public:
         parts.root = Cat(CertsAt(Place::Anchor));
         for (const Bytes& cert : CertsAt(Place::Crls)) parts.crls = Cat(parts.crls, Armoured("CERTIFICATE", cert));
         for (const PlacedCrl& crl : world_.crls) parts.crls = Cat(parts.crls, Armoured("X509 CRL", Encoding(crl)));
-        parts.cms = Armoured(random_.Of({"CMS", "PKCS7"}), Cms());
+        const Bytes cms = Cms();
+        parts.cms = Armoured(random_.Of({"CMS", "PKCS7"}), cms);
         parts.payload = world_.payload;
         if (world_.payloadChanged) parts.payload.back() ^= 0x01;
         return parts;
