@@ -101,6 +101,14 @@ std::size_t PutCa(World& world, const CertSpec& ca, const CertSpec& issuer)
     return at;
 }
 
+std::size_t PutOtherRoot(World& world, Random& random, Place place)
+{
+    const CertSpec root = With(Root(AnyKey(random)), &CertSpec::subject, TestName("Other Root"));
+    const std::size_t at = PutCa(world, root, root);
+    world.certs[at].place = place;
+    return at;
+}
+
 CertSpec AnyCa(World& world, Random& random)
 {
     std::vector<const CertSpec*> issuers;
@@ -368,16 +376,22 @@ const Change kChanges[] = {
      }},
     {"another root", 3,
      [](World& w, Random& r) {
-         CertSpec root = With(Root(AnyKey(r)), &CertSpec::subject, TestName("Other Root"));
-         root = IssuedBy(root, root);
-         const std::size_t at = PutCa(w, root, root);
-         w.certs[at].place = r.Of({Place::Anchor, Place::Cms});
-         if (r.Percent(15)) w.Cert(at) = Version1(w.Cert(at));
+         const CertSpec root = w.Cert(PutOtherRoot(w, r, r.Of({Place::Anchor, Place::Cms})));
+         if (r.Percent(15)) w.certs.back().spec = Version1(root);
          if (r.Percent(50)) {
              CertSpec& cert = w.Cert(UsedCert(w, r));
              cert = IssuedBy(cert, root);
          }
          if (r.Percent(50)) Put(w, AnyCa(w, r), root);
+     }},
+    {"only a CRL of a namesake below another root", 3,
+     [](World& w, Random& r) {
+         const std::size_t root = PutOtherRoot(w, r, Place::Anchor);
+         const Bytes name = w.Cert(UsedCert(w, r)).issuer;
+         w.crls.erase(std::remove_if(w.crls.begin(), w.crls.end(),
+                                     [&](const PlacedCrl& crl) { return crl.spec.issuer == name; }),
+                      w.crls.end());
+         PutCa(w, With(Intermediate("", AnyKey(r)), &CertSpec::subject, name), CertSpec(w.Cert(root)));
      }},
     {"a long chain", 2,
      [](World& w, Random& r) {
