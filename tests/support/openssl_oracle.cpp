@@ -131,6 +131,8 @@ public:
 
 private:
     bool Decodes(const ASN1_INTEGER* serial);
+    bool Decodes(X509* cert);
+    bool Decodes(X509_CRL* crl);
     bool IsTooOld(X509* cert);
     Refused AddAnchors(const Bytes& stream);
     Refused AddCrls(const Bytes& stream);
@@ -155,6 +157,20 @@ bool Oracle::Decodes(const ASN1_INTEGER* serial)
     return ASN1_INTEGER_get(serial) != 0 || !rules_.Apply(Rule::SerialNumberIsNotZero);
 }
 
+bool Oracle::Decodes(X509* cert)
+{
+    return Decodes(X509_get0_serialNumber(cert));
+}
+
+bool Oracle::Decodes(X509_CRL* crl)
+{
+    const STACK_OF(X509_REVOKED)* entries = X509_CRL_get_REVOKED(crl);
+    for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i) {
+        if (!Decodes(X509_REVOKED_get0_serialNumber(sk_X509_REVOKED_value(entries, i)))) return false;
+    }
+    return true;
+}
+
 bool Oracle::IsTooOld(X509* cert)
 {
     return X509_get_version(cert) < X509_VERSION_3 && rules_.Apply(Rule::OldCertificatesStopTheRest);
@@ -166,7 +182,7 @@ Refused Oracle::AddAnchors(const Bytes& stream)
     std::size_t length = 0;
     for (std::size_t at = 0; at < der.size(); at += length) {
         Owned<X509> cert = Parse(d2i_X509, der.data() + at, der.size() - at, &length);
-        if (cert == nullptr || !Decodes(X509_get0_serialNumber(cert.get()))) {
+        if (cert == nullptr || !Decodes(cert.get())) {
             return at != 0 ? kGood : Refused{PELNIC_ERR_CERT_INVALID, "no anchor"};
         }
         if (IsTooOld(cert.get())) return {PELNIC_ERR_CERT_VERSION, "anchor below version 3"};
@@ -184,16 +200,18 @@ Refused Oracle::AddCrls(const Bytes& stream)
     bool takesCerts = true;
     std::size_t length = 0;
     for (std::size_t at = 0; at < der.size(); at += length) {
-        if (Owned<X509> cert = Parse(d2i_X509, der.data() + at, der.size() - at, &length)) {
-            if (!Decodes(X509_get0_serialNumber(cert.get())) && !pem) break;
-            if (!Decodes(X509_get0_serialNumber(cert.get()))) continue;
-            takesCerts = takesCerts && !IsTooOld(cert.get());
-            if (takesCerts) pki_.Add(std::move(cert));
-        } else if (Owned<X509_CRL> crl = Parse(d2i_X509_CRL, der.data() + at, der.size() - at, &length)) {
+        Owned<X509> cert = Parse(d2i_X509, der.data() + at, der.size() - at, &length);
+        Owned<X509_CRL> crl;
+        if (cert == nullptr) crl = Parse(d2i_X509_CRL, der.data() + at, der.size() - at, &length);
+        const bool decodes = cert != nullptr ? Decodes(cert.get()) : crl != nullptr && Decodes(crl.get());
+        if (!decodes && pem && length != 0) continue;
+        if (!decodes) break;
+        if (crl != nullptr) {
             anyCrl = true;
             pki_.Add(std::move(crl));
         } else {
-            break;
+            takesCerts = takesCerts && !IsTooOld(cert.get());
+            if (takesCerts) pki_.Add(std::move(cert));
         }
     }
     return anyCrl ? kGood : Refused{PELNIC_ERR_CRL_DECODE, "no CRL at all"};
@@ -205,7 +223,7 @@ Owned<CMS_ContentInfo> Oracle::ParseCms(const Bytes& der)
     if (cms == nullptr || OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed) return nullptr;
     const Owned<STACK_OF(X509)> certs(CMS_get1_certs(cms.get()));
     for (int i = 0; i < sk_X509_num(certs.get()); ++i) {
-        if (!Decodes(X509_get0_serialNumber(sk_X509_value(certs.get(), i)))) return nullptr;
+        if (!Decodes(sk_X509_value(certs.get(), i))) return nullptr;
     }
     for (CMS_SignerInfo* signer : SignersOf(cms.get())) {
         ASN1_INTEGER* serial = nullptr;
