@@ -100,10 +100,11 @@ bool HasRsaKey(X509* cert)
 // Whether the signer's digest or direct signature is that of the content, which is in the CMS when none is given.
 bool FitsContent(CMS_ContentInfo* cms, CMS_SignerInfo* signer, const Bytes* content)
 {
-    BIO* const detached =
-        content == nullptr ? nullptr : BIO_new_mem_buf(content->data(), static_cast<int>(content->size()));
-    const Owned<BIO> digesting(CMS_dataInit(cms, detached));
+    Owned<BIO> detached;
+    if (content != nullptr) detached.reset(BIO_new_mem_buf(content->data(), static_cast<int>(content->size())));
+    const Owned<BIO> digesting(CMS_dataInit(cms, detached.get()));
     if (digesting == nullptr) return false;
+    (void)detached.release(); // the last of the chain now
     char block[4096];
     while (BIO_read(digesting.get(), block, sizeof(block)) > 0) {
     }
