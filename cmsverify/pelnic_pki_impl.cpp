@@ -86,7 +86,6 @@ static bool isIdentical(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* stored, c
 static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_CERT* list, PELNIC_X509_CERT** pIndex,
                                    PELNIC_X509_CERT* cert)
 {
-    ++ctx->nEpoch;
     PELNIC_X509_CERT* const stored = _pnvFindDuplicateCert(*pIndex, cert);
     if (stored != nullptr) {
         // The caller vouches for what a package had brought before, if it really is the same.
@@ -136,7 +135,6 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CR
     if (pStore == nullptr) return PELNIC_ERR_NO_PKI;
     PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->trust_store);
     if (rc != 0) return rc;
-    ++ctx->nEpoch;
     LIST_TYPE_PELNIC_X509_CRL* const list = &pStore->trust_store->crl_store;
     if (list->capacity == 0) {
         rc = pelnic_list_init(ctx, _pnvAsList(list), 0);
@@ -231,42 +229,15 @@ static PELNIC_ERROR_CODE testSelfSigned(const PELNIC_VRF* ctx, const PELNIC_X509
     return rc;
 }
 
-static PELNIC_X509_CERT_MEMO& memoOf(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
-{
-    if (cert->memo.nEpoch != ctx->nEpoch) {
-        cert->memo = PELNIC_X509_CERT_MEMO{};
-        cert->memo.nEpoch = ctx->nEpoch;
-    }
-    return cert->memo;
-}
-
-// The root, and in *end the certificate that the walk did not go beyond: null when that has no issuer.
-static const PELNIC_X509_CERT* walkToRoot(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
-                                          const PELNIC_X509_CERT** end)
-{
-    *end = cert;
-    for (PNV_UINT32 steps = longestChain(ctx); steps != 0 && *end != nullptr; --steps) {
-        const PELNIC_X509_CERT_MEMO& memo = memoOf(ctx, *end);
-        if (memo.bRootKnown != 0) return memo.pRoot;
-        PNV_BOOL isSelfSigned = 0;
-        if (testSelfSigned(ctx, *end, &isSelfSigned) != 0) return nullptr;
-        if (isSelfSigned != 0) return (*end)->bFromPackage == 0 ? *end : nullptr;
-        *end = _pnvFindCertIssuer(ctx, *end);
-    }
-    return nullptr;
-}
-
 const PELNIC_X509_CERT* _pnvFindCertRoot(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
 {
-    if (ctx == nullptr) return nullptr;
-    const PELNIC_X509_CERT* end = nullptr;
-    const PELNIC_X509_CERT* const root = walkToRoot(ctx, cert, &end);
-    // The whole way has this root. Certificates that issue each other are a way as well, and it leads nowhere.
-    for (const PELNIC_X509_CERT* at = cert; at != nullptr; at = at == end ? nullptr : at->pIssuer) {
-        memoOf(ctx, at).bRootKnown = 1;
-        memoOf(ctx, at).pRoot = root;
+    for (PNV_UINT32 steps = longestChain(ctx); steps != 0 && cert != nullptr; --steps) {
+        PNV_BOOL isSelfSigned = 0;
+        if (testSelfSigned(ctx, cert, &isSelfSigned) != 0) return nullptr;
+        if (isSelfSigned != 0) return cert->bFromPackage == 0 ? cert : nullptr;
+        cert = _pnvFindCertIssuer(ctx, cert);
     }
-    return root;
+    return nullptr;
 }
 
 PELNIC_ERROR_CODE _pnvVerifyCrlByIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl, const PELNIC_X509_CERT* cert)
@@ -396,6 +367,15 @@ static void reportNoCrl(PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
         return;
     }
     ctx->last_err = rc;
+}
+
+static PELNIC_X509_CERT_MEMO& memoOf(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+{
+    if (cert->memo.nEpoch != ctx->nEpoch) {
+        cert->memo = PELNIC_X509_CERT_MEMO{};
+        cert->memo.nEpoch = ctx->nEpoch;
+    }
+    return cert->memo;
 }
 
 static PELNIC_ERROR_CODE verifyAtDepth(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)

@@ -34,9 +34,7 @@ struct pelnic_vrf_st {
     // One of them failed while certificates or CRLs were taken in. What is missing for that may be what revokes, so
     // that nothing is accepted from then on.
     PNV_BOOL bInputLost;
-    // Raised by each outermost verification and each addition to a store: answers remembered under an earlier number
-    // are void.
-    mutable PNV_UINT32 nEpoch;
+    PNV_UINT32 nEpoch; // of the outermost certificate verifications, the latest: what earlier ones found out is void
 };
 
 #endif

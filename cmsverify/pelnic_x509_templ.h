@@ -79,9 +79,7 @@ constexpr PNV_UINT32 MAX_NESTED_VERIFICATIONS = 11;
 // What one outermost verification has found out about a certificate, so that it is found out once: many CRLs ask the
 // same of their issuers, on every level of the chain.
 typedef struct pelnic_x509_cert_memo_st {
-    PNV_UINT32 nEpoch; // the context's, when the rest was written
-    PNV_BOOL bRootKnown;
-    const struct pelnic_x509_cert_st* pRoot;
+    PNV_UINT32 nEpoch;          // the context's, when the rest was written
     PNV_UINT32 nVerifiedDepths; // bit d: nResult[d] is what verifying it at depth d returned
     PELNIC_ERROR_CODE nResult[MAX_NESTED_VERIFICATIONS];
 } PELNIC_X509_CERT_MEMO;
