@@ -123,16 +123,23 @@ void Measure(benchmark::State& state, Step timed, const Decoder& decoder, const 
 {
     // So many that reading the clock does not matter.
     std::vector<decltype(decoder.Decode(input))> records(input.entries < 1000 ? 32 : 1);
+    double total = 0;
     for ([[maybe_unused]] auto iteration : state) {
         const auto run = [&](Step step, auto operation) {
             const double start = Now();
             for (auto& record : records) operation(record);
-            if (step == timed) state.SetIterationTime((Now() - start) / static_cast<double>(records.size()));
+            if (step != timed) return;
+            const double seconds = (Now() - start) / static_cast<double>(records.size());
+            state.SetIterationTime(seconds);
+            total += seconds;
         };
         run(Step::Decode, [&](auto& record) { record = decoder.Decode(input); });
         run(Step::Search, [&](auto& record) { use(record); });
         run(Step::Free, [&](auto& record) { decoder.Free(record); });
     }
+    if (timed == Step::Decode)
+        state.counters["ns/entry"] =
+            total * 1e9 / (static_cast<double>(state.iterations()) * static_cast<double>(input.entries));
 }
 
 template <typename Decoder, typename Input>
