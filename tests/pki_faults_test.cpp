@@ -3,6 +3,7 @@
 #include "cmsverify/cms_verify.h"
 
 #include "support/cms.h"
+#include "support/fault_kinds.h"
 #include "support/stores.h"
 #include "support/temp_dir.h"
 
@@ -10,37 +11,6 @@
 
 namespace pnvtest {
 namespace {
-
-struct NamedCall {
-    const char* name;
-    Call call;
-};
-
-// Those that report that they fail.
-constexpr NamedCall kFailingCalls[] = {
-    {"Malloc", Call::Malloc},
-    {"Memset", Call::Memset},
-    {"Memmove", Call::Memmove},
-    {"Memcpy", Call::Memcpy},
-    {"Strcpy", Call::Strcpy},
-    {"Strcat", Call::Strcat},
-    {"Vsnprintf", Call::Vsnprintf},
-    {"Fopen", Call::Fopen},
-    {"Fread", Call::Fread},
-    {"Fclose", Call::Fclose},
-    {"FileSize", Call::FileSize},
-    {"MdCreate", Call::MdCreate},
-    {"MdInit", Call::MdInit},
-    {"MdUpdate", Call::MdUpdate},
-    {"MdFinal", Call::MdFinal},
-    {"VerifyCreate", Call::VerifyCreate},
-    {"VerifyInit", Call::VerifyInit},
-    {"VerifyUpdate", Call::VerifyUpdate},
-    {"VerifyFinal", Call::VerifyFinal},
-};
-
-// The one wrong answer that a failure inside the crypto library can look like: a good signature is called bad.
-constexpr NamedCall kWrongVerdict[] = {{"VerifyVerdict", Call::VerifyVerdict}};
 
 // Those that have nothing but an answer, which is then "different" or "not there".
 constexpr NamedCall kAnsweringCalls[] = {

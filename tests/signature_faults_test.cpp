@@ -1,85 +1,13 @@
 // Whole verifications with callbacks that fail: the n-th call alone, or that call and all after it, for every n. What a
 // good signature comes to may change; what a bad one comes to may not.
-#include "support/signature.h"
+#include "support/signature_cases.h"
 
 namespace pnvtest {
 namespace {
 
+using namespace cases;
+
 const Bytes kContent = Text("a firmware image");
-
-// One verification: what the device has, what the package brings.
-struct Case {
-    std::string name;
-    Anchors anchors;
-    Bytes signature;
-    Bytes content = kContent;
-};
-void PrintTo(const Case& input, std::ostream* out)
-{
-    *out << input.name;
-}
-
-Case Of(std::string name, const DemoPki& pki, const CmsSpec& cms)
-{
-    return {std::move(name), FlatAnchors(pki), DetachedCms(kContent, cms)};
-}
-
-Case Good()
-{
-    return Of("Good", FlatPki(), FlatCms(FlatPki()));
-}
-// With a token that nobody signed, to keep it short.
-Case GoodDirect()
-{
-    TokenSpec token;
-    CmsSpec cms = Direct(FlatCms(FlatPki()));
-    cms.signers[0].unsignedAttributes = {Timestamp(token)};
-    return Of("GoodDirect", FlatPki(), cms);
-}
-
-Case OtherContent(Case input)
-{
-    input.name = "OtherContentThan" + input.name;
-    input.content[0] ^= 0x01;
-    return input;
-}
-Case AlteredAttributes()
-{
-    CmsSpec cms = FlatCms(FlatPki());
-    cms.signers[0].edit = [](const Bytes& signer) { return Damage(signer, {3, 0, 1, 0}); };
-    return Of("AlteredAttributes", FlatPki(), cms);
-}
-Case OtherStampedSignature()
-{
-    CmsSpec cms = FlatCms(FlatPki());
-    cms.signers[0].unsignedAttributes = {[](const Bytes&) { return Timestamp(FlatToken(FlatPki()))(kContent); }};
-    return Of("OtherStampedSignature", FlatPki(), cms);
-}
-Case RevokedSigner()
-{
-    DemoPki pki = FlatPki();
-    pki.rootCrl.revoked = {{pki.signer.serial}};
-    return Of("RevokedSigner", pki, FlatCms(pki));
-}
-Case ExpiredSigner()
-{
-    DemoPki pki = FlatPki();
-    pki.signer.notAfter = UtcTime("251231235959Z");
-    return Of("ExpiredSigner", pki, FlatCms(pki));
-}
-// All in order below a root of the device's root's name that comes with the signature, as its CRL does.
-Case OwnRoot()
-{
-    DemoPki rogue = FlatPki();
-    rogue.root.key = rogue.root.issuerKey = KeyId::Rsa2048H;
-    rogue.rootCrl = CrlOf(rogue.root);
-    rogue.signer.issuerKey = rogue.tsa.issuerKey = KeyId::Rsa2048H;
-    CmsSpec cms = FlatCms(rogue);
-    cms.certificates.push_back(Build(rogue.root));
-    Case input = Of("OwnRoot", rogue, cms);
-    input.anchors.root = Build(FlatPki().root);
-    return input;
-}
 
 // In a context that was made and filled without faults.
 Verdict VerifyCase(CallbackPlan& plan, const Case& input)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <tuple>
 
 namespace pnvtest {
 
@@ -23,6 +24,13 @@ CallbackPlan& Plan()
 Bytes Magnitude(const PELNIC_BIGINT& number)
 {
     return Bytes(number.aVal, number.aVal + number.uiLength);
+}
+
+PELNIC_BIGINT Number(const Bytes& magnitude)
+{
+    PELNIC_BIGINT number{Len(magnitude), {}};
+    std::copy(magnitude.begin(), magnitude.end(), number.aVal);
+    return number;
 }
 
 std::string TextOrEmpty(const PNV_CHAR* text)
@@ -241,7 +249,7 @@ struct CallbackPlan::Hooks {
         Md(plan).pelnic_md_ctx_destory(md);
     }
 
-    // ---- Verification: under the stub a handle is a single octet of its own ----
+    // ---- Verification: where no real one stands behind it, a handle is a single octet of its own ----
 
     static Verification* Find(PELNIC_CRYPTO_VRF_CTX handle, const char* callback)
     {
@@ -262,7 +270,7 @@ struct CallbackPlan::Hooks {
     {
         CallbackPlan& plan = Plan();
         if (plan.Fails(Call::VerifyCreate)) return PELNIC_ERR_FAILED;
-        if (plan.stub_) {
+        if (plan.stub_ || plan.remembers_) {
             *out = new char;
             plan.verifications_[*out];
             return 0;
@@ -311,7 +319,34 @@ struct CallbackPlan::Hooks {
             *result = plan.stub_->verdict;
             return plan.stub_->code;
         }
+        if (verification->real == nullptr) return Recall(verification->request, result);
         return Crypt(plan).pelnic_verify_final(verification->real, signature, len, result);
+    }
+
+    static PELNIC_ERROR_CODE Recall(const VerifyRequest& request, PNV_INT* result)
+    {
+        static std::set<std::tuple<PNV_UINT32, Bytes, Bytes, Bytes, Bytes>> good;
+        const auto key = std::tie(request.hashId, request.exponent, request.modulus, request.data, request.signature);
+        *result = 1;
+        if (good.count(key) != 0) return 0;
+        const PELNIC_ERROR_CODE rc = Compute(request, result);
+        if (rc == 0 && *result == 1) good.insert(key);
+        return rc;
+    }
+
+    static PELNIC_ERROR_CODE Compute(const VerifyRequest& request, PNV_INT* result)
+    {
+        const PELNIC_CRYPTO_FUNCS& crypt = Crypt(Plan());
+        const PELNIC_BIGINT e = Number(request.exponent);
+        const PELNIC_BIGINT n = Number(request.modulus);
+        PELNIC_CRYPTO_VRF_CTX real = nullptr;
+        PELNIC_ERROR_CODE rc = crypt.pelnic_verify_ctx_create(&real);
+        if (rc != 0) return rc;
+        rc = crypt.pelnic_verify_init(real, &e, &n, request.hashId);
+        if (rc == 0) rc = crypt.pelnic_verify_update(real, request.data.data(), Len(request.data));
+        if (rc == 0) rc = crypt.pelnic_verify_final(real, request.signature.data(), Len(request.signature), result);
+        crypt.pelnic_verify_ctx_destory(real);
+        return rc;
     }
 
     static void VerifyDestroy(PELNIC_CRYPTO_VRF_CTX handle)

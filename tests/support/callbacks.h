@@ -137,6 +137,9 @@ public:
 
     // From here on verify_final answers this without any RSA, and the calls before it succeed. The rest is unchanged.
     void StubVerification(PELNIC_ERROR_CODE code, PNV_INT verdict);
+    // From here on a signature that was good once in this process is good again without any RSA. For sweeps, which ask
+    // the same a thousand times.
+    void RememberGoodSignatures() { remembers_ = true; }
     // Every verify_final that ran, in order, under the stub or not.
     const std::vector<VerifyRequest>& VerifyRequests() const { return verifyRequests_; }
 
@@ -160,7 +163,7 @@ private:
         std::size_t seen;
     };
     struct Verification {
-        PELNIC_CRYPTO_VRF_CTX real; // null under the stub
+        PELNIC_CRYPTO_VRF_CTX real; // null under the stub, and while signatures are remembered
         VerifyRequest request;
     };
     struct Stub {
@@ -183,6 +186,7 @@ private:
     std::optional<Fault> fault_;
     std::size_t faultsMet_ = 0;
     std::optional<Stub> stub_;
+    bool remembers_ = false;
     PNV_THREAD_ID thread_ = nullptr;
     PNV_TIME_T now_ = 0;
 

@@ -81,16 +81,23 @@ struct FaultRun {
     bool met;
 };
 
+// Which calls of a sweep fail: the first, and every step-th after it.
+struct Sample {
+    std::size_t step = 1;
+    std::vector<FaultMode> modes{FaultMode::Once, FaultMode::Onward};
+};
+
 // Runs operation(plan) with call 1 of these kinds failing, then call 2, and on until a run meets no fault; first that
 // call alone, then that call and all after it. Each run has a fresh plan, and check(outcome, run) judges what the
 // operation returned. The operation gives back all it took: the run fails if anything is left. Stops at the first run
-// that fails.
-template <typename Operation, typename Check> void SweepFaults(Calls kinds, Operation operation, Check check)
+// that fails. Returns how many runs met a fault.
+template <typename Operation, typename Check>
+std::size_t SweepFaults(Calls kinds, Operation operation, Check check, const Sample& sample = {})
 {
-    for (FaultMode mode : {FaultMode::Once, FaultMode::Onward}) {
+    std::size_t faults = 0;
+    for (FaultMode mode : sample.modes) {
         FaultRun run{mode, 0, true};
-        while (run.met) {
-            ++run.nth;
+        for (run.nth = 1; run.met; run.nth += sample.step) {
             SCOPED_TRACE(::testing::Message() << "call " << run.nth << (mode == FaultMode::Once ? "" : " and on"));
             CallbackPlan plan;
             plan.Fail(kinds, run.nth, mode);
@@ -98,9 +105,11 @@ template <typename Operation, typename Check> void SweepFaults(Calls kinds, Oper
             run.met = plan.FaultsMet() != 0;
             check(outcome, run);
             ExpectNoProblems(plan);
-            if (::testing::Test::HasFailure()) return;
+            if (::testing::Test::HasFailure()) return faults;
+            faults += run.met ? 1 : 0;
         }
     }
+    return faults;
 }
 
 } // namespace pnvtest

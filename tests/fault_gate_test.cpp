@@ -1,0 +1,391 @@
+// The gate against failing callbacks: every public operation, and the checker's whole sequence of them, with the n-th
+// call of every kind of callback failing, once and from there on, in one operation alone and to the end. Whatever
+// fails, what the undisturbed run refuses is refused, what is accepted or compared is answered the same or refused, and
+// every block, file and crypto context comes back. The short form lets a sample of the calls fail.
+#include "support/crl_bundle.h"
+#include "support/effort.h"
+#include "support/fault_kinds.h"
+#include "support/paths.h"
+#include "support/signature_cases.h"
+#include "support/temp_dir.h"
+#include "tool/verify_signature.h"
+
+#include <fstream>
+
+// The checker's own source, with its callbacks from the running plan.
+namespace pnvtest::checker {
+
+PELNIC_CALLBACK_FUNCS g_table;
+
+PNV_UINT32 GiveTable(PELNIC_CALLBACK_FUNCS* funcs)
+{
+    *funcs = g_table;
+    return 0;
+}
+
+#define pelnic_set_callback_funcs GiveTable
+#include "tool/verify_signature.cpp"
+#undef pelnic_set_callback_funcs
+
+} // namespace pnvtest::checker
+
+namespace pnvtest {
+namespace {
+
+// What a caller may act on: an acceptance, or the result of a comparison. Nothing for a refusal of any kind.
+using Answer = std::optional<PNV_INT32>;
+constexpr PNV_INT32 kAccepted = 1;
+
+// ---- Sequences of operations ----
+
+// All kinds of callbacks, the wrong verdict included.
+std::vector<NamedCall> Kinds()
+{
+    std::vector<NamedCall> kinds(std::begin(kFailingCalls), std::end(kFailingCalls));
+    kinds.insert(kinds.end(), std::begin(kWrongVerdict), std::end(kWrongVerdict));
+    return kinds;
+}
+
+// Operations by name, and the kinds of callbacks that each of them calls.
+using Operations = std::map<std::string, std::set<Call>>;
+
+// Calls public operations. Faults hit those in the window only, which is one operation's name, or empty for all.
+class Caller {
+public:
+    Caller(CallbackPlan& plan, std::string window) : plan_(plan), window_(std::move(window)) {}
+
+    template <typename Operation> PELNIC_ERROR_CODE operator()(const std::string& name, Operation operation)
+    {
+        PELNIC_ERROR_CODE rc = 0;
+        const auto step = [&] { rc = operation(); };
+        std::map<Call, std::size_t> before;
+        for (const NamedCall& kind : Kinds()) before[kind.call] = plan_.Count(kind.call);
+        if (window_.empty() || window_ == name) {
+            step();
+        } else {
+            plan_.WithoutFaults(step);
+        }
+        std::set<Call>& called = called_[name];
+        for (const auto& [call, count] : before) {
+            if (plan_.Count(call) != count) called.insert(call);
+        }
+        return rc;
+    }
+    CallbackPlan& Plan() { return plan_; }
+    const Operations& Called() const { return called_; }
+
+private:
+    CallbackPlan& plan_;
+    const std::string window_;
+    Operations called_;
+};
+#define CALL(call, operation, ...) call(#operation, [&] { return operation(__VA_ARGS__); })
+
+// Runs a sequence in a context of its own.
+template <typename Sequence> Answer InContext(Caller& call, Sequence sequence)
+{
+    PELNIC_CTX_CREATE_PARAMS params{};
+    params.st_size = sizeof(params);
+    params.callback_funcs = call.Plan().Table();
+    PELNIC_VRF_CTX ctx = nullptr;
+    if (CALL(call, pelnic_verify_create_ctx, &ctx, &params) != 0) return {};
+    const Answer answer = sequence(ctx);
+    EXPECT_EQ(CALL(call, pelnic_vrf_ctx_free, ctx), 0u);
+    return answer;
+}
+
+Answer Accepted(PELNIC_ERROR_CODE rc, PNV_INT32 result)
+{
+    return rc == 0 && result == 1 ? Answer(kAccepted) : Answer();
+}
+
+// A signature through the operations on octets.
+Answer VerifyByParts(Caller& call, const Case& input)
+{
+    return InContext(call, [&](PELNIC_VRF_CTX ctx) {
+        const Anchors& anchors = input.anchors;
+        const Bytes& cms = input.signature;
+        const auto length = static_cast<PNV_INT>(input.content.size());
+        const PELNIC_VRF_PARAMS params{sizeof(PELNIC_VRF_PARAMS), 0, {}};
+        PNV_INT32 result = 0;
+        PELNIC_ERROR_CODE rc = CALL(call, pelnic_set_verify_params, ctx, &params);
+        if (rc == 0) rc = CALL(call, pelnic_verify_add_cert, ctx, anchors.root.data(), Len(anchors.root));
+        if (rc == 0) rc = CALL(call, pelnic_verify_add_crl, ctx, anchors.crls.data(), Len(anchors.crls));
+        if (rc == 0) rc = CALL(call, pelnic_verify_detach_signature_begin, ctx, cms.data(), Len(cms));
+        if (rc == 0) rc = CALL(call, pelnic_verify_detach_signature_update, ctx, input.content.data(), length);
+        if (rc == 0) rc = CALL(call, pelnic_verify_detach_signature_final, ctx, &result);
+        return Accepted(rc, result);
+    });
+}
+
+// The same through the checker's source, which is a single operation here.
+Answer VerifyByChecker(Caller& call, const Case& input)
+{
+    checker::g_table = call.Plan().Table();
+    const Anchors& anchors = input.anchors;
+    const PELNIC_VERIFY_SIGNATURE_S sig{anchors.root.data(),  Len(anchors.root),      anchors.crls.data(),
+                                        Len(anchors.crls),    input.signature.data(), Len(input.signature),
+                                        input.content.data(), Len(input.content)};
+    return Accepted(CALL(call, checker::Pelnic_Verify_Signature_Integrity, &sig), 1);
+}
+
+// The elements of a DER stream as PEM blocks.
+Bytes PemStream(const Bytes& der)
+{
+    Bytes pem;
+    for (std::size_t at = 0; at < der.size();) {
+        const Element element = ElementAt(der, at);
+        const Bytes one(der.begin() + static_cast<std::ptrdiff_t>(at),
+                        der.begin() + static_cast<std::ptrdiff_t>(element.End()));
+        // The TBSCertificate of version 3 begins with [0], the TBSCertList with an INTEGER.
+        const bool isCert = Find(one, {0, 0}).tag == 0xA0;
+        pem = Cat(pem, Pem(isCert ? "CERTIFICATE" : "X509 CRL", one));
+        at = element.End();
+    }
+    return pem;
+}
+
+// The same through the operations on files, in PEM.
+class FilesOf {
+public:
+    explicit FilesOf(const Case& input)
+        : root_(dir_.Write("root", PemStream(input.anchors.root))),
+          crls_(dir_.Write("crls", PemStream(input.anchors.crls))),
+          signature_(dir_.Write("signature", Pem("CMS", input.signature))),
+          content_(dir_.Write("content", input.content))
+    {
+    }
+    Answer Verify(Caller& call) const
+    {
+        return InContext(call, [&](PELNIC_VRF_CTX ctx) {
+            PNV_INT32 result = 0;
+            PELNIC_ERROR_CODE rc = CALL(call, pelnic_verify_add_cert_file, ctx, root_.c_str());
+            if (rc == 0) rc = CALL(call, pelnic_verify_add_crl_file, ctx, crls_.c_str());
+            if (rc == 0) {
+                rc = CALL(call, pelnic_verify_detach_signature_quick, ctx, content_.c_str(), signature_.c_str(),
+                          &result);
+            }
+            return Accepted(rc, result);
+        });
+    }
+
+private:
+    const TempDir dir_;
+    const std::string root_;
+    const std::string crls_;
+    const std::string signature_;
+    const std::string content_;
+};
+
+// Two bundles of CRLs, the device's from a file.
+struct Bundles {
+    const char* name;
+    Bytes offered;
+    Bytes device;
+    PNV_INT32 relation; // SCPS_MIX is no answer to act on
+};
+void PrintTo(const Bundles& bundles, std::ostream* out)
+{
+    *out << bundles.name;
+}
+
+class BundleFiles {
+public:
+    explicit BundleFiles(const Bundles& bundles)
+        : offered_(bundles.offered), device_(dir_.Write("device", PemStream(bundles.device)))
+    {
+    }
+    Answer Compare(Caller& call) const
+    {
+        return InContext(call, [&](PELNIC_VRF_CTX ctx) {
+            PELNIC_CRL_BUNDLE_INFO* offered = nullptr;
+            PELNIC_CRL_BUNDLE_INFO* device = nullptr;
+            PELNIC_CRL_PERIOD_STAT relation = SCPS_MIX;
+            PELNIC_ERROR_CODE rc = CALL(call, pelnic_verify_add_cert, ctx, root_.data(), Len(root_));
+            if (rc == 0) rc = CALL(call, pelnic_decode_crl_file, ctx, device_.c_str(), &device);
+            if (rc == 0) rc = CALL(call, pelnic_decode_crl, ctx, offered_.data(), Len(offered_), &offered);
+            if (rc == 0) rc = CALL(call, pelnic_crl_compare, ctx, offered, device, &relation);
+            for (PELNIC_CRL_BUNDLE_INFO* bundle : {offered, device}) {
+                if (bundle == nullptr) continue;
+                EXPECT_EQ(CALL(call, pelnic_crl_free, ctx, bundle), 0u);
+            }
+            return rc == 0 && relation != SCPS_MIX ? Answer(relation) : Answer();
+        });
+    }
+
+private:
+    const TempDir dir_;
+    const Bytes root_ = Cat(Build(DemoPki().root), Build(DemoPki().signingCa), Build(DemoPki().tsaCa));
+    const Bytes offered_;
+    const std::string device_;
+};
+
+// ---- The sweep ----
+
+using Sequence = std::function<Answer(Caller&)>;
+
+class FaultGate : public ::testing::Test {
+protected:
+    // Sweeps every kind of callback over the sequence, whose undisturbed answer is known. A deceivable one is spared
+    // the wrong verdict.
+    void Sweep(const Sequence& sequence, Answer undisturbed, bool isDeceivable = false)
+    {
+        const Operations operations = OperationsOf(sequence, undisturbed);
+        for (const NamedCall& kind : Kinds()) {
+            if (isDeceivable && kind.call == Call::VerifyVerdict) continue;
+            SCOPED_TRACE(kind.name);
+            SweepWindow(kind.call, sequence, "", {FaultMode::Onward}, undisturbed);
+            for (const auto& [name, called] : operations) {
+                if (called.count(kind.call) == 0) continue;
+                SCOPED_TRACE(name);
+                SweepWindow(kind.call, sequence, name, {FaultMode::Once, FaultMode::Onward}, undisturbed);
+            }
+        }
+    }
+    void TearDown() override { Report("faults injected", faults_); }
+
+    static Operations OperationsOf(const Sequence& sequence, Answer undisturbed)
+    {
+        CallbackPlan plan;
+        Caller call(plan, "");
+        EXPECT_EQ(sequence(call), undisturbed);
+        ExpectNoProblems(plan);
+        return call.Called();
+    }
+
+private:
+    void SweepWindow(Call kind, const Sequence& sequence, const std::string& window,
+                     const std::vector<FaultMode>& modes, Answer undisturbed)
+    {
+        if (HasFailure()) return;
+        const auto operation = [&](CallbackPlan& plan) {
+            plan.RememberGoodSignatures();
+            Caller call(plan, window);
+            return sequence(call);
+        };
+        const auto check = [&](Answer answer, const FaultRun& run) {
+            EXPECT_TRUE(answer == undisturbed || (run.met && !answer));
+        };
+        const Sample sample{LongForm() ? 1 : kStep, modes};
+        faults_ += SweepFaults(kind, operation, check, sample);
+    }
+
+    static constexpr std::size_t kStep = 41;
+    std::size_t faults_ = 0;
+};
+
+// ---- Signatures ----
+
+struct NamedCase {
+    const char* name;
+    Case (*make)();
+    Answer undisturbed;
+    // A CRL whose signature is called bad counts for nothing, as it must; then the other may cover the certificate.
+    bool isDeceivable = false;
+};
+void PrintTo(const NamedCase& input, std::ostream* out)
+{
+    *out << input.name;
+}
+constexpr NamedCase kCases[] = {
+    {"Good", cases::Good, kAccepted},
+    {"GoodDirect", cases::GoodDirect, kAccepted},
+    {"GoodBelowCas", cases::GoodBelowCas, kAccepted},
+    {"OtherContent", [] { return cases::OtherContent(cases::Good()); }, {}},
+    {"OtherContentDirect", [] { return cases::OtherContent(cases::GoodDirect()); }, {}},
+    {"AlteredAttributes", cases::AlteredAttributes, {}},
+    {"OtherStampedSignature", cases::OtherStampedSignature, {}},
+    {"RevokedSigner", cases::RevokedSigner, {}},
+    {"RevokedByOneOfTwoCrls", cases::RevokedByOneOfTwoCrls, {}, true},
+    {"RevokedByAnIndirectCrl", cases::RevokedByAnIndirectCrl, {}, true},
+    {"ExpiredSigner", cases::ExpiredSigner, {}},
+    {"SignerOfAnotherPurpose", cases::SignerOfAnotherPurpose, {}},
+    {"SignerBelowNoCa", cases::SignerBelowNoCa, {}},
+    {"OwnRoot", cases::OwnRoot, {}},
+    {"NoCrl", cases::NoCrl, {}},
+    {"ExpiredCrl", cases::ExpiredCrl, {}},
+};
+constexpr auto kName = [](const auto& run) { return std::string(run.param.name); };
+
+class SignatureFaultGate : public FaultGate, public ::testing::WithParamInterface<NamedCase> {
+protected:
+    void Sweep(const Sequence& sequence)
+    {
+        FaultGate::Sweep(sequence, GetParam().undisturbed, GetParam().isDeceivable);
+    }
+    const Case input_ = GetParam().make();
+};
+INSTANTIATE_TEST_SUITE_P(Cases, SignatureFaultGate, ::testing::ValuesIn(kCases), kName);
+
+TEST_P(SignatureFaultGate, ByParts)
+{
+    Sweep([&](Caller& call) { return VerifyByParts(call, input_); });
+}
+
+TEST_P(SignatureFaultGate, ByChecker)
+{
+    Sweep([&](Caller& call) { return VerifyByChecker(call, input_); });
+}
+
+TEST_P(SignatureFaultGate, ByFiles)
+{
+    const FilesOf files(input_);
+    Sweep([&](Caller& call) { return files.Verify(call); });
+}
+
+// ---- Bundles ----
+
+Bytes CrlsOn(std::string_view rootDay, std::string_view signingDay, const std::vector<Bytes>& revoked = {})
+{
+    const DemoPki pki;
+    return Cat(Build(Revoking(revoked, UpdatedOn(rootDay, pki.rootCrl))), Build(UpdatedOn(signingDay, pki.signingCrl)));
+}
+
+Bytes RootCrlOn(std::string_view day, const std::vector<Bytes>& revoked = {})
+{
+    return Build(Revoking(revoked, UpdatedOn(day, DemoPki().rootCrl)));
+}
+
+class BundleFaultGate : public FaultGate, public ::testing::WithParamInterface<Bundles> {};
+INSTANTIATE_TEST_SUITE_P(
+    Cases, BundleFaultGate,
+    ::testing::Values(Bundles{"New", CrlsOn("250201", "250201"), CrlsOn("250101", "250101"), SCPS_NEW},
+                      Bundles{"NewByItsNumber", CrlsOn("250101", "250101"), RootCrlOn("250101"), SCPS_NEW},
+                      Bundles{"NewWithoutARevokedCa", RootCrlOn("250201", {DemoPki().signingCa.serial}),
+                              CrlsOn("250101", "250101"), SCPS_NEW},
+                      Bundles{"Same", CrlsOn("250101", "250101"), CrlsOn("250101", "250101"), SCPS_SAME},
+                      Bundles{"Old", CrlsOn("250101", "250101"), CrlsOn("250201", "250201"), SCPS_OLD},
+                      Bundles{"Mixed", CrlsOn("250201", "250101"), CrlsOn("250101", "250201"), SCPS_MIX},
+                      Bundles{"MixedAndLonger", Cat(CrlsOn("250201", "250101"), Build(DemoPki().tsaCrl)),
+                              CrlsOn("250101", "250201"), SCPS_MIX},
+                      Bundles{"WithoutAnIssuer", RootCrlOn("250201"), CrlsOn("250101", "250101"), SCPS_MIX}),
+    kName);
+
+TEST_P(BundleFaultGate, AnswerTheSameOrNothing)
+{
+    const Answer undisturbed = GetParam().relation == SCPS_MIX ? Answer() : Answer(GetParam().relation);
+    const BundleFiles files(GetParam());
+    Sweep([&](Caller& call) { return files.Compare(call); }, undisturbed);
+}
+
+// ---- Completeness ----
+
+// Each operation that the library exports is swept, but for the two that call nothing.
+TEST_F(FaultGate, SweepsEveryOperation)
+{
+    Operations swept{{"pelnic_set_callback_funcs", {}}, {"pelnic_get_version", {}}};
+    const Case input = cases::Good();
+    const FilesOf files(input);
+    const BundleFiles bundles({"", CrlsOn("250101", "250101"), RootCrlOn("250101"), SCPS_NEW});
+    swept.merge(OperationsOf([&](Caller& call) { return VerifyByParts(call, input); }, kAccepted));
+    swept.merge(OperationsOf([&](Caller& call) { return files.Verify(call); }, kAccepted));
+    swept.merge(OperationsOf([&](Caller& call) { return bundles.Compare(call); }, SCPS_NEW));
+
+    std::ifstream symbols(DataPath("../exported_symbols.txt"));
+    std::size_t exported = 0;
+    for (std::string symbol; std::getline(symbols, symbol); ++exported) EXPECT_EQ(swept.count(symbol), 1u) << symbol;
+    EXPECT_EQ(exported, swept.size());
+}
+
+} // namespace
+} // namespace pnvtest
