@@ -194,11 +194,19 @@ void pnv_openssl_uninit()
     ERR_clear_error();
 }
 
-// A digest context ready for data, or null. libcrypto must not read its configuration file: a line in it can load
-// foreign code into the process or forbid the digests.
+// libcrypto must not read its configuration file: a line in it can load foreign code into the process or forbid the
+// digests. And it must have its default context, which it makes once in the life of a process: where there was no
+// memory for that it goes on without, and crashes.
+static bool isLibcryptoReady()
+{
+    return OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1 &&
+           OSSL_LIB_CTX_get0_global_default() != nullptr;
+}
+
+// A digest context ready for data, or null.
 static EVP_MD_CTX* newDigest(PNV_UINT32 hash_id)
 {
-    if (OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) != 1) return nullptr;
+    if (!isLibcryptoReady()) return nullptr;
     const EVP_MD* const md = _pnv_get_openssl_evpmd(hash_id);
     if (md == nullptr) return nullptr;
     EVP_MD_CTX* const digest = EVP_MD_CTX_new();
