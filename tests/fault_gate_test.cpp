@@ -180,8 +180,8 @@ private:
 // Two bundles of CRLs, the device's from a file.
 struct Bundles {
     const char* name;
-    Bytes offered;
-    Bytes device;
+    Bytes (*offered)();
+    Bytes (*device)();
     PNV_INT32 relation; // SCPS_MIX is no answer to act on
 };
 void PrintTo(const Bundles& bundles, std::ostream* out)
@@ -192,7 +192,7 @@ void PrintTo(const Bundles& bundles, std::ostream* out)
 class BundleFiles {
 public:
     explicit BundleFiles(const Bundles& bundles)
-        : offered_(bundles.offered), device_(dir_.Write("device", PemStream(bundles.device)))
+        : offered_(bundles.offered()), device_(dir_.Write("device", PemStream(bundles.device())))
     {
     }
     Answer Compare(Caller& call) const
@@ -279,7 +279,7 @@ private:
 struct NamedCase {
     const char* name;
     Case (*make)();
-    Answer undisturbed;
+    Verdict undisturbed;
     // A CRL whose signature is called bad counts for nothing, as it must; then the other may cover the certificate.
     bool isDeceivable = false;
 };
@@ -287,23 +287,24 @@ void PrintTo(const NamedCase& input, std::ostream* out)
 {
     *out << input.name;
 }
+constexpr Verdict kInvalid{PELNIC_ERR_CERT_VERIFY, 0};
 constexpr NamedCase kCases[] = {
-    {"Good", cases::Good, kAccepted},
-    {"GoodDirect", cases::GoodDirect, kAccepted},
-    {"GoodBelowCas", cases::GoodBelowCas, kAccepted},
-    {"OtherContent", [] { return cases::OtherContent(cases::Good()); }, {}},
-    {"OtherContentDirect", [] { return cases::OtherContent(cases::GoodDirect()); }, {}},
-    {"AlteredAttributes", cases::AlteredAttributes, {}},
-    {"OtherStampedSignature", cases::OtherStampedSignature, {}},
-    {"RevokedSigner", cases::RevokedSigner, {}},
-    {"RevokedByOneOfTwoCrls", cases::RevokedByOneOfTwoCrls, {}, true},
-    {"RevokedByAnIndirectCrl", cases::RevokedByAnIndirectCrl, {}, true},
-    {"ExpiredSigner", cases::ExpiredSigner, {}},
-    {"SignerOfAnotherPurpose", cases::SignerOfAnotherPurpose, {}},
-    {"SignerBelowNoCa", cases::SignerBelowNoCa, {}},
-    {"OwnRoot", cases::OwnRoot, {}},
-    {"NoCrl", cases::NoCrl, {}},
-    {"ExpiredCrl", cases::ExpiredCrl, {}},
+    {"Good", cases::Good, good},
+    {"GoodDirect", cases::GoodDirect, good},
+    {"GoodBelowCas", cases::GoodBelowCas, good},
+    {"OtherContent", [] { return cases::OtherContent(cases::Good()); }, bad},
+    {"OtherContentDirect", [] { return cases::OtherContent(cases::GoodDirect()); }, bad},
+    {"AlteredAttributes", cases::AlteredAttributes, {PELNIC_ERR_CMS_SIGNATURE, 0}},
+    {"OtherStampedSignature", cases::OtherStampedSignature, {PELNIC_ERR_TSP_IMPRINT_MISMATCH, 0}},
+    {"RevokedSigner", cases::RevokedSigner, kInvalid},
+    {"RevokedByOneOfTwoCrls", cases::RevokedByOneOfTwoCrls, kInvalid, true},
+    {"RevokedByAnIndirectCrl", cases::RevokedByAnIndirectCrl, kInvalid, true},
+    {"ExpiredSigner", cases::ExpiredSigner, kInvalid},
+    {"SignerOfAnotherPurpose", cases::SignerOfAnotherPurpose, {PELNIC_ERR_CERT_USAGE, 0}},
+    {"SignerBelowNoCa", cases::SignerBelowNoCa, kInvalid},
+    {"OwnRoot", cases::OwnRoot, kInvalid},
+    {"NoCrl", cases::NoCrl, kInvalid},
+    {"ExpiredCrl", cases::ExpiredCrl, kInvalid},
 };
 constexpr auto kName = [](const auto& run) { return std::string(run.param.name); };
 
@@ -311,11 +312,20 @@ class SignatureFaultGate : public FaultGate, public ::testing::WithParamInterfac
 protected:
     void Sweep(const Sequence& sequence)
     {
-        FaultGate::Sweep(sequence, GetParam().undisturbed, GetParam().isDeceivable);
+        const Verdict verdict = GetParam().undisturbed;
+        FaultGate::Sweep(sequence, Accepted(verdict.code, verdict.result), GetParam().isDeceivable);
     }
     const Case input_ = GetParam().make();
 };
 INSTANTIATE_TEST_SUITE_P(Cases, SignatureFaultGate, ::testing::ValuesIn(kCases), kName);
+
+TEST_P(SignatureFaultGate, IsAskedAboutWhatItSays)
+{
+    CallbackPlan plan;
+    const Context ctx(plan);
+    Provide(ctx, input_.anchors);
+    EXPECT_EQ(Verify(ctx, input_.signature, input_.content), GetParam().undisturbed);
+}
 
 TEST_P(SignatureFaultGate, ByParts)
 {
@@ -335,31 +345,40 @@ TEST_P(SignatureFaultGate, ByFiles)
 
 // ---- Bundles ----
 
-Bytes CrlsOn(std::string_view rootDay, std::string_view signingDay, const std::vector<Bytes>& revoked = {})
-{
-    const DemoPki pki;
-    return Cat(Build(Revoking(revoked, UpdatedOn(rootDay, pki.rootCrl))), Build(UpdatedOn(signingDay, pki.signingCrl)));
-}
-
 Bytes RootCrlOn(std::string_view day, const std::vector<Bytes>& revoked = {})
 {
     return Build(Revoking(revoked, UpdatedOn(day, DemoPki().rootCrl)));
 }
 
+Bytes CrlsOn(std::string_view rootDay, std::string_view signingDay)
+{
+    return Cat(RootCrlOn(rootDay), Build(UpdatedOn(signingDay, DemoPki().signingCrl)));
+}
+
+Bytes Early()
+{
+    return CrlsOn("250101", "250101");
+}
+
+Bytes Late()
+{
+    return CrlsOn("250201", "250201");
+}
+
+constexpr Bundles kBundles[] = {
+    {"New", Late, Early, SCPS_NEW},
+    {"NewByItsNumber", Early, [] { return RootCrlOn("250101"); }, SCPS_NEW},
+    {"NewWithoutARevokedCa", [] { return RootCrlOn("250201", {DemoPki().signingCa.serial}); }, Early, SCPS_NEW},
+    {"Same", Early, Early, SCPS_SAME},
+    {"Old", Early, Late, SCPS_OLD},
+    {"Mixed", [] { return CrlsOn("250201", "250101"); }, [] { return CrlsOn("250101", "250201"); }, SCPS_MIX},
+    {"MixedAndLonger", [] { return Cat(CrlsOn("250201", "250101"), Build(DemoPki().tsaCrl)); },
+     [] { return CrlsOn("250101", "250201"); }, SCPS_MIX},
+    {"WithoutAnIssuer", [] { return RootCrlOn("250201"); }, Early, SCPS_MIX},
+};
+
 class BundleFaultGate : public FaultGate, public ::testing::WithParamInterface<Bundles> {};
-INSTANTIATE_TEST_SUITE_P(
-    Cases, BundleFaultGate,
-    ::testing::Values(Bundles{"New", CrlsOn("250201", "250201"), CrlsOn("250101", "250101"), SCPS_NEW},
-                      Bundles{"NewByItsNumber", CrlsOn("250101", "250101"), RootCrlOn("250101"), SCPS_NEW},
-                      Bundles{"NewWithoutARevokedCa", RootCrlOn("250201", {DemoPki().signingCa.serial}),
-                              CrlsOn("250101", "250101"), SCPS_NEW},
-                      Bundles{"Same", CrlsOn("250101", "250101"), CrlsOn("250101", "250101"), SCPS_SAME},
-                      Bundles{"Old", CrlsOn("250101", "250101"), CrlsOn("250201", "250201"), SCPS_OLD},
-                      Bundles{"Mixed", CrlsOn("250201", "250101"), CrlsOn("250101", "250201"), SCPS_MIX},
-                      Bundles{"MixedAndLonger", Cat(CrlsOn("250201", "250101"), Build(DemoPki().tsaCrl)),
-                              CrlsOn("250101", "250201"), SCPS_MIX},
-                      Bundles{"WithoutAnIssuer", RootCrlOn("250201"), CrlsOn("250101", "250101"), SCPS_MIX}),
-    kName);
+INSTANTIATE_TEST_SUITE_P(Cases, BundleFaultGate, ::testing::ValuesIn(kBundles), kName);
 
 TEST_P(BundleFaultGate, AnswerTheSameOrNothing)
 {
@@ -376,7 +395,7 @@ TEST_F(FaultGate, SweepsEveryOperation)
     Operations swept{{"pelnic_set_callback_funcs", {}}, {"pelnic_get_version", {}}};
     const Case input = cases::Good();
     const FilesOf files(input);
-    const BundleFiles bundles({"", CrlsOn("250101", "250101"), RootCrlOn("250101"), SCPS_NEW});
+    const BundleFiles bundles(kBundles[0]);
     swept.merge(OperationsOf([&](Caller& call) { return VerifyByParts(call, input); }, kAccepted));
     swept.merge(OperationsOf([&](Caller& call) { return files.Verify(call); }, kAccepted));
     swept.merge(OperationsOf([&](Caller& call) { return bundles.Compare(call); }, SCPS_NEW));
