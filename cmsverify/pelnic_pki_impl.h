@@ -69,9 +69,10 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx);
 
 // Walks from the certificate to the end of its chain; with reset_depth as an outermost verification. *result is true
 // only with code 0. PELNIC_ERR_NULL_POINTER; PELNIC_ERR_PATH_TOO_DEEP when 11 verifications are in progress (logged);
-// PELNIC_ERR_CERT_NO_ISSUER when the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC when a memory callback
-// failed on the way to an acceptance; the codes of the checks on the way. Within an outermost verification a nested one
-// runs once for each certificate and depth; asked again, it logs again that it found no CRL, but not what lay below.
+// PELNIC_ERR_CERT_NO_ISSUER when the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC when a callback failed on
+// the way to an acceptance, or before it while certificates and CRLs were taken in; the codes of the checks on the way.
+// Within an outermost verification a nested one runs once for each certificate and depth; asked again, it logs again
+// that it found no CRL, but not what lay below.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        PNV_BOOL reset_depth, PNV_BOOL* result);
 // The certificate that issued a CRL and verifies its signature: the trust store's first, else the local store's, or

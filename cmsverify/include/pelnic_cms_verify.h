@@ -20,6 +20,9 @@
  * A context belongs to one thread at a time. Every operation on a context first tests the handle: null gives
  * PELNIC_ERR_NULL_POINTER and a handle that is no context of this version PELNIC_ERR_INVALID_SIZE, neither logged.
  * Other failures are reported to the log callback and their code is returned.
+ *
+ * A failing callback never leads to an acceptance. Once one has failed while a context took in certificates or CRLs,
+ * what is missing may be what revokes: that context accepts nothing any more, and a new one must be made.
  */
 #ifndef PELNIC_CMS_VERIFY_H
 #define PELNIC_CMS_VERIFY_H
@@ -561,7 +564,8 @@ typedef enum pelnic_crl_period_stat_em {
  * is judged at the CRL's own issuing time, which stays the context's verification time.
  *
  * pbCrl, nCrlLength: the input and its length in octets; not kept.
- * ppResult: receives the summary; the caller releases it with pelnic_crl_free.
+ * ppResult: receives the summary; the caller releases it with pelnic_crl_free. A CRL for which there was no memory is
+ *     left out, and the others are then not valid.
  * Returns 0 or
  *     PELNIC_ERR_NULL_POINTER  pbCrl or ppResult null, or nCrlLength 0
  *     PELNIC_ERR_CRL_DECODE    not decodable, without CRL, or not storable
