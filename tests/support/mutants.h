@@ -3,20 +3,9 @@
 #ifndef PNVTEST_MUTANTS_H
 #define PNVTEST_MUTANTS_H
 
-#include "exact_heap.h"
-#include "signature.h"
+#include "der.h"
 
 namespace pnvtest {
-
-// The verdict in a context of its own, from octets that end where their heap block ends.
-inline Verdict VerifyFresh(CallbackPlan& plan, const Anchors& anchors, const ExactHeap& signature, const Bytes& content)
-{
-    Context ctx(plan);
-    Provide(ctx, anchors);
-    PELNIC_ERROR_CODE rc = pelnic_verify_detach_signature_begin(ctx, signature.data(), Len(signature));
-    if (rc == 0) rc = Update(ctx, content);
-    return rc == 0 ? Final(ctx) : Verdict{rc, 0};
-}
 
 inline Path Join(Path path, const Path& below)
 {
