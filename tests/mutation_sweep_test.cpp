@@ -181,7 +181,7 @@ TEST_F(MutationSweep, OfATimestampToken)
 
 // ---- Verdicts ----
 
-// Elements of the small signature that may be missing, or there twice, or empty.
+// What else may be done to the small signature: elements that may be missing, or there twice, or empty.
 class UncheckedElements {
 public:
     explicit UncheckedElements(const Bytes& der) : der_(der) {}
@@ -191,16 +191,25 @@ public:
         const Element element = Find(der_, path);
         expected_.push_back({{element.offset, element.End(), what}, why, false});
     }
+    // Emptied by its length octet, with the content behind it.
+    void AddLength0(const Path& path, const char* why)
+    {
+        const std::size_t length = Find(der_, path).offset + 1;
+        expected_.push_back({{length, length + 1, "value 0"}, why, false});
+    }
     // In a SignedData with its one certificate and one signer.
     void AddSignedData(const Path& contentInfo)
     {
         const auto at = [&](const Path& below) { return Join(contentInfo, below); };
         const char* const behind = "what follows the last element that is asked for is not read";
+        const char* const hint = "digestAlgorithms: a hint to whom reads in one pass; signers name their own";
         const char* const parameters = "parameters of an algorithm: its OID says all";
         Add(at({}), "doubled", behind);
         Add(at({1}), "doubled", behind);
         Add(at({1, 0}), "doubled", behind);
-        Add(at({1, 0, 1}), "emptied", "digestAlgorithms: a hint to whom reads in one pass; signers name their own");
+        Add(at({1, 0, 1}), "emptied", hint);
+        Add(at({1, 0, 1, 0}), "left out", hint);
+        Add(at({1, 0, 1, 0}), "doubled", hint);
         Add(at({1, 0, 3, 0}), "doubled", "a certificate that is there twice is one certificate");
         Add(at({1, 0, 3, 0, 1, 1}), "left out", parameters);
         Add(at({1, 0, 3, 0, 2}), "doubled", behind);
@@ -213,8 +222,9 @@ public:
         const Path token = Join(attribute, {1, 0});
         const char* const unsignedToken = "a token that nobody signed passes";
         AddSignedData(token);
-        Add(Join(token, {1, 0, 2, 1}), "doubled", "what follows the TSTInfo is not read");
+        Add(Join(token, {1, 0, 2, 1, 0}), "doubled", "what follows the TSTInfo is not read");
         Add(Join(token, {1, 0, 4}), "emptied", unsignedToken);
+        AddLength0(Join(token, {1, 0, 4}), unsignedToken);
         Add(Join(token, {1, 0, 4, 0}), "left out", unsignedToken);
     }
 
@@ -278,7 +288,7 @@ TEST_F(VerdictSweep, OfASignature)
     octets.AddTimestamp(timestamp);
     UncheckedElements elements(signature_);
     elements.AddSignedData({});
-    elements.Add({1, 0, 4, 0, 6}, "doubled", "what follows the unsigned attributes is not read");
+    elements.Add(timestamp, "doubled", "the first timestamp counts");
     elements.AddTimestamp(timestamp);
     std::size_t accepted = 0;
     Sweep(signature_, 1, 5, [&](const Bytes& mutant, const Change& change) {
