@@ -1,0 +1,24 @@
+// Base64 text: sized, and decoded into a block of that size.
+#include "fuzz.h"
+
+#include "cmsverify/pelnic_base64.h"
+#include "support/exact_heap.h"
+
+namespace pnvfuzz {
+
+bool FuzzBase64(CallbackPlan& plan, const Input& input)
+{
+    Context ctx(plan);
+    const auto* const text = reinterpret_cast<const PNV_CHAR*>(input.data);
+    PNV_UINT32 size = 0;
+    if (pelnic_base64_decode(ctx.Record(), text, input.size, nullptr, &size) != 0) return false;
+    Require(size <= input.size, "decoding makes nothing longer");
+    ExactHeap decoded{Bytes(size)};
+    PNV_UINT32 written = size;
+    Require(pelnic_base64_decode(ctx.Record(), text, input.size, decoded.data(), &written) == 0,
+            "a text that was sized is decoded");
+    Require(written <= size, "no more is written than the size");
+    return written != 0;
+}
+
+} // namespace pnvfuzz

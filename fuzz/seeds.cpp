@@ -1,0 +1,311 @@
+// Writes the inputs that the fuzzers start from: fuzz_seeds DIRECTORY makes a directory for each target in it. The same
+// inputs on every run.
+#include "fuzz.h"
+
+#include "support/crl_bundle.h"
+#include "support/package.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+namespace pnvfuzz {
+
+namespace {
+
+using Seeds = std::vector<Bytes>;
+
+template <typename Spec> Seeds BuildAll(const std::vector<Spec>& specs)
+{
+    Seeds seeds;
+    for (const Spec& spec : specs) seeds.push_back(Build(spec));
+    return seeds;
+}
+
+// ---- Certificates, CRLs and their extensions
+
+Seeds Certificates()
+{
+    const CertSpec& ca = Pki().signingCa;
+    const CertSpec& signer = Pki().signer;
+    CertSpec everyUsage = signer;
+    everyUsage.keyUsage = 0x80FF;
+    everyUsage.extendedKeyUsage = {oid::serverAuth, oid::codeSigning, oid::timeStamping};
+    everyUsage.extraExtensions = {Ext(oid::subjectAltName, Seq(CtxPrim(2, Text("example.com"))))};
+    CertSpec everyName = ca;
+    everyName.subject = Name(C("ZZ"), St("S"), L("L"), O("O"), Rdn(Ou("U"), Cn("N")), Email("a@example.com"));
+    return BuildAll<CertSpec>({
+        Pki().root,
+        ca,
+        Pki().tsaCa,
+        signer,
+        Pki().tsa,
+        everyUsage,
+        everyName,
+        Version1(ca),
+        With(ca, &CertSpec::basicConstraints, Ca(3)),
+        With(ca, &CertSpec::hash, Hash::Sha384),
+        With(ca, &CertSpec::hash, Hash::Sha512),
+        With(ca, &CertSpec::notAfter, GenTime("20250101000000Z")),
+        With(ca, &CertSpec::brokenSignature, true),
+        With(ca, &CertSpec::subjectPublicKey, RsaSpki({0xC1, 0x01}, {0x03})),
+        With(signer, &CertSpec::key, KeyId::EcP256),
+    });
+}
+
+// Revokes a serial number of every kind: for each reason, without one, and the signing CA.
+CrlSpec LongCrl(CrlSpec crl)
+{
+    for (int reason = 0; reason <= 10; ++reason) {
+        RevokedSpec entry;
+        entry.serial = {0x70, static_cast<std::uint8_t>(reason)};
+        entry.reason = reason;
+        crl.revoked.push_back(entry);
+    }
+    return Revoking({{0x7F}, Pki().signingCa.serial}, crl);
+}
+
+Seeds Crls()
+{
+    const CrlSpec& crl = Pki().rootCrl;
+    CrlSpec unlike = With(crl, &CrlSpec::thisUpdate, GenTime("20250101000000Z"));
+    unlike.nextUpdate.reset();
+    unlike.version.reset();
+    unlike.extensions.clear();
+    return BuildAll<CrlSpec>({
+        crl,
+        Pki().signingCrl,
+        LongCrl(crl),
+        Indirect(crl),
+        unlike,
+        Revoking({{0x7F}}, crl),
+        With(crl, &CrlSpec::hash, Hash::Sha512),
+        With(crl, &CrlSpec::brokenSignature, true),
+        With(crl, &CrlSpec::nextUpdate, UtcTime("250201000000Z")),
+    });
+}
+
+Seeds Extensions()
+{
+    const Bytes name = TestName("A");
+    return {
+        Ca(),
+        Ca(3),
+        NotCa(),
+        KeyUsage(usage::digitalSignature),
+        KeyUsage(usage::keyCertSign | usage::crlSign | usage::decipherOnly),
+        Seq(Oid(oid::codeSigning), Oid(oid::timeStamping)),
+        Octets(Bytes(20, 0x5A)),
+        Seq(CtxPrim(0, Bytes(20, 0x5A))),
+        Seq(CtxPrim(0, Bytes(4, 0x5A)), Ctx(1, Ctx(4, name)), CtxPrim(2, {0x01})),
+        Enum(1),
+        Seq(CtxPrim(4, {0xFF})),
+        Seq(Ctx(0, Ctx(0, CtxPrim(6, Text("http://example.com/")))), CtxPrim(1, {0xFF}), CtxPrim(2, {0x00}),
+            CtxPrim(3, {0x01, 0x02}), CtxPrim(4, {0xFF}), CtxPrim(5, {0x00})),
+    };
+}
+
+// ---- Signatures and timestamps, each for both cryptographies
+
+// The same with digests that the lenient cryptography finds right.
+CmsSpec Lenient(CmsSpec cms, std::string_view contentType)
+{
+    for (SignerSpec& signer : cms.signers) {
+        if (signer.signedAttributes == nullptr) continue;
+        signer.signedAttributes = [contentType](const Bytes& digest) {
+            return UsualAttributes(contentType)(Bytes(digest.size(), kLenientDigestOctet));
+        };
+    }
+    return cms;
+}
+
+TokenSpec Lenient(TokenSpec token)
+{
+    token.imprint = Bytes(Digest(token.imprintHash, {}).size(), kLenientDigestOctet);
+    token.cms = Lenient(token.cms, oid::tstInfo);
+    return token;
+}
+
+std::vector<TokenSpec> Tokens()
+{
+    const TokenSpec token = DemoToken(Pki());
+    TokenSpec complete = token;
+    complete.accuracy = Accuracy(1);
+    complete.ordering = Bool(true);
+    complete.nonce = Int({0x12, 0x34, 0x56, 0x78});
+    complete.extensions = Ctx(1, Ext(oid::subjectAltName, Null()));
+    TokenSpec longer = With(token, &TokenSpec::imprintHash, Hash::Sha512);
+    longer.cms.signers[0].hash = Hash::Sha512;
+    TokenSpec two = token;
+    two.cms.signers.push_back(two.cms.signers[0]);
+    TokenSpec direct = token;
+    direct.cms = Direct(direct.cms);
+    return {token, complete, longer, two, direct};
+}
+
+CmsSpec WithHash(CmsSpec cms, Hash hash)
+{
+    cms.signers[0].hash = hash;
+    return cms;
+}
+
+std::vector<CmsSpec> CmsFor(const TokenSpec& token)
+{
+    const CmsSpec cms = DemoCms(Pki(), token);
+    CmsSpec two = cms;
+    two.signers.push_back(two.signers[0]);
+    two.signers[1].hash = Hash::Sha384;
+    CmsSpec withCrl = cms;
+    withCrl.crls = {Build(Pki().rootCrl)};
+    return {cms, two, Direct(cms), withCrl, WithHash(cms, Hash::Sha512)};
+}
+
+Seeds Signatures()
+{
+    Seeds seeds;
+    const TokenSpec token = DemoToken(Pki());
+    for (const CmsSpec& cms : CmsFor(token)) seeds.push_back(DetachedCms(Payload(), cms));
+    for (const CmsSpec& cms : CmsFor(Lenient(token))) seeds.push_back(DetachedCms(Payload(), Lenient(cms, oid::data)));
+    seeds.push_back(Pem("CMS", seeds[0]));
+    seeds.push_back(Pem("PKCS7", seeds[0], "\r\n"));
+    return seeds;
+}
+
+// The value of the signature that FuzzTimestamp puts a token into.
+Bytes StampedSignature()
+{
+    Bytes stamped;
+    CmsSpec cms = DemoCms(Pki());
+    cms.signers[0].unsignedAttributes = {[&](const Bytes& signature) { return stamped = signature; }};
+    (void)DetachedCms(Payload(), cms);
+    return stamped;
+}
+
+Seeds Timestamps()
+{
+    Seeds seeds;
+    const Bytes stamped = StampedSignature();
+    for (const TokenSpec& token : Tokens()) {
+        seeds.push_back(TimestampToken(token, stamped));
+        seeds.push_back(TimestampToken(Lenient(token), stamped));
+        seeds.push_back(TstInfo(token, stamped));
+    }
+    return seeds;
+}
+
+// ---- Text
+
+Seeds PemTexts()
+{
+    const Bytes cert = Pem("CERTIFICATE", Build(Pki().signingCa));
+    const Bytes crl = Pem("X509 CRL", Build(Pki().rootCrl));
+    const Bytes cms = DetachedCms(Payload(), DemoCms(Pki()));
+    return {
+        cert,
+        crl,
+        Pem("CMS", cms),
+        Pem("PKCS7", cms),
+        Cat(cert, crl, cert),
+        Cat(crl, Text("a remark\n"), Pem("X509 CRL", Build(Pki().signingCrl), "\r\n")),
+        Cat(Pem("CERTIFICATE", Bytes(40, 0x30)), cert),
+        Bytes(cert.begin(), cert.end() - 10),
+        Pem("CERTIFICATE", {}),
+        Pem("SOMETHING ELSE", Bytes(40, 0x30)),
+    };
+}
+
+Seeds Base64Texts()
+{
+    return {
+        Text("QQ=="), Text("QUI="),  Text("QUJD"), Text("QUJD\nQUJD\n"), Text("QUJD  \r\nQQ=="), Text("QUJDREVGR0g="),
+        Text("+/+/"), Text("QU JD"), Text("Q==="), Text("QQ==QQ=="),     Text("QU\xC3JD"),       Text("QUJDR"),
+    };
+}
+
+// ---- Bundles and packages
+
+Bytes Pair(const Bytes& offered, const Bytes& held)
+{
+    return Cat(Bytes{static_cast<std::uint8_t>(offered.size() >> 8), static_cast<std::uint8_t>(offered.size())},
+               offered, held);
+}
+
+Seeds CrlBundles()
+{
+    const Bytes ca = Build(Pki().signingCa);
+    const Bytes root = Build(Pki().rootCrl);
+    const Bytes laterRoot = Build(UpdatedOn("260101", Pki().rootCrl));
+    const Bytes revoking = Build(LongCrl(UpdatedOn("260101", Pki().rootCrl)));
+    const Bytes signing = Build(Pki().signingCrl);
+    const Bytes laterSigning = Build(UpdatedOn("260101", Pki().signingCrl));
+    return {
+        Pair(root, root),
+        Pair(laterRoot, root),
+        Pair(root, laterRoot),
+        Pair(Cat(root, ca, laterSigning), Cat(ca, signing, root)),
+        Pair(Cat(laterRoot, ca, signing), Cat(root, ca, laterSigning)),
+        Pair(Cat(laterRoot, ca, signing), root),
+        Pair(revoking, Cat(root, ca, signing)),
+        Pair(Cat(root, laterRoot), root),
+        Pair(Pem("X509 CRL", laterRoot), root),
+        Pair(DailyCrls(Pki().rootCrl, 3), root),
+    };
+}
+
+Seeds Packages()
+{
+    const DemoPki& pki = Pki();
+    const Bytes cms = DetachedCms(Payload(), DemoCms(pki));
+    const Bytes lenient = DetachedCms(Payload(), Lenient(DemoCms(pki, Lenient(DemoToken(pki))), oid::data));
+    PackageSpec noSignature = SignedPackage(Payload(), {}, pki.Crls());
+    PackageSpec liar = SignedPackage(Payload(), cms, pki.Crls());
+    liar.subFiles[1].length = 0xFFFFFFF0;
+    liar.subFiles[2].offset = 0xFFFFFEA0;
+    PackageSpec unsignedPackage;
+    unsignedPackage.subFiles = {{subfile::payload, Payload()}};
+    return BuildAll<PackageSpec>({
+        SignedPackage(Payload(), cms, pki.Crls()),
+        SignedPackage(Payload(), lenient, pki.Crls()),
+        SignedPackage(Payload(), cms, Build(LongCrl(pki.rootCrl))),
+        noSignature,
+        liar,
+        unsignedPackage,
+    });
+}
+
+struct NamedSeeds {
+    const char* target;
+    Seeds (*make)();
+};
+constexpr NamedSeeds kSeeds[] = {
+    {"certificate", Certificates}, {"crl", Crls},     {"extension", Extensions}, {"cms", Signatures},
+    {"timestamp", Timestamps},     {"pem", PemTexts}, {"base64", Base64Texts},   {"crl_bundle", CrlBundles},
+    {"package", Packages},
+};
+
+void Write(const std::filesystem::path& path, const Bytes& content)
+{
+    std::ofstream file(path, std::ios::binary);
+    file.exceptions(std::ios::failbit | std::ios::badbit);
+    file.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+}
+
+} // namespace
+
+} // namespace pnvfuzz
+
+int main(int argc, char** argv)
+{
+    using namespace pnvfuzz;
+    if (argc != 2) {
+        std::fputs("usage: fuzz_seeds DIRECTORY\n", stderr);
+        return 1;
+    }
+    for (const NamedSeeds& seeds : kSeeds) {
+        const std::filesystem::path directory = std::filesystem::path(argv[1]) / seeds.target;
+        std::filesystem::create_directories(directory);
+        std::size_t number = 0;
+        for (const Bytes& seed : seeds.make()) Write(directory / ("seed" + std::to_string(++number)), seed);
+    }
+    return 0;
+}
