@@ -68,7 +68,7 @@ const Target& TargetOf(std::string_view name)
     Misuse("there is no such target");
 }
 
-Outcome Run(const Target& target, Crypto crypto, const Input& input)
+Outcome RunInput(const Target& target, Crypto crypto, const Input& input)
 {
     CallbackPlan plan;
     if (crypto == Crypto::Lenient) MakeLenient(plan);

@@ -45,7 +45,7 @@ struct Outcome {
     bool taken;
     std::vector<std::string> problems; // must be empty
 };
-Outcome Run(const Target& target, Crypto crypto, const Input& input);
+Outcome RunInput(const Target& target, Crypto crypto, const Input& input);
 
 // Throws, and so makes a problem, unless the condition holds.
 void Require(bool condition, const char* promise);

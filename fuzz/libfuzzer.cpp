@@ -11,7 +11,7 @@ __attribute__((section("__libfuzzer_extra_counters"), used)) static std::uint8_t
 
 static void RunWith(const Target& target, Crypto crypto, const Input& input)
 {
-    const Outcome outcome = Run(target, crypto, input);
+    const Outcome outcome = RunInput(target, crypto, input);
     for (const std::string& problem : outcome.problems) std::fprintf(stderr, "%s\n", problem.c_str());
     if (!outcome.problems.empty()) std::abort();
     s_taken[static_cast<std::size_t>(crypto)] = outcome.taken;

@@ -10,7 +10,6 @@ namespace pnvfuzz {
 
 namespace {
 
-// Inputs of each kind that were taken, in this order of Crypto.
 class FuzzCorpus : public ::testing::TestWithParam<Target> {};
 
 std::string NameOf(const ::testing::TestParamInfo<Target>& target)
@@ -23,12 +22,12 @@ std::string NameOf(const ::testing::TestParamInfo<Target>& target)
 // A corpus whose good inputs have gone stale is as bad as an empty one: with either cryptography one must be taken.
 TEST_P(FuzzCorpus, RunsCleanAndReachesTheEnd)
 {
-    std::size_t taken[2] = {};
+    std::size_t taken[2] = {}; // by Crypto
     for (const auto& file : std::filesystem::directory_iterator(std::string(FUZZ_CORPUS "/") + GetParam().name)) {
         SCOPED_TRACE(file.path());
         const ExactHeap octets(ReadWholeFile(file.path()));
         for (Crypto crypto : {Crypto::Real, Crypto::Lenient}) {
-            const Outcome outcome = Run(GetParam(), crypto, {octets.data(), Len(octets)});
+            const Outcome outcome = RunInput(GetParam(), crypto, {octets.data(), Len(octets)});
             EXPECT_EQ(outcome.problems, std::vector<std::string>());
             taken[static_cast<std::size_t>(crypto)] += outcome.taken;
         }

@@ -89,5 +89,5 @@ fi
 
 if [ "$merge" = --merge ]; then
     for name in $targets; do merge "$name"; done
-    du -sh fuzz/corpus
+    du -sh --apparent-size fuzz/corpus
 fi
