@@ -6,16 +6,16 @@
 
 namespace pnvfuzz {
 
-bool FuzzBase64(CallbackPlan& plan, const Input& input)
+bool FuzzBase64(const Trial& trial)
 {
-    Context ctx(plan);
-    const auto* const text = reinterpret_cast<const PNV_CHAR*>(input.data);
+    Context ctx(trial.plan);
+    const auto* const text = reinterpret_cast<const PNV_CHAR*>(trial.data);
     PNV_UINT32 size = 0;
-    if (pelnic_base64_decode(ctx.Record(), text, input.size, nullptr, &size) != 0) return false;
-    Require(size <= input.size, "decoding makes nothing longer");
+    if (pelnic_base64_decode(ctx.Record(), text, trial.size, nullptr, &size) != 0) return false;
+    Require(size <= trial.size, "decoding makes nothing longer");
     ExactHeap decoded{Bytes(size)};
     PNV_UINT32 written = size;
-    Require(pelnic_base64_decode(ctx.Record(), text, input.size, decoded.data(), &written) == 0,
+    Require(pelnic_base64_decode(ctx.Record(), text, trial.size, decoded.data(), &written) == 0,
             "a text that was sized is decoded");
     Require(written <= size, "no more is written than the size");
     return written != 0;

@@ -28,24 +28,34 @@ void Ask(const PELNIC_VRF* vrf, const PELNIC_X509_CERT& cert)
     pelnic_free(vrf, name);
 }
 
+bool IsValid(PELNIC_VRF* vrf, const PELNIC_X509_CERT& cert)
+{
+    PNV_BOOL valid = 0;
+    return pelnic_pki_verify_cert(vrf, &cert, 1, &valid) == 0 && valid == 1;
+}
+
 } // namespace
 
-bool FuzzCertificate(CallbackPlan& plan, const Input& input)
+bool FuzzCertificate(const Trial& trial)
 {
-    Device device(plan);
+    Device device(trial.plan);
     device.AddCrls();
     PELNIC_VRF* const vrf = device.Record();
     _pnvSyncCrl(vrf);
 
     PELNIC_X509_CERT* decoded = nullptr;
     PNV_UINT32 consumed = 0;
-    if (pelnic_x509_decode_cert(vrf, input.data, input.size, &decoded, &consumed) != 0) return false;
+    if (pelnic_x509_decode_cert(vrf, trial.data, trial.size, &decoded, &consumed) != 0) return false;
     const OwnedCert cert(decoded, {vrf});
-    Require(consumed <= input.size, "a certificate ends inside its input");
+    Require(consumed <= trial.size, "a certificate ends inside its input");
     Ask(vrf, *cert);
-    (void)pelnic_verify_add_cert(device, input.data, input.size);
-    PNV_BOOL valid = 0;
-    return pelnic_pki_verify_cert(vrf, cert.get(), 1, &valid) == 0 && valid == 1;
+    const bool valid = IsValid(vrf, *cert);
+    if (valid && trial.crypto == Crypto::Real) {
+        const OwnedCert forged = DecodeCert(vrf, WithOtherEnd(trial.data, consumed));
+        Require(!IsValid(vrf, *forged), "a certificate with another signature is not valid");
+    }
+    (void)pelnic_verify_add_cert(device, trial.data, trial.size);
+    return valid;
 }
 
 } // namespace pnvfuzz

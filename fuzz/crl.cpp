@@ -20,25 +20,36 @@ void Ask(const PELNIC_VRF* vrf, const PELNIC_X509_CRL& crl)
     }
 }
 
-} // namespace
-
-bool FuzzCrl(CallbackPlan& plan, const Input& input)
+// Whether a CA below the root is valid by these CRLs.
+bool CaIsValid(CallbackPlan& plan, const std::uint8_t* crls, PNV_UINT32 size)
 {
     Device device(plan);
-    PELNIC_VRF* const vrf = device.Record();
+    (void)pelnic_verify_add_crl(device, crls, size);
+    _pnvSyncCrl(device.Record());
+    static const Bytes encoded = Build(Pki().signingCa);
+    const OwnedCert ca = DecodeCert(device.Record(), encoded);
+    PNV_BOOL valid = 0;
+    return pelnic_pki_verify_cert(device.Record(), ca.get(), 1, &valid) == 0 && valid == 1;
+}
+
+} // namespace
+
+bool FuzzCrl(const Trial& trial)
+{
+    Context ctx(trial.plan);
     PELNIC_X509_CRL* decoded = nullptr;
     PNV_UINT32 consumed = 0;
-    if (pelnic_x509_decode_crl(vrf, input.data, input.size, &decoded, &consumed) != 0) return false;
-    const OwnedCrl crl(decoded, {vrf});
-    Require(consumed <= input.size, "a CRL ends inside its input");
-    Ask(vrf, *crl);
+    if (pelnic_x509_decode_crl(ctx.Record(), trial.data, trial.size, &decoded, &consumed) != 0) return false;
+    const OwnedCrl crl(decoded, {ctx.Record()});
+    Require(consumed <= trial.size, "a CRL ends inside its input");
+    Ask(ctx.Record(), *crl);
 
-    (void)pelnic_verify_add_crl(device, input.data, input.size);
-    _pnvSyncCrl(vrf);
-    static const Bytes signingCa = Build(Pki().signingCa);
-    const OwnedCert ca = DecodeCert(vrf, signingCa);
-    PNV_BOOL valid = 0;
-    return pelnic_pki_verify_cert(vrf, ca.get(), 1, &valid) == 0 && valid == 1;
+    const bool valid = CaIsValid(trial.plan, trial.data, consumed);
+    if (valid && trial.crypto == Crypto::Real) {
+        const Bytes forged = WithOtherEnd(trial.data, consumed);
+        Require(!CaIsValid(trial.plan, forged.data(), Len(forged)), "nothing is valid by a CRL with another signature");
+    }
+    return valid;
 }
 
 } // namespace pnvfuzz

@@ -31,15 +31,15 @@ private:
 
 } // namespace
 
-bool FuzzCrlBundle(CallbackPlan& plan, const Input& input)
+bool FuzzCrlBundle(const Trial& trial)
 {
-    if (input.size < 2) return false;
-    const std::uint8_t* const begin = input.data + 2;
-    const std::uint8_t* const end = input.data + input.size;
-    const std::ptrdiff_t first = std::min<std::ptrdiff_t>(input.data[0] << 8 | input.data[1], end - begin);
+    if (trial.size < 2) return false;
+    const std::uint8_t* const begin = trial.data + 2;
+    const std::uint8_t* const end = trial.data + trial.size;
+    const std::ptrdiff_t first = std::min<std::ptrdiff_t>(trial.data[0] << 8 | trial.data[1], end - begin);
 
-    const Bundle offered(plan, begin, begin + first);
-    const Bundle held(plan, begin + first, end);
+    const Bundle offered(trial.plan, begin, begin + first);
+    const Bundle held(trial.plan, begin + first, end);
     PELNIC_CRL_PERIOD_STAT stat = SCPS_MIX;
     return pelnic_crl_compare(offered.Ctx(), offered.Info(), held.Info(), &stat) == 0;
 }

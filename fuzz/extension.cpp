@@ -5,7 +5,7 @@
 
 namespace pnvfuzz {
 
-bool FuzzExtension(CallbackPlan& plan, const Input& input)
+bool FuzzExtension(const Trial& trial)
 {
     static const std::vector<Bytes> identifiers = [] {
         std::vector<Bytes> contents;
@@ -17,7 +17,7 @@ bool FuzzExtension(CallbackPlan& plan, const Input& input)
         return contents;
     }();
 
-    Context ctx(plan);
+    Context ctx(trial.plan);
     const PELNIC_VRF* const vrf = ctx.Record();
     bool taken = false;
     for (Bytes identifier : identifiers) {
@@ -25,8 +25,8 @@ bool FuzzExtension(CallbackPlan& plan, const Input& input)
         entry.extnId.tag = {CBC_UNIV, CBF_PRIM, CBT_OID};
         entry.extnId.octs = identifier.data();
         entry.extnId.len = Len(identifier);
-        entry.extnValue.octs = const_cast<PNV_BYTE*>(input.data); // nothing writes there
-        entry.extnValue.len = input.size;
+        entry.extnValue.octs = const_cast<PNV_BYTE*>(trial.data); // nothing writes there
+        entry.extnValue.len = trial.size;
         void* record = nullptr;
         if (pelnic_decode_x509_extension(vrf, &entry, &record) != 0) continue;
         taken = true;

@@ -68,20 +68,20 @@ const Target& TargetOf(std::string_view name)
     Misuse("there is no such target");
 }
 
-Outcome RunInput(const Target& target, Crypto crypto, const Input& input)
+Outcome RunInput(const Target& target, Crypto crypto, const std::uint8_t* data, std::size_t size)
 {
     CallbackPlan plan;
     if (crypto == Crypto::Lenient) MakeLenient(plan);
     Outcome outcome{false, {}};
     try {
-        outcome.taken = target.run(plan, input);
+        outcome.taken = target.run({plan, crypto, data, static_cast<PNV_UINT32>(size)});
     } catch (const std::exception& problem) {
         outcome.problems.push_back(problem.what());
     }
     for (const std::string& problem : plan.Problems()) outcome.problems.push_back(problem);
-    if (plan.PeakBytes() > kFixedMemory + kMemoryPerOctet * input.size) {
-        outcome.problems.push_back(std::to_string(plan.PeakBytes()) + " octets of memory for " +
-                                   std::to_string(input.size) + " of input");
+    if (plan.PeakBytes() > kFixedMemory + kMemoryPerOctet * size) {
+        outcome.problems.push_back(std::to_string(plan.PeakBytes()) + " octets of memory for " + std::to_string(size) +
+                                   " of input");
     }
     return outcome;
 }
@@ -89,6 +89,13 @@ Outcome RunInput(const Target& target, Crypto crypto, const Input& input)
 void Require(bool condition, const char* promise)
 {
     if (!condition) throw std::logic_error(std::string("not so: ") + promise);
+}
+
+Bytes WithOtherEnd(const std::uint8_t* data, std::size_t size)
+{
+    Bytes other(data, data + size);
+    other.back() ^= 0x80;
+    return other;
 }
 
 const DemoPki& Pki()

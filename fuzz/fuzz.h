@@ -11,32 +11,33 @@ namespace pnvfuzz {
 
 using namespace pnvtest;
 
-// Borrowed; ends where its heap block ends.
-struct Input {
-    const std::uint8_t* data;
-    PNV_UINT32 size;
-};
-
 enum class Crypto { Real, Lenient };
 
 // What the lenient cryptography answers to any message, whatever the algorithm's size.
 constexpr std::uint8_t kLenientDigestOctet = 0x00;
 
-struct Target {
-    const char* name; // of the corpus, too
-    // Whether the library took the input for what the target is about. Problems that the table cannot see are thrown.
-    bool (*run)(CallbackPlan& plan, const Input& input);
+struct Trial {
+    CallbackPlan& plan;
+    Crypto crypto;            // of the plan
+    const std::uint8_t* data; // the input; ends where its heap block ends
+    PNV_UINT32 size;
 };
 
-bool FuzzCertificate(CallbackPlan& plan, const Input& input);
-bool FuzzCrl(CallbackPlan& plan, const Input& input);
-bool FuzzExtension(CallbackPlan& plan, const Input& input);
-bool FuzzCms(CallbackPlan& plan, const Input& input);
-bool FuzzTimestamp(CallbackPlan& plan, const Input& input);
-bool FuzzPem(CallbackPlan& plan, const Input& input);
-bool FuzzBase64(CallbackPlan& plan, const Input& input);
-bool FuzzCrlBundle(CallbackPlan& plan, const Input& input);
-bool FuzzPackage(CallbackPlan& plan, const Input& input);
+// Whether the library took the input for what the target is about. Problems that the plan cannot see are thrown.
+struct Target {
+    const char* name; // of the corpus, too
+    bool (*run)(const Trial& trial);
+};
+
+bool FuzzCertificate(const Trial& trial);
+bool FuzzCrl(const Trial& trial);
+bool FuzzExtension(const Trial& trial);
+bool FuzzCms(const Trial& trial);
+bool FuzzTimestamp(const Trial& trial);
+bool FuzzPem(const Trial& trial);
+bool FuzzBase64(const Trial& trial);
+bool FuzzCrlBundle(const Trial& trial);
+bool FuzzPackage(const Trial& trial);
 
 const std::vector<Target>& Targets();
 const Target& TargetOf(std::string_view name);
@@ -45,10 +46,13 @@ struct Outcome {
     bool taken;
     std::vector<std::string> problems; // must be empty
 };
-Outcome RunInput(const Target& target, Crypto crypto, const Input& input);
+Outcome RunInput(const Target& target, Crypto crypto, const std::uint8_t* data, std::size_t size);
 
 // Throws, and so makes a problem, unless the condition holds.
 void Require(bool condition, const char* promise);
+
+// A signed object as it is, but for the last octet of the signature that it ends with.
+Bytes WithOtherEnd(const std::uint8_t* data, std::size_t size);
 
 // ---- What the inputs are judged by: the PKI whose root the tests' checker trusts
 

@@ -26,25 +26,25 @@ namespace pnvfuzz {
 namespace {
 
 // The path of a file with this content, the same for every input.
-std::string FileWith(const Input& input)
+std::string FileWith(const Trial& trial)
 {
     static const int fd = memfd_create("package", MFD_CLOEXEC);
-    Require(ftruncate(fd, 0) == 0 && pwrite(fd, input.data, input.size, 0) == static_cast<ssize_t>(input.size),
+    Require(ftruncate(fd, 0) == 0 && pwrite(fd, trial.data, trial.size, 0) == static_cast<ssize_t>(trial.size),
             "the input can be written to a file");
     return "/proc/self/fd/" + std::to_string(fd);
 }
 
 } // namespace
 
-bool FuzzPackage(CallbackPlan& plan, const Input& input)
+bool FuzzPackage(const Trial& trial)
 {
-    std::string path = FileWith(input);
+    std::string path = FileWith(trial);
     char program[] = "pkgcheck";
     char* argv[] = {program, path.data(), nullptr};
-    s_table = &plan.Table();
+    s_table = &trial.plan.Table();
     const int status = pkgcheck_run(2, argv);
     s_table = nullptr;
-    return status == 0 && !plan.VerifyRequests().empty(); // not for lack of a signature
+    return status == 0 && !trial.plan.VerifyRequests().empty(); // not for lack of a signature
 }
 
 } // namespace pnvfuzz

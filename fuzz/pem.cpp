@@ -3,13 +3,13 @@
 
 namespace pnvfuzz {
 
-bool FuzzPem(CallbackPlan& plan, const Input& input)
+bool FuzzPem(const Trial& trial)
 {
-    Device device(plan);
+    Device device(trial.plan);
     device.AddCrls();
-    const bool isCert = pelnic_verify_add_cert(device, input.data, input.size) == 0;
-    const bool isCrl = pelnic_verify_add_crl(device, input.data, input.size) == 0;
-    return pelnic_verify_detach_signature_begin(device, input.data, input.size) == 0 || isCert || isCrl;
+    const bool isCert = pelnic_verify_add_cert(device, trial.data, trial.size) == 0;
+    const bool isCrl = pelnic_verify_add_crl(device, trial.data, trial.size) == 0;
+    return pelnic_verify_detach_signature_begin(device, trial.data, trial.size) == 0 || isCert || isCrl;
 }
 
 } // namespace pnvfuzz

@@ -27,7 +27,7 @@ TEST_P(FuzzCorpus, RunsCleanAndReachesTheEnd)
         SCOPED_TRACE(file.path());
         const ExactHeap octets(ReadWholeFile(file.path()));
         for (Crypto crypto : {Crypto::Real, Crypto::Lenient}) {
-            const Outcome outcome = RunInput(GetParam(), crypto, {octets.data(), Len(octets)});
+            const Outcome outcome = RunInput(GetParam(), crypto, octets.data(), octets.size());
             EXPECT_EQ(outcome.problems, std::vector<std::string>());
             taken[static_cast<std::size_t>(crypto)] += outcome.taken;
         }

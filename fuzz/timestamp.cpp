@@ -6,27 +6,27 @@ namespace pnvfuzz {
 
 namespace {
 
-void DecodeTstInfo(const PELNIC_VRF* vrf, const Input& input)
+void DecodeTstInfo(const PELNIC_VRF* vrf, const Trial& trial)
 {
     PELNIC_TST_INFO* info = nullptr;
     PNV_UINT32 consumed = 0;
-    if (pelnic_decode_timestamp_token(vrf, input.data, input.size, &info, &consumed) != 0) return;
-    Require(consumed <= input.size, "a TSTInfo ends inside its input");
+    if (pelnic_decode_timestamp_token(vrf, trial.data, trial.size, &info, &consumed) != 0) return;
+    Require(consumed <= trial.size, "a TSTInfo ends inside its input");
     pelnic_free_timestamp_token(vrf, info);
 }
 
 } // namespace
 
-bool FuzzTimestamp(CallbackPlan& plan, const Input& input)
+bool FuzzTimestamp(const Trial& trial)
 {
     static const CmsSpec demo = DemoCms(Pki());
     CmsSpec cms = demo;
     cms.signers[0].unsignedAttributes = {
-        [&](const Bytes&) { return Attribute(oid::timestampToken, Bytes(input.data, input.data + input.size)); }};
+        [&](const Bytes&) { return Attribute(oid::timestampToken, Bytes(trial.data, trial.data + trial.size)); }};
 
-    Device device(plan);
+    Device device(trial.plan);
     device.AddCrls();
-    DecodeTstInfo(device.Record(), input);
+    DecodeTstInfo(device.Record(), trial);
     return Begin(device, DetachedCms(Payload(), cms)) == 0;
 }
 
