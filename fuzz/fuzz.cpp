@@ -50,24 +50,6 @@ void MakeLenient(CallbackPlan& plan)
 
 } // namespace
 
-const std::vector<Target>& Targets()
-{
-    static const std::vector<Target> targets = {
-        {"certificate", FuzzCertificate}, {"crl", FuzzCrl}, {"extension", FuzzExtension}, {"cms", FuzzCms},
-        {"timestamp", FuzzTimestamp},     {"pem", FuzzPem}, {"base64", FuzzBase64},       {"crl_bundle", FuzzCrlBundle},
-        {"package", FuzzPackage},
-    };
-    return targets;
-}
-
-const Target& TargetOf(std::string_view name)
-{
-    for (const Target& target : Targets()) {
-        if (target.name == name) return target;
-    }
-    Misuse("there is no such target");
-}
-
 Outcome RunInput(const Target& target, Crypto crypto, const std::uint8_t* data, std::size_t size)
 {
     CallbackPlan plan;

@@ -39,8 +39,11 @@ bool FuzzBase64(const Trial& trial);
 bool FuzzCrlBundle(const Trial& trial);
 bool FuzzPackage(const Trial& trial);
 
-const std::vector<Target>& Targets();
-const Target& TargetOf(std::string_view name);
+constexpr Target kTargets[] = {
+    {"certificate", FuzzCertificate}, {"crl", FuzzCrl}, {"extension", FuzzExtension}, {"cms", FuzzCms},
+    {"timestamp", FuzzTimestamp},     {"pem", FuzzPem}, {"base64", FuzzBase64},       {"crl_bundle", FuzzCrlBundle},
+    {"package", FuzzPackage},
+};
 
 struct Outcome {
     bool taken;
