@@ -80,8 +80,7 @@ if [ "$minutes" -gt 0 ]; then
         lane=$((lane + 1))
     done
     wait
-    # shellcheck disable=SC2086 # one word for each target
-    (cd "$run/log" && awk -f ../../../../fuzz/table.awk $targets)
+    awk -f fuzz/table.awk "$run"/log/*
 fi
 
 if [ -n "$(ls "$run/findings")" ]; then

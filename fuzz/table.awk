@@ -5,7 +5,12 @@ BEGIN {
     printf row, "target", "executions", "edges", "features", "inputs", "size"
 }
 
-FNR == 1 { if (NR > 1) print_row(); target = FILENAME; executions = edges = total = features = corpus[1] = corpus[2] = "-" }
+FNR == 1 {
+    if (NR > 1) print_row()
+    target = FILENAME
+    sub(/.*\//, "", target)
+    executions = edges = total = features = corpus[1] = corpus[2] = "-"
+}
 /^INFO: Loaded .* inline 8-bit counters/ { total = $5; gsub(/[^0-9]/, "", total) }
 / cov: .* corp: / {
     for (i = 1; i < NF; i++) {
