@@ -49,12 +49,24 @@ fuzz_lane() # LANE SECONDS
     done
 }
 
+# Octets of the longest input that is kept, seeds aside: damaged signatures need no package around them.
+max_kept()
+{
+    case $1 in
+        package) echo 2048 ;;
+        *) max_len "$1" ;;
+    esac
+}
+
 # Edges without their counts: an input more for every other count of rounds would be an input too many.
 merge() # TARGET
 {
-    rm -rf "$run/merged"
-    mkdir "$run/merged"
-    libfuzzer "$1" -merge=1 -use_counters=0 "$run/merged" "fuzz/corpus/$1" "$run/corpus/$1" "$run/seeds/$1" \
+    rm -rf "$run/merged" "$run/offered"
+    mkdir "$run/merged" "$run/offered"
+    for directory in "$run/corpus/$1" "fuzz/corpus/$1"; do
+        find "$directory" -type f -size "-$(max_kept "$1")c" -exec cp -t "$run/offered" {} +
+    done
+    libfuzzer "$1" -merge=1 -use_counters=0 "$run/merged" "$run/offered" "$run/seeds/$1" \
         >"$run/log/$1.merge" 2>&1 || { cat "$run/log/$1.merge"; exit 1; }
     rm -rf "fuzz/corpus/$1"
     mv "$run/merged" "fuzz/corpus/$1"
