@@ -4,7 +4,7 @@
 # packages and lists of this machine stay as they are.
 set -eu
 
-packages="libssl3 libssl-dev libsafec3 libsafec-dev"
+packages="libssl3 libssl-dev libsafec3 libsafec-dev libmbedcrypto7 libmbedtls-dev"
 
 mkdir -p "$1"
 cd "$1"

@@ -17,6 +17,7 @@ namespace pnvtest {
 namespace {
 
 #include "data/rsa_vectors.inc"
+#include "data/sha2_vectors.inc"
 
 // What a step writes to the standard streams.
 struct Output {
@@ -638,33 +639,6 @@ public:
 
 private:
     PELNIC_CRYPTO_MD_CTX ctx_ = nullptr;
-};
-
-constexpr std::string_view kSha256OfAbc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-constexpr std::string_view kSha384OfAbc = "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed"
-                                          "8086072ba1e7cc2358baeca134c825a7";
-constexpr std::string_view kSha512OfAbc = "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
-                                          "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f";
-
-// The examples of FIPS 180: "abc", nothing, and a million times "a".
-struct Sha2Vector {
-    PNV_UINT32 hashId;
-    std::string_view ofAbc;
-    std::string_view ofNothing;
-    std::string_view ofMillion;
-};
-
-constexpr Sha2Vector kSha2Vectors[] = {
-    {AOID_SHA256, kSha256OfAbc, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
-     "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
-    {AOID_SHA384, kSha384OfAbc,
-     "38b060a751ac96384cd9327eb1b1e36a21fdb71114be07434c0cc7bf63f6e1da274edebfe76f65fbd51ad2f14898b95b",
-     "9d0e1809716474cb086e834e310a4a1ced149e9c00f248527972cec5704c2a5b07b8b3dc38ecc4ebae97ddd87f3d8985"},
-    {AOID_SHA512, kSha512OfAbc,
-     "cf83e1357eefb8bdf1542850d66d8007d620e4050b5715dc83f4a921d36ce9ce"
-     "47d0d13c5d85f2b0ff8318d2877eec2f63b931bd47417a81a538327af927da3e",
-     "e718483d0ce769644e2e42c7bc15b4638e1f98b13b2044285632a803afa973eb"
-     "de0ff244877ea60a4cb0432ce577c31beb009c5c2c49aa2e4eadb217ad8cc09b"},
 };
 
 TEST(Sha2Vectors, OneUpdate)

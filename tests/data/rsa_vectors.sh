@@ -15,7 +15,7 @@ constant() { # name, file
 }
 key_file() {
     case $1 in
-    1032) echo TEST-ONLY-rsa1032.pem ;;
+    1024 | 1032 | 2048-e*) echo "TEST-ONLY-rsa$1.pem" ;;
     2048) echo ../support/test_keys/TEST-ONLY-rsa2048-a.pem ;;
     *) echo "../support/test_keys/TEST-ONLY-rsa$1.pem" ;;
     esac
@@ -28,15 +28,17 @@ sign() { openssl dgst "-sha$2" -sign "$1" -out "$3" "$4"; } # key, bits, signatu
 raw() { openssl pkeyutl -decrypt -inkey "$(key_file 2048)" -pkeyopt rsa_padding_mode:none -in "$1" -out "$2"; }
 
 echo '// Written by rsa_vectors.sh: moduli of the test keys and their signatures over "abc", in hexadecimal.'
-for bits in 2048 3072 4096 1032; do
+for bits in 1024 2048 3072 4096 1032 2048-e3 2048-e4294967297; do
     key=$(key_file "$bits")
+    name=$(echo "$bits" | sed s/-e/E/)
     modulus=$(openssl rsa -in "$key" -noout -modulus)
     unhex "${modulus#Modulus=}" >"$work/modulus"
-    constant "kModulus$bits" "$work/modulus"
-    for hash in 256 384 512; do
-        if [ "$bits" = 1032 ] && [ "$hash" != 256 ]; then continue; fi
+    constant "kModulus$name" "$work/modulus"
+    hashes="256 384 512"
+    case $bits in 1032 | *-e*) hashes=256 ;; esac
+    for hash in $hashes; do
         sign "$key" "$hash" "$work/signature" "$work/message"
-        constant "kSignature${bits}Sha$hash" "$work/signature"
+        constant "kSignature${name}Sha$hash" "$work/signature"
     done
 done
 
