@@ -66,11 +66,87 @@ issued()
             2>/dev/null
 }
 
+# says_no_crl COMMAND: a consumer takes the root for its CRL file, and so comes to the library's refusal of a file
+# without CRL.
+says_no_crl()
+{
+    output=$("$@" "$dir/root.pem" "$dir/root.pem" "$dir/root.pem" "$dir/root.pem") || true
+    [ "$output" = "refused: code 0x88200102, result 0" ] || fail "$*: $output"
+}
+
+# find_package_consumer KIND: configures a C project on the library of that kind in $dir/prefix.
+find_package_consumer()
+{
+    mkdir -p "$dir/consumer"
+    cat >"$dir/consumer/CMakeLists.txt" <<END
+cmake_minimum_required(VERSION 3.25)
+project(consumer LANGUAGES C)
+find_package(cmsverify 1.0 REQUIRED COMPONENTS $1)
+add_executable(consumer "$dir/prefix/share/doc/cmsverify/examples/verify_files.c")
+set_target_properties(consumer PROPERTIES LINKER_LANGUAGE C)
+target_link_libraries(consumer PRIVATE cmsverify::cmsverify)
+END
+    "$CMAKE" --fresh -S "$dir/consumer" -B "$dir/consumer/build" -DCMAKE_PREFIX_PATH="$dir/prefix"
+}
+
+# find_package_serves KIND LIBRARIES: the consumer builds, runs, and loads these.
+find_package_serves()
+{
+    find_package_consumer "$1"
+    "$CMAKE" --build "$dir/consumer/build"
+    says_no_crl "$dir/consumer/build/consumer"
+    "$tests/check_binary.sh" libraries "$2" "$dir/consumer/build/consumer"
+}
+
+# pkg_config_consumer OPTION...
+pkg_config_consumer()
+{
+    flags=$(PKG_CONFIG_PATH="$dir/prefix/lib/pkgconfig" pkg-config --cflags --libs "$@" cmsverify)
+    # shellcheck disable=SC2086 # one word for each flag
+    ${CC:-cc} "$dir/prefix/share/doc/cmsverify/examples/verify_files.c" $flags -o "$dir/pkg_config_consumer"
+    LD_LIBRARY_PATH=$dir/prefix/lib says_no_crl "$dir/pkg_config_consumer"
+}
+
+# install: into a prefix that is moved afterwards, since packages are not built where they end up.
+install()
+{
+    certificate root "$ca" "$usage"
+    rm -rf "$dir/first" "$dir/prefix"
+    "$CMAKE" --install "$dir/build" --prefix "$dir/first"
+    mv "$dir/first" "$dir/prefix"
+}
+
 shared_library()
 {
-    build "$source" -DBUILD_SHARED_LIBS=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,-z,defs
+    build "$source" -DBUILD_SHARED_LIBS=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,-z,defs -DCMAKE_INSTALL_LIBDIR=lib
     "$tests/check_binary.sh" exports "$tests/exported_symbols.txt" "$dir/build/libcmsverify.so"
     "$tests/check_binary.sh" libraries "libc libcmsverify libcrypto libsafec" "$dir/build/pkgcheck"
+
+    install
+    "$tests/check_binary.sh" soname libcmsverify.so.1 "$dir/prefix/lib/libcmsverify.so.1.0.0"
+    LD_LIBRARY_PATH=$dir/prefix/lib "$dir/prefix/bin/pkgcheck" "$dir/root.pem" | grep -q '^Error: Check cms fail'
+    find_package_serves shared "libc libcmsverify libcrypto libsafec"
+    find_package_serves static "libc libcrypto libsafec"
+    pkg_config_consumer
+    pkg_config_consumer --static
+
+    # The examples as a project of their own.
+    "$CMAKE" --fresh -S "$dir/prefix/share/doc/cmsverify/examples" -B "$dir/examples" \
+        -DCMAKE_PREFIX_PATH="$dir/prefix"
+    "$CMAKE" --build "$dir/examples"
+    printf 0123456789 >"$dir/digits"
+    "$dir/examples/check_callbacks" "$dir/digits"
+}
+
+static_library()
+{
+    build "$source" -DCMAKE_INSTALL_LIBDIR=lib
+    install
+    pkg_config_consumer
+    "$tests/check_binary.sh" libraries "libc libcrypto libsafec" "$dir/pkg_config_consumer"
+    find_package_serves static "libc libcrypto libsafec"
+    if find_package_consumer shared >"$dir/log" 2>&1; then fail "there is no shared library, and it was found"; fi
+    grep -qF "There is no library of the kind 'shared'." "$dir/log"
 }
 
 # Linked with no undefined symbol left, and configured where neither OpenSSL nor pkg-config can be found.

@@ -65,4 +65,10 @@ exports()
     refuse "public but not exported" "$(echo "$offered" | grep -vxFf - "$1")"
 }
 
+# soname NAME LIBRARY
+soname()
+{
+    "$READELF" -dW "$2" | grep -qF "Library soname: [$1]" || { echo "no soname $1"; exit 1; }
+}
+
 "$@"
