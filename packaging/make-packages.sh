@@ -1,0 +1,26 @@
+#!/bin/sh
+# packaging/make-packages.sh [ARCH...]
+# Builds the Debian packages for this machine and for armhf, or for those named, into build/packages. The checker gets
+# the root certificate that PKGCHECK_ROOT_CERT in the environment names.
+set -eu
+cd "$(dirname "$0")/.."
+native=$(dpkg --print-architecture)
+[ $# -gt 0 ] || set -- "$native" armhf
+
+for arch; do
+    build=$PWD/build/packages/$arch
+    if [ "$arch" = "$native" ]; then
+        triplet=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
+        cmake --preset release -B "$build" -DPKGTOOL=ON
+    else
+        triplet=arm-linux-gnueabihf
+        cmake/arm-sysroot.sh "$build/sysroot"
+        cmake --preset arm -B "$build" -DCMSVERIFY_BUILD_TESTS=OFF -DCMSVERIFY_BUILD_EXAMPLES=OFF
+    fi
+    cmake -B "$build" -DCMSVERIFY_CHECK_BINARIES=OFF -DBUILD_SHARED_LIBS=ON -DCMAKE_INSTALL_PREFIX=/usr \
+        -DCMAKE_INSTALL_LIBDIR="lib/$triplet" -DCPACK_DEBIAN_PACKAGE_ARCHITECTURE="$arch" \
+        -DPKGCHECK_ROOT_CERT="${PKGCHECK_ROOT_CERT:-}"
+    cmake --build "$build"
+    (cd "$build" && cpack -B "$OLDPWD/build/packages")
+done
+rm -rf build/packages/_CPack_Packages
