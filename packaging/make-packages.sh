@@ -1,11 +1,15 @@
 #!/bin/sh
 # packaging/make-packages.sh [ARCH...]
-# Builds the Debian packages for this machine and for armhf, or for those named, into build/packages. The checker gets
-# the root certificate that PKGCHECK_ROOT_CERT in the environment names.
+# Builds the Debian packages for this machine and for armhf, or for those named, into build/packages. Does its own
+# set-up on a bare Debian 12 as root. The checker gets the root certificate that PKGCHECK_ROOT_CERT in the environment
+# names.
 set -eu
 cd "$(dirname "$0")/.."
 native=$(dpkg --print-architecture)
 [ $# -gt 0 ] || set -- "$native" armhf
+
+cmake/install-packages.sh cmake ninja-build pkgconf g++ dpkg-dev file libssl-dev libsafec-dev libcli11-dev \
+    libcurl4-openssl-dev nlohmann-json3-dev openssl
 
 for arch; do
     build=$PWD/build/packages/$arch
@@ -14,6 +18,7 @@ for arch; do
         cmake --preset release -B "$build" -DPKGTOOL=ON
     else
         triplet=arm-linux-gnueabihf
+        cmake/install-packages.sh g++-arm-linux-gnueabihf libc6-dev-armhf-cross
         cmake/arm-sysroot.sh "$build/sysroot"
         cmake --preset arm -B "$build" -DCMSVERIFY_BUILD_TESTS=OFF -DCMSVERIFY_BUILD_EXAMPLES=OFF
     fi

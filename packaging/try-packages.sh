@@ -27,12 +27,15 @@ for package in "$@" "$packages"/libcmsverify-dev_*_"$arch.deb"; do
     dpkg-deb -c "$package" | awk '$1 !~ /^d/ { print "  " $3, $6, $7, $8 }'
 done
 
+install_packages=$(dirname "$0")/../cmake/install-packages.sh
 if [ "$arch" = "$(dpkg --print-architecture)" ]; then
+    "$install_packages" debootstrap
     debootstrap --variant=minbase bookworm "$root" >"$work/log" 2>&1 || { tail "$work/log"; exit 1; }
     cp "$@" "$root/tmp"
     chroot "$root" sh -c 'apt-get -q -y --no-install-recommends install /tmp/*.deb'
     runner=
 else
+    "$install_packages" qemu-user-static
     mkdir -p "$work/lists/partial" "$work/cache/archives/partial"
     apt()
     {

@@ -137,6 +137,16 @@ shared_library()
     "$CMAKE" --build "$dir/examples"
     printf 0123456789 >"$dir/digits"
     "$dir/examples/check_callbacks" "$dir/digits"
+
+    # The same as Debian packages, which name what they need.
+    "$CMAKE" --build "$dir/build" --target package
+    rm -rf "$dir/root"
+    for name in libcmsverify1 libcmsverify-dev pkgcheck; do
+        dpkg-deb -x "$dir/build/$name"_1.0.0-1_*.deb "$dir/root"
+    done
+    dpkg-deb -f "$dir"/build/pkgcheck_*.deb Depends | grep -q '^libcmsverify1 (= 1.0.0-1), libc6 .*, libsafec3 '
+    (cd "$dir/root/usr" && find . -type f) | sort >"$dir/packaged"
+    (cd "$dir/prefix" && find . -type f) | sort | diff - "$dir/packaged"
 }
 
 static_library()

@@ -1,0 +1,21 @@
+#!/bin/sh
+# docs_test.sh DOCUMENT DIR
+# Runs the commands of a document: all its blocks marked sh, in their order and in one shell, at the top of a copy of
+# the sources in DIR. Blocks with another mark are only shown.
+set -eu
+source=$(cd "$(dirname "$0")/.." && pwd)
+document=$(realpath "$1")
+mkdir -p "$2"
+dir=$(realpath "$2")
+
+# A build tree from the last time stays, since paths in it are the same.
+find "$dir" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
+tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$dir" -xf -
+
+{
+    echo 'set -eux'
+    awk '/^```/ { run = !inside && $0 == "```sh"; inside = !inside; next } run' "$document"
+} >"$dir/commands.sh"
+[ "$(wc -l <"$dir/commands.sh")" -gt 1 ] || { echo "no commands in $1"; exit 1; }
+cd "$dir"
+sh commands.sh
