@@ -1,5 +1,6 @@
 # The Debian packages that cpack makes of the components of Install.cmake. packaging/make-packages.sh is the way to call
-# it, since a package's library directory is not the one of `cmake --install`.
+# it, since a package's library directory is not the one of `cmake --install`. There are packages of a build with shared
+# library and default callbacks only.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "cmsverify maintainers <cmsverify@example.com>")

@@ -1,12 +1,14 @@
 #!/bin/sh
-# packaging/try-packages.sh ARCH [DIR]
-# As root: installs the packages of ARCH from DIR (build/packages) in a root of their own, with what they depend on and
-# nothing else, runs the programs there, and prints what the packages bring in. For this machine's architecture the root
-# is a Debian made by debootstrap, and apt installs into it. For another one apt chooses the packages, which are
-# unpacked, and qemu runs them.
+# packaging/try-packages.sh ARCH [SIGNED]
+# As root: installs the packages of ARCH from build/packages in a root of their own, with what they depend on and
+# nothing else, runs the programs there, and prints what the packages bring in. The checker has to accept the firmware
+# package SIGNED, if there is one. For this machine's architecture the root is a Debian made by debootstrap, and apt
+# installs into it. For another one apt chooses the packages, which are unpacked, and qemu runs them.
 set -eu
 arch=$1
-packages=$(realpath "${2:-$(dirname "$0")/../build/packages}")
+signed=${2:+$(realpath "$2")}
+cd "$(dirname "$0")/.."
+packages=$PWD/build/packages
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 root=$work/root
@@ -27,15 +29,14 @@ for package in "$@" "$packages"/libcmsverify-dev_*_"$arch.deb"; do
     dpkg-deb -c "$package" | awk '$1 !~ /^d/ { print "  " $3, $6, $7, $8 }'
 done
 
-install_packages=$(dirname "$0")/../cmake/install-packages.sh
 if [ "$arch" = "$(dpkg --print-architecture)" ]; then
-    "$install_packages" debootstrap
+    cmake/install-packages.sh debootstrap
     debootstrap --variant=minbase bookworm "$root" >"$work/log" 2>&1 || { tail "$work/log"; exit 1; }
     cp "$@" "$root/tmp"
     chroot "$root" sh -c 'apt-get -q -y --no-install-recommends install /tmp/*.deb'
     runner=
 else
-    "$install_packages" qemu-user-static
+    cmake/install-packages.sh qemu-user-static
     mkdir -p "$work/lists/partial" "$work/cache/archives/partial"
     apt()
     {
@@ -76,6 +77,10 @@ word() { printf '\000\000\000%b' "\\0$1"; }
 
 expect 234 "Invalid arg count" /usr/bin/pkgcheck
 expect 255 "Check cms file fail for file(err 0x88200102)" /usr/bin/pkgcheck /tmp.pkg
+if [ -n "$signed" ]; then
+    cp "$signed" "$root/signed.pkg"
+    expect 0 "" /usr/bin/pkgcheck /signed.pkg
+fi
 [ ! -e "$root/usr/bin/pkgtool" ] ||
     expect 0 "Signs, packs and inspects firmware packages for pkgcheck." /usr/bin/pkgtool --help
 echo "$arch: good"
