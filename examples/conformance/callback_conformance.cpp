@@ -1,6 +1,6 @@
 // Shows: what the library relies on in a callback table. The result codes asked for are those that leave the library
-// unchanged, so that a device refuses with the same code whatever table it has. Compiled with -fno-exceptions it needs no
-// C++ run time.
+// unchanged, so that a device refuses with the same code whatever table it has. Compiled with -fno-exceptions it needs
+// no C++ run time.
 #include "callback_conformance.h"
 
 #include <algorithm>
