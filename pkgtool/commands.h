@@ -12,6 +12,7 @@ void addPackCommand(CLI::App& app);
 void addUnpackCommand(CLI::App& app);
 void addListCommand(CLI::App& app);
 void addCrlCommand(CLI::App& app);
+void addCodeCommand(CLI::App& app);
 
 } // namespace pkgtool
 

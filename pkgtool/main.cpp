@@ -20,6 +20,7 @@ int run(int argc, char** argv)
     pkgtool::addUnpackCommand(app);
     pkgtool::addListCommand(app);
     pkgtool::addCrlCommand(app);
+    pkgtool::addCodeCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& status) {

@@ -1,0 +1,134 @@
+#include "codes.h"
+
+#include <algorithm>
+
+namespace pkgtool {
+
+namespace {
+
+constexpr Code row(PELNIC_ERROR_CODE value, const char* name, const char* meaning, const char* advice = "")
+{
+    return {value, name, meaning, advice};
+}
+
+} // namespace
+
+#define CODE(NAME, ...) row(PELNIC_ERR_##NAME, "PELNIC_ERR_" #NAME, __VA_ARGS__)
+
+const std::vector<Code>& allCodes()
+{
+    static const std::vector<Code> codes = {
+        CODE(FAILED,
+             "The generic failure: \"different\" of comparisons, a missing context or callback, a check without a code "
+             "of its own.",
+             "The payload is not what was signed, or a sub-file lies outside the package: pack again what was signed."),
+        CODE(SYS_MEM_ALLOC, "memory could not be allocated"),
+        CODE(SYS_MEM_SET, "memset failed on a newly allocated verify context"),
+        CODE(SYS_MEM_OVERFLOW, "a fill, move or copy asked for more than the destination holds"),
+        CODE(SYS_FILE_OPEN, "a file could not be opened; logged for an empty path"),
+        CODE(SYS_FILE_READ, "fewer bytes read than the file's size"),
+        CODE(SYS_FILE_EMPTY, "file size 0"),
+        CODE(SYS_FILE_TOO_LARGE, "file larger than 2,000,000 bytes"),
+        CODE(SYS_BUF_END, "read at or beyond the end of a byte buffer"),
+        CODE(SYS_BUF_POS, "buffer cursor below the position asked for"),
+        CODE(SYS_DB_APPEND, "a data block append failed"),
+        CODE(SYS_TIME_FORMAT, "a time does not end in 'Z' or is neither of the two time types",
+             "A time is not in whole seconds of UTC: let the timestamp authority leave fractions out."),
+        CODE(SYS_BASE64, "malformed Base64 text"),
+        CODE(SYS_STR_OVERFLOW, "a string does not fit; logged for an over-long name attribute"),
+        CODE(NULL_POINTER, "a required argument is null or a length is 0",
+             "A signer has no timestamp, or the package has no CRL: sign with a timestamp, pack with --crl."),
+        CODE(INVALID_SIZE, "a size field does not equal the structure's size"),
+        CODE(CALLBACK_MISSING, "a required callback is null"),
+        CODE(NO_PKI, "the verify context has no PKI object"),
+        CODE(CERT_DUPLICATE, "already in the store (callers treat it as success)"),
+        CODE(CERT_REVOKED, "revoked by a CRL"),
+        CODE(CERT_NO_ISSUER, "no issuer in the trust store, no trust store, or no root"),
+        CODE(CERT_SIGNATURE, "issuer's signature wrong, or another issuer already recorded"),
+        CODE(CERT_ROOT_IN_CMS, "self-signed certificate in a CMS or token (logged, not returned)"),
+        CODE(CERT_USAGE, "(extended) key usage does not allow the use asked for",
+             "Issue the certificate with digitalSignature and codeSigning, or timeStamping for an authority."),
+        CODE(CERT_INVALID, "malformed or unusable certificate data", "A certificate's key is not RSA: use RSA keys."),
+        CODE(CERT_VERIFY, "certificate verification failed; algorithms differ",
+             "A certificate expired, is not valid yet, was revoked, or has no CRL or no way to the root: pkgtool "
+             "explain "
+             "tells which."),
+        CODE(CERT_VERSION, "version lower than 3 where a CA is tested"),
+        CODE(CERT_NOT_CA, "a certificate given as trust anchor is not a CA"),
+        CODE(CRL_NOT_FOUND, "no CRL found for a certificate"),
+        CODE(CERT_NOT_YET_VALID, "verification time before notBefore"),
+        CODE(CERT_EXPIRED, "verification time after notAfter"),
+        CODE(UNSUPPORTED_DIGEST, "no digest algorithm for the signature algorithm"),
+        CODE(UNSUPPORTED_ALGO, "algorithm not supported", "Use RSA keys, and SHA-256, SHA-384 or SHA-512."),
+        CODE(NO_KEY_USAGE, "key usage extension missing or empty",
+             "Issue the certificate with keyUsage = critical,digitalSignature."),
+        CODE(PATH_TOO_DEEP, "nested certificate verification deeper than the limit"),
+        CODE(CRL_FROZEN, "a CRL was added after verification began"),
+        CODE(CRL_DECODE, "CRL input not decodable, without CRL, or not storable",
+             "The CRL sub-file holds no CRL: pack CRLs in DER or PEM, each with a nextUpdate."),
+        CODE(CRL_EXPIRED, "nextUpdate before the verification time (logged, not returned)"),
+        CODE(CRL_VERIFY, "CRL signature failed, or no candidate with a verifiable issuer"),
+        CODE(CRL_EMPTY_BUNDLE, "a CRL bundle to compare holds no CRL"),
+        CODE(CRL_INVALID_ENTRY, "a CRL bundle entry is null or not valid"),
+        CODE(CRL_DUPLICATE, "the CRL is already in the store"),
+        CODE(CRL_TOO_MANY, "a CRL input holds more than 16 CRLs"),
+        CODE(CRL_DUPLICATE_ISSUER, "two CRLs of one bundle have the same issuer"),
+        CODE(CRL_ISSUER_DROPPED, "the newer bundle lacks an issuer that the older one had"),
+        CODE(CRL_NO_IDP, "no issuing distribution point extension"),
+        CODE(CMS_SIGNER_CERT_NOT_FOUND, "no certificate for a signer's issuer and serial",
+             "Put the signer's certificate into the signature."),
+        CODE(CMS_NO_MESSAGE_DIGEST, "signed attributes without message digest",
+             "Sign with the signed attribute message digest, or without signed attributes."),
+        CODE(CMS_DIGEST_CONFLICT, "two signers of one algorithm claim different digests",
+             "The signers did not sign the same payload: let all of them sign it again."),
+        CODE(CMS_FORMAT, "input under 38 bytes or PEM armour malformed",
+             "The signature is too short or its PEM armour is broken: pack the signature as it was made."),
+        CODE(CMS_DIGEST_ALGO, "digest algorithm is not SHA-256, SHA-384 or SHA-512",
+             "Sign with SHA-256, SHA-384 or SHA-512."),
+        CODE(CMS_NOT_BEGUN, "content fed with no verification in progress", "Nobody signed: sign the payload."),
+        CODE(CMS_NO_SIGNER, "nothing decoded, or no signed data or signer infos"),
+        CODE(CMS_SIGNATURE, "a signature check failed",
+             "The signature was altered, or is not RSA PKCS #1 v1.5 with SHA-2: sign again."),
+        CODE(CMS_HASH_ALGO, "digest algorithm unsupported by a verification handle",
+             "Sign with SHA-256, SHA-384 or SHA-512."),
+        CODE(CMS_DECODE, "CMS, certificate inside it, or attribute not decodable",
+             "The signature is not DER, or a signer has no timestamp that can be read: sign with pkgtool sign."),
+        CODE(TSP_CERT_NOT_FOUND, "timestamp authority's certificate not found",
+             "Ask the authority to put its certificate into the token, or add it with --chain."),
+        CODE(TSP_IMPRINT_MISMATCH, "message imprint does not match the stamped signature",
+             "The timestamp belongs to another signature: ask for one of this signature."),
+        CODE(TSP_VERIFY, "the token's own signature or digest does not verify",
+             "The timestamp token was altered: ask for a new one."),
+        CODE(TSP_DECODE, "token without content, or TSTInfo not decodable",
+             "The authority used fields that are not read, such as a tsa name or an accuracy without seconds: change "
+             "its "
+             "settings."),
+        CODE(ASN_DECODE, "any failure of a top-level decode"),
+        CODE(ASN_TAG, "a tag cannot be read, or is not the header expected"),
+        CODE(ASN_PEEK_TAG, "a tag cannot be peeked"),
+        CODE(ASN_TAG_MISMATCH, "the tag read is not the tag expected"),
+        CODE(ASN_LENGTH, "indefinite, more than four octets, or beyond the input"),
+        CODE(ASN_OCTS, "a primitive value cannot be decoded"),
+        CODE(ASN_PEEK_OCTS, "a raw element cannot be kept"),
+        CODE(ASN_ANY, "an ANY field's selector has no entry in its map"),
+        CODE(ASN_ANY_ABSENT, "an optional ANY is absent (internal)"),
+        CODE(ASN_CHOICE, "no CHOICE alternative matches"),
+        CODE(ASN_SEQ, "SEQUENCE length does not add up, or a mandatory field is missing"),
+        CODE(ASN_BITS, "malformed BIT STRING"),
+        CODE(ASN_INT, "small INTEGER or ENUMERATED of length 0 or more than 4"),
+        CODE(ASN_SETOF, "a SET OF element fails, or the elements do not fill the content"),
+        CODE(ASN_BOOL, "BOOLEAN content length not 1"),
+    };
+    return codes;
+}
+
+#undef CODE
+
+const Code* findCode(PELNIC_ERROR_CODE value)
+{
+    const std::vector<Code>& codes = allCodes();
+    const auto found = std::find_if(codes.begin(), codes.end(), [&](const Code& code) { return code.value == value; });
+    return found != codes.end() ? &*found : nullptr;
+}
+
+} // namespace pkgtool
