@@ -28,13 +28,13 @@ constexpr int NOT_STRICT = -3;
 constexpr int BAD_ARGUMENT = -22;
 
 // Ends with the word of the rules on what is in order otherwise; acceptance is the line for it.
-static int conclude(const char* refusal, const char* acceptance)
+static int conclude(const PKGCHECK_JOB* job, const char* refusal, const char* acceptance)
 {
     if (refusal != nullptr) {
-        printf("Strict: %s\n", refusal);
+        fprintf(job->out, "Strict: %s\n", refusal);
         return NOT_STRICT;
     }
-    (void)fputs(acceptance, stdout);
+    (void)fputs(acceptance, job->out);
     return 0;
 }
 
@@ -82,14 +82,12 @@ static const PNV_BYTE* subFileAddress(const PNV_BYTE* package, PNV_UINT32 offset
     return reinterpret_cast<const PNV_BYTE*>(reinterpret_cast<uintptr_t>(package) + HEADER_SIZE + offset);
 }
 
-// Where the signed package's parts lie; of two entries of one type the later one wins, unknown types are passed over.
-static PELNIC_VERIFY_SIGNATURE_S locateSubFiles(const PNV_BYTE* package, const SProgramFileHeader_S& header)
+// Of two entries of one type the later one wins, unknown types are passed over.
+PELNIC_VERIFY_SIGNATURE_S pkgcheck_locate(const PNV_BYTE* package, const SProgramFileHeader_S* header)
 {
     PELNIC_VERIFY_SIGNATURE_S sig = {};
-    sig.pCert = szCert_F;
-    sig.uiCertLength = szCert_F_size;
     for (PNV_UINT32 i = 0; i < SIGNED_SUB_FILES; ++i) {
-        const SSubFileInfo_S& entry = header.stSubFileInfo[i];
+        const SSubFileInfo_S& entry = header->stSubFileInfo[i];
         const PNV_BYTE* const start = subFileAddress(package, ntohl(entry.ulSubFileOffset));
         const PNV_UINT32 length = ntohl(entry.ulSubFileLen);
         switch (ntohl(entry.ulSubFileID)) {
@@ -120,40 +118,43 @@ static bool isInside(const PNV_BYTE* package, PNV_UINT32 packageLength, const PN
     return position >= HEADER_SIZE && PNV_UINT64{position} + length <= packageLength;
 }
 
-static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength, const SProgramFileHeader_S& header)
+static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength, const SProgramFileHeader_S* header,
+                              PKGCHECK_JOB* job)
 {
-    const PELNIC_VERIFY_SIGNATURE_S sig = locateSubFiles(package, header);
-    if (sig.uiCmsLength == 0) return conclude(pkgcheck_unsigned_refusal(), ""); // accepted silently, by design
+    PELNIC_VERIFY_SIGNATURE_S sig = pkgcheck_locate(package, header);
+    sig.pCert = job->pRoot;
+    sig.uiCertLength = job->uiRootLength;
+    if (sig.uiCmsLength == 0) return conclude(job, pkgcheck_unsigned_refusal(), ""); // accepted silently, by design
     if (sig.pCms == nullptr || sig.uiBinLength == 0 || sig.pBin == nullptr) {
-        printf("Check cms fail for no sub file, bin %p %#x cms %p %#x\n", static_cast<const void*>(sig.pBin),
-               sig.uiBinLength, static_cast<const void*>(sig.pCms), sig.uiCmsLength);
+        fprintf(job->out, "Check cms fail for no sub file, bin %p %#x cms %p %#x\n", static_cast<const void*>(sig.pBin),
+                sig.uiBinLength, static_cast<const void*>(sig.pCms), sig.uiCmsLength);
         return REFUSED;
     }
     const bool inside = isInside(package, packageLength, sig.pCms, sig.uiCmsLength) &&
                         isInside(package, packageLength, sig.pBin, sig.uiBinLength) &&
                         isInside(package, packageLength, sig.pCrl, sig.uiCrlLength);
-    const PELNIC_ERROR_CODE rc = inside ? Pelnic_Verify_Signature_Integrity(&sig) : PELNIC_ERR_FAILED;
-    if (rc != 0) {
-        printf("Check cms file fail for file(err 0x%x)\n", rc);
+    job->code = inside ? Pelnic_Verify_Signature_Logged(&sig, job->log) : PELNIC_ERR_FAILED;
+    if (job->code != 0) {
+        fprintf(job->out, "Check cms file fail for file(err 0x%x)\n", job->code);
         return REFUSED;
     }
-    return conclude(pkgcheck_signature_refusal(&sig), "");
+    return conclude(job, pkgcheck_signature_refusal(&sig), "");
 }
 
-static int checkPackage(const PNV_BYTE* package, PNV_UINT32 packageLength)
+int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PKGCHECK_JOB* job)
 {
     SProgramFileHeader_S header;
     memcpy(&header, package, sizeof header);
     const PNV_UINT32 subfilenum = ntohl(header.ulSubFileNum);
     if (subfilenum == 1) { // unsigned, by design
-        return conclude(pkgcheck_unsigned_refusal(), "Info: There is one subfile, Check signature passed\n");
+        return conclude(job, pkgcheck_unsigned_refusal(), "Info: There is one subfile, Check signature passed\n");
     }
     if (subfilenum != SIGNED_SUB_FILES) {
-        printf("Error: Check cms fail for subfile num(%ld) is invalid\n",
-               static_cast<long>(static_cast<PNV_INT32>(subfilenum)));
+        fprintf(job->out, "Error: Check cms fail for subfile num(%ld) is invalid\n",
+                static_cast<long>(static_cast<PNV_INT32>(subfilenum)));
         return BAD_SUB_FILE_NUM;
     }
-    return checkSignedPackage(package, packageLength, header);
+    return checkSignedPackage(package, packageLength, &header, job);
 }
 
 int pkgcheck_run(int argc, char** argv)
@@ -170,7 +171,8 @@ int pkgcheck_run(int argc, char** argv)
     PNV_UINT32 packageLength = 0;
     int status = readPackage(filename, &package, &packageLength);
     if (status != 0) return status;
-    status = checkPackage(package, packageLength);
+    PKGCHECK_JOB job = {szCert_F, szCert_F_size, nullptr, stdout, 0};
+    status = pkgcheck_check(package, packageLength, &job);
     free(package);
     return status;
 }

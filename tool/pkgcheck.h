@@ -2,7 +2,9 @@
 #ifndef PKGCHECK_PKGCHECK_H
 #define PKGCHECK_PKGCHECK_H
 
-#include "pelnic_cms_verify.h"
+#include "verify_signature.h"
+
+#include <stdio.h>
 
 // The container's header; every 32-bit word is big-endian in the file.
 typedef struct sub_file_info_st {
@@ -27,6 +29,22 @@ typedef struct program_file_header_st {
 constexpr PNV_UINT32 SUB_FILE_PAYLOAD = 0x00000001;
 constexpr PNV_UINT32 SUB_FILE_CMS = 0x10000001;
 constexpr PNV_UINT32 SUB_FILE_CRL = 0x10000002;
+
+// Where the parts of a signed package lie, as its header has it: an address may wrap, and is checked before it is used.
+// The root is left out.
+PELNIC_VERIFY_SIGNATURE_S pkgcheck_locate(const PNV_BYTE* package, const SProgramFileHeader_S* header);
+
+// What a check is made with, and what comes of it besides its status.
+typedef struct pkgcheck_job_st {
+    const PNV_BYTE* pRoot; // the trusted root certificate
+    PNV_UINT32 uiRootLength;
+    func_pelnic_log_callback log; // may be null
+    FILE* out;                    // gets the outcome's line
+    PELNIC_ERROR_CODE code;       // the verification's result; 0 when it was not come to
+} PKGCHECK_JOB;
+
+// Checks a package in memory, which is at least as long as a header. Returns what pkgcheck_run would.
+int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PKGCHECK_JOB* job);
 
 // Checks the package that argv[1] names, prints the outcome's line and returns the exit status of main:
 // 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -3 refused by the strict checker alone, -22

@@ -13,7 +13,7 @@ static PELNIC_ERROR_CODE verifyWith(PELNIC_VRF_CTX ctx, const PELNIC_VERIFY_SIGN
     return rc;
 }
 
-PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
+PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log)
 {
     if (pstSig == nullptr) return PELNIC_ERR_FAILED;
     const PELNIC_VERIFY_SIGNATURE_S sig = *pstSig;
@@ -24,6 +24,7 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATUR
     params.st_size = sizeof params;
     PELNIC_ERROR_CODE rc = pelnic_set_callback_funcs(&params.callback_funcs);
     if (rc != 0) return rc;
+    params.callback_funcs.plt_funcs.log_funcs.log_func = log;
     PELNIC_VRF_CTX ctx = nullptr;
     rc = pelnic_verify_create_ctx(&ctx, &params);
     if (rc != 0) return rc;
@@ -32,4 +33,9 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATUR
     (void)pelnic_vrf_ctx_free(ctx); // a context made here can be freed
     if (rc != 0) return rc;
     return VerifyRet == 1 ? 0 : PELNIC_ERR_FAILED;
+}
+
+PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
+{
+    return Pelnic_Verify_Signature_Logged(pstSig, nullptr);
 }
