@@ -8,8 +8,6 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
-#include <cstring>
-
 namespace pkgtool {
 
 namespace {
@@ -183,22 +181,23 @@ void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs)
     requireTimestamp(bytesOf(token), bytesOf(CMS_SignerInfo_get0_signature(signer)), certs);
 }
 
-Bytes withoutArmour(const Bytes& pem, const std::string& origin)
+Cms readSigners(const Bytes& signature, const std::string& origin)
 {
-    const Bio bio = memoryBio(pem);
-    char* label = nullptr;
-    char* header = nullptr;
-    unsigned char* data = nullptr;
-    long length = 0;
-    const bool read = PEM_read_bio(bio.get(), &label, &header, &data, &length) == 1;
-    ERR_clear_error();
-    const bool known = read && (std::strcmp(label, PEM_STRING_CMS) == 0 || std::strcmp(label, PEM_STRING_PKCS7) == 0);
-    const Bytes der = read ? Bytes(data, data + length) : Bytes();
-    OPENSSL_free(label);
-    OPENSSL_free(header);
-    OPENSSL_free(data);
-    if (!known) throw UserError(origin + " is PEM, but neither CMS nor PKCS7");
-    return der;
+    const Bytes der = isPem(signature) ? withoutArmour(signature, origin) : signature;
+    requireDefiniteLengths(der, origin);
+    Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, der);
+    if (cms == nullptr || CMS_get0_SignerInfos(cms.get()) == nullptr || signature.size() < MIN_INPUT) {
+        throw UserError(origin + " is not a CMS signature in DER or PEM",
+                        "PEM begins with its first byte; S/MIME is made DER by openssl cms -cmsout -outform DER");
+    }
+    STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
+    if (sk_CMS_SignerInfo_num(signers) < 1) throw UserError("nobody signed " + origin);
+    const CertStack certs(CMS_get1_certs(cms.get()));
+    CMS_set1_signers_certs(cms.get(), nullptr, 0);
+    for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
+        requireSignerInfo(sk_CMS_SignerInfo_value(signers, i), certs.get());
+    }
+    return cms;
 }
 
 // ---- CRLs ----
@@ -255,22 +254,14 @@ void requireTimestampAuthority(X509* cert)
     requireEndEntity(cert, XKU_TIMESTAMP, "timeStamping");
 }
 
+void requireSigners(const Bytes& signature, const std::string& origin)
+{
+    (void)readSigners(signature, origin);
+}
+
 void requireSignature(const Bytes& signature, const Bytes& payload, const std::string& origin)
 {
-    const Bytes der = isPem(signature) ? withoutArmour(signature, origin) : signature;
-    requireDefiniteLengths(der, origin);
-    const Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, der);
-    if (cms == nullptr || CMS_get0_SignerInfos(cms.get()) == nullptr || signature.size() < MIN_INPUT) {
-        throw UserError(origin + " is not a CMS signature in DER or PEM",
-                        "PEM begins with its first byte; S/MIME is made DER by openssl cms -cmsout -outform DER");
-    }
-    STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
-    if (sk_CMS_SignerInfo_num(signers) < 1) throw UserError("nobody signed " + origin);
-    const CertStack certs(CMS_get1_certs(cms.get()));
-    CMS_set1_signers_certs(cms.get(), nullptr, 0);
-    for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
-        requireSignerInfo(sk_CMS_SignerInfo_value(signers, i), certs.get());
-    }
+    const Cms cms = readSigners(signature, origin);
     const Bio content = memoryBio(payload);
     const unsigned flags = CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY;
     if (CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, flags) != 1) {

@@ -11,6 +11,8 @@ namespace pkgtool {
 
 void requireSigner(X509* cert);
 void requireTimestampAuthority(X509* cert);
+// A signature, DER or PEM, and the timestamp of every signer, whatever was signed.
+void requireSigners(const Bytes& signature, const std::string& origin);
 // A detached signature over the payload, DER or PEM, and the timestamp of every signer.
 void requireSignature(const Bytes& signature, const Bytes& payload, const std::string& origin);
 // One or more CRLs, DER or PEM.

@@ -13,6 +13,7 @@ void addUnpackCommand(CLI::App& app);
 void addListCommand(CLI::App& app);
 void addCrlCommand(CLI::App& app);
 void addCodeCommand(CLI::App& app);
+void addInspectCommand(CLI::App& app);
 
 } // namespace pkgtool
 

@@ -1,6 +1,7 @@
 #include "container.h"
 
 #include "error.h"
+#include "text.h"
 
 #include <arpa/inet.h>
 
@@ -70,6 +71,15 @@ Header decodeHeader(const Bytes& package)
     return swapped(header);
 }
 
+Header readHeader(const std::string& path, const Bytes& package)
+{
+    try {
+        return decodeHeader(package);
+    } catch (const UserError& error) {
+        throw UserError(path + ": " + error.what());
+    }
+}
+
 std::vector<SSubFileInfo_S> entriesOf(const Header& header)
 {
     const std::size_t count = std::min<std::size_t>(header.ulSubFileNum, MAX_SUB_FILES);
@@ -98,6 +108,24 @@ std::string typeName(std::uint32_t type)
     char number[sizeof "0x00000000"];
     (void)snprintf(number, sizeof number, "0x%08x", type);
     return number;
+}
+
+void printTable(const Header& header, const Bytes& package)
+{
+    const std::string description(header.strDescription, strnlen(header.strDescription, sizeof header.strDescription));
+    printf("file id      0x%08x\n", header.ulFileID);
+    printf("version      0x%08x\n", header.ulVersion);
+    printf("length       %u (the file has %zu)\n", header.ulLength, package.size());
+    printf("compression  %u\n", header.ulCompressType);
+    printf("header crc   0x%08x\n", header.ulHeaderCrc);
+    printf("file crc     0x%08x\n", header.ulFileCRC);
+    printf("reserved     0x%08x\n", header.ulReserved4RPS);
+    printf("description  %s\n", printable(description).c_str());
+    printf("sub-files    %u\n", header.ulSubFileNum);
+    for (const SSubFileInfo_S& entry : entriesOf(header)) {
+        printf("  0x%08x  %-10s offset %10u  length %10u%s\n", entry.ulSubFileID, typeName(entry.ulSubFileID).c_str(),
+               entry.ulSubFileOffset, entry.ulSubFileLen, isInside(entry, package) ? "" : "  outside the file");
+    }
 }
 
 } // namespace pkgtool

@@ -1,20 +1,16 @@
 // pkgtool crl show and crl compare. Verdicts are the library's; the explanations come from its summaries.
 #include "commands.h"
 #include "crl_bundle.h"
+#include "json.h"
 #include "text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 
 namespace pkgtool {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // The version of the JSON output; a change that a reader could notice raises it.
 constexpr int SCHEMA = 1;
@@ -37,25 +33,9 @@ struct CrlOptions {
 
 // ---- Values as text; empty when the summary has none ----
 
-// A time that could not be converted is 0 in the summary.
-std::string timeText(PNV_TIME_T seconds)
-{
-    const std::time_t time = seconds;
-    std::tm utc{};
-    char text[32];
-    if (seconds == 0 || gmtime_r(&time, &utc) == nullptr) return "";
-    return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc));
-}
-
 std::string serialText(const PELNIC_SERIAL_NUM& serial)
 {
-    std::string text;
-    for (PNV_UINT32 i = 0; i < serial.sn_len; ++i) {
-        char octet[3];
-        (void)snprintf(octet, sizeof octet, "%02X", serial.sn[i]);
-        text += octet;
-    }
-    return text;
+    return hexText(serial.sn, serial.sn_len);
 }
 
 std::vector<std::string> revokedSerials(const PELNIC_CRL_INFO& crl)
@@ -180,11 +160,6 @@ void printComparison(const CrlBundle& offered, const CrlBundle& device, const Cr
 
 // ---- JSON ----
 
-Json orNull(const std::string& text)
-{
-    return text.empty() ? Json() : Json(text);
-}
-
 Json bundleJson(const CrlBundle& bundle)
 {
     Json crls = Json::array();
@@ -212,12 +187,6 @@ Json changeJson(const IssuerChange& change)
             {"offered_this_update", time(change.offered)},
             {"device_this_update", time(change.device)},
             {"excused_by", issuer(change.excuse)}};
-}
-
-// Names are not always UTF-8; what is not is replaced.
-void print(const Json& json)
-{
-    printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
 void printComparisonJson(const CrlBundle& offered, const CrlBundle& device, const CrlVerdict& verdict)

@@ -2,7 +2,10 @@
 
 #include "error.h"
 
+#include <openssl/pem.h>
+
 #include <algorithm>
+#include <cstring>
 
 namespace pkgtool {
 
@@ -45,6 +48,24 @@ void requireDefiniteLengths(const Bytes& ber, const std::string& what)
     throw UserError(what + " has indefinite lengths; the checker reads DER",
                     "make it without streaming (no -stream or -indef), or rewrite it: "
                     "openssl cms -cmsout -inform DER -outform DER");
+}
+
+Bytes withoutArmour(const Bytes& pem, const std::string& origin)
+{
+    const Bio bio = memoryBio(pem);
+    char* label = nullptr;
+    char* header = nullptr;
+    unsigned char* data = nullptr;
+    long length = 0;
+    const bool read = PEM_read_bio(bio.get(), &label, &header, &data, &length) == 1;
+    ERR_clear_error();
+    const bool known = read && (std::strcmp(label, PEM_STRING_CMS) == 0 || std::strcmp(label, PEM_STRING_PKCS7) == 0);
+    const Bytes der = read ? Bytes(data, data + length) : Bytes();
+    OPENSSL_free(label);
+    OPENSSL_free(header);
+    OPENSSL_free(data);
+    if (!known) throw UserError(origin + " is PEM, but neither CMS nor PKCS7");
+    return der;
 }
 
 } // namespace pkgtool

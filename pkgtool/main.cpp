@@ -21,6 +21,7 @@ int run(int argc, char** argv)
     pkgtool::addListCommand(app);
     pkgtool::addCrlCommand(app);
     pkgtool::addCodeCommand(app);
+    pkgtool::addInspectCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& status) {

@@ -4,11 +4,9 @@
 #include "container.h"
 #include "der.h"
 #include "error.h"
-#include "text.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -89,16 +87,6 @@ void pack(const PackOptions& options)
 
 // ---- unpack and list ----
 
-// The package, with the file's name put before what is wrong with it.
-Header readHeader(const std::string& path, const Bytes& package)
-{
-    try {
-        return decodeHeader(package);
-    } catch (const UserError& error) {
-        throw UserError(path + ": " + error.what());
-    }
-}
-
 void unpack(const std::string& path, const std::string& directory)
 {
     const Bytes package = readFile(path);
@@ -119,21 +107,7 @@ void unpack(const std::string& path, const std::string& directory)
 void list(const std::string& path)
 {
     const Bytes package = readFile(path);
-    const Header header = readHeader(path, package);
-    const std::string description(header.strDescription, strnlen(header.strDescription, sizeof header.strDescription));
-    printf("file id      0x%08x\n", header.ulFileID);
-    printf("version      0x%08x\n", header.ulVersion);
-    printf("length       %u (the file has %zu)\n", header.ulLength, package.size());
-    printf("compression  %u\n", header.ulCompressType);
-    printf("header crc   0x%08x\n", header.ulHeaderCrc);
-    printf("file crc     0x%08x\n", header.ulFileCRC);
-    printf("reserved     0x%08x\n", header.ulReserved4RPS);
-    printf("description  %s\n", printable(description).c_str());
-    printf("sub-files    %u\n", header.ulSubFileNum);
-    for (const SSubFileInfo_S& entry : entriesOf(header)) {
-        printf("  0x%08x  %-10s offset %10u  length %10u%s\n", entry.ulSubFileID, typeName(entry.ulSubFileID).c_str(),
-               entry.ulSubFileOffset, entry.ulSubFileLen, isInside(entry, package) ? "" : "  outside the file");
-    }
+    printTable(readHeader(path, package), package);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 namespace pkgtool {
@@ -22,6 +23,27 @@ inline std::string hexadecimal(std::uint32_t word)
     char text[11];
     (void)snprintf(text, sizeof text, "0x%08x", word);
     return text;
+}
+
+// Two digits for each octet, without anything between.
+inline std::string hexText(const unsigned char* octets, std::size_t count)
+{
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        char octet[3];
+        (void)snprintf(octet, sizeof octet, "%02X", octets[i]);
+        text += octet;
+    }
+    return text;
+}
+
+// 2025-01-01T00:00:00Z; empty for 0, which stands for a time that could not be read.
+inline std::string timeText(std::time_t time)
+{
+    std::tm utc{};
+    char text[32];
+    if (time == 0 || gmtime_r(&time, &utc) == nullptr) return "";
+    return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc));
 }
 
 } // namespace pkgtool

@@ -1,0 +1,129 @@
+// pkgtool inspect: what is in a package, without a word on whether it is good.
+#include "commands.h"
+#include "container.h"
+#include "contents.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace pkgtool {
+
+namespace {
+
+// The version of the JSON output; a change that a reader could notice raises it.
+constexpr int SCHEMA = 1;
+
+std::string listText(const Json& values)
+{
+    std::string text;
+    for (const Json& value : values) text += (text.empty() ? "" : ", ") + textOf(value);
+    return text;
+}
+
+void printCertificate(const Json& cert, const std::string& indent)
+{
+    printf("%scertificate %s, serial %s\n", indent.c_str(), textOf(cert["subject"]).c_str(),
+           textOf(cert["serial"]).c_str());
+    printf("%s    issued by %s\n", indent.c_str(), textOf(cert["issuer"]).c_str());
+    printf("%s    %s to %s, %s %s, signed with %s\n", indent.c_str(), textOf(cert["not_before"]).c_str(),
+           textOf(cert["not_after"]).c_str(), textOf(cert["key"]).c_str(), textOf(cert["key_bits"]).c_str(),
+           textOf(cert["signature_algorithm"]).c_str());
+    printf("%s    %s: %s\n", indent.c_str(), cert["is_ca"] == true ? "CA" : "no CA", listText(cert["usage"]).c_str());
+}
+
+void printCrl(const Json& crl, const std::string& indent)
+{
+    printf("%sCRL of %s%s\n", indent.c_str(), textOf(crl["issuer"]).c_str(),
+           crl["is_indirect"] == true ? ", and for other issuers" : "");
+    printf("%s    %s to %s, signed with %s\n", indent.c_str(), textOf(crl["this_update"]).c_str(),
+           textOf(crl["next_update"]).c_str(), textOf(crl["signature_algorithm"]).c_str());
+    if (crl["revoked"].empty()) printf("%s    revokes nothing\n", indent.c_str());
+    for (const Json& entry : crl["revoked"]) {
+        printf("%s    revokes serial %s on %s%s\n", indent.c_str(), textOf(entry["serial"]).c_str(),
+               textOf(entry["date"]).c_str(),
+               entry["reason"].is_null() ? "" : (", " + textOf(entry["reason"])).c_str());
+    }
+}
+
+void printSignedData(const Json& data, const std::string& indent);
+
+void printToken(const Json& token, const std::string& indent)
+{
+    if (!token["problem"].is_null())
+        return (void)printf("%stimestamp: %s\n", indent.c_str(), textOf(token["problem"]).c_str());
+    printf("%stimestamp %s, serial %s, policy %s, imprint by %s\n", indent.c_str(), textOf(token["time"]).c_str(),
+           textOf(token["serial"]).c_str(), textOf(token["policy"]).c_str(), textOf(token["imprint"]).c_str());
+    printSignedData(token, indent + "    ");
+}
+
+void printSigner(const Json& signer, const std::string& indent)
+{
+    const Json& attributes = signer["signed_attributes"];
+    printf("%ssigner with serial %s of %s\n", indent.c_str(), textOf(signer["serial"]).c_str(),
+           textOf(signer["issuer"]).c_str());
+    printf("%s    %s, %s, %s\n", indent.c_str(), textOf(signer["digest"]).c_str(),
+           textOf(signer["signature_algorithm"]).c_str(),
+           attributes.is_null() ? "no signed attributes" : ("signed attributes " + listText(attributes)).c_str());
+    for (const Json& token : signer["timestamps"]) printToken(token, indent + "    ");
+}
+
+void printSignedData(const Json& data, const std::string& indent)
+{
+    for (const Json& cert : data["certificates"]) printCertificate(cert, indent);
+    for (const Json& signer : data["signers"]) printSigner(signer, indent);
+    if (data["signers"].empty()) printf("%snobody signed\n", indent.c_str());
+}
+
+void printContent(const Json& content)
+{
+    const std::string indent = "  ";
+    printf(", %s\n", textOf(content["form"]).c_str());
+    if (!content.contains("problem")) {
+        for (const Json& cert : content["certificates"]) printCertificate(cert, indent);
+        for (const Json& crl : content["crls"]) printCrl(crl, indent);
+        if (content["unread_bytes"] != 0)
+            printf("  %s bytes of something else\n", textOf(content["unread_bytes"]).c_str());
+    } else if (content["problem"].is_null()) {
+        printSignedData(content, indent);
+    } else {
+        printf("  %s\n", textOf(content["problem"]).c_str());
+    }
+}
+
+void inspect(const std::string& path, bool json)
+{
+    const Bytes package = readFile(path);
+    const Header header = readHeader(path, package);
+    const Contents contents = readContents(package, {}, "");
+    if (json) {
+        return print({{"schema", SCHEMA},
+                      {"package", path},
+                      {"size", package.size()},
+                      {"header", contents.header},
+                      {"sub_files", contents.subFiles}});
+    }
+    printTable(header, package);
+    for (std::size_t i = 0; i < contents.subFiles.size(); ++i) {
+        const Json& subFile = contents.subFiles[i];
+        if (!subFile.contains("content")) continue;
+        printf("\nsub-file %zu: %s", i + 1, textOf(subFile["type"]).c_str());
+        printContent(subFile["content"]);
+    }
+}
+
+} // namespace
+
+void addInspectCommand(CLI::App& app)
+{
+    struct Options {
+        std::string package;
+        bool json = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("inspect", "Show what is in a package without judging it");
+    command->add_option("package", options->package)->required();
+    command->add_flag("--json", options->json, "print JSON");
+    command->callback([options] { inspect(options->package, options->json); });
+}
+
+} // namespace pkgtool

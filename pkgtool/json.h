@@ -1,0 +1,52 @@
+// The reports of this tool: a document that is printed as it is with --json, or told in words.
+#ifndef PKGTOOL_JSON_H
+#define PKGTOOL_JSON_H
+
+#include "text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <string>
+
+namespace pkgtool {
+
+using Json = nlohmann::ordered_json;
+
+inline Json orNull(const std::string& text)
+{
+    return text.empty() ? Json() : Json(text);
+}
+
+// A member of an object, or null when there is no such object or member.
+inline Json memberOf(const Json& object, const char* name)
+{
+    return object.is_object() && object.contains(name) ? object[name] : Json();
+}
+
+inline Json elementOf(const Json& array, std::size_t i)
+{
+    return array.is_array() && i < array.size() ? array[i] : Json();
+}
+
+// A value for people: names come from packages, and go to a terminal.
+inline std::string textOf(const Json& value)
+{
+    if (value.is_null()) return "?";
+    return printable(value.is_string() ? value.get<std::string>() : value.dump());
+}
+
+// Names are not always UTF-8; what is not is replaced.
+inline std::string dump(const Json& json, int indent = 2)
+{
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+inline void print(const Json& json)
+{
+    printf("%s\n", dump(json).c_str());
+}
+
+} // namespace pkgtool
+
+#endif

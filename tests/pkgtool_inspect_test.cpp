@@ -1,0 +1,134 @@
+// pkgtool inspect as a process: it shows what is there and judges nothing.
+#include "support/cms.h"
+#include "support/package.h"
+#include "support/paths.h"
+#include "support/process.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+namespace pnvtest {
+namespace {
+
+using Json = nlohmann::json;
+
+class PkgtoolInspect : public ::testing::Test {
+protected:
+    ProcessResult Inspect(const Bytes& package, std::vector<std::string> options = {}) const
+    {
+        options.insert(options.begin(), {PkgtoolPath(), "inspect", dir_.Write("package", package)});
+        return RunProcess(options);
+    }
+    Json InspectJson(const PackageSpec& package) const
+    {
+        const ProcessResult run = Inspect(Build(package), {"--json"});
+        EXPECT_EQ(run.status, 0) << run.err;
+        return Json::parse(run.out);
+    }
+    PackageSpec Package() const { return SignedPackage(payload_, DetachedCms(payload_, DemoCms(pki_)), pki_.Crls()); }
+
+    const TempDir dir_;
+    const Bytes payload_ = Text("a firmware image");
+    DemoPki pki_;
+};
+
+TEST_F(PkgtoolInspect, ShowsHeaderAndTable)
+{
+    PackageSpec package;
+    package.version = 7;
+    package.description = "board\033";
+    package.subFiles = {{0x20000000, Bytes(3, 0x00), {}, {}}, {subfile::payload, {}, 100, 200}};
+    const Json json = InspectJson(package);
+    EXPECT_EQ(json["schema"], 1);
+    EXPECT_EQ(json["size"], 355);
+    EXPECT_EQ(json["header"], Json::parse(R"({"file_id": 0, "version": 7, "length": 355, "compress_type": 0,
+        "header_crc": 0, "file_crc": 0, "reserved": 0, "description": "board\u001b", "sub_file_count": 2})"));
+    EXPECT_EQ(json["sub_files"], Json::parse(R"([
+        {"type": "0x20000000", "offset": 0, "length": 3, "is_inside": true},
+        {"type": "payload", "offset": 100, "length": 200, "is_inside": false}])"));
+    EXPECT_NE(Inspect(Build(package)).out.find("description  board?\n"), std::string::npos);
+}
+
+TEST_F(PkgtoolInspect, ShowsTheSignature)
+{
+    const Json signature = InspectJson(Package())["sub_files"][1]["content"];
+    EXPECT_EQ(signature["form"], "DER");
+    EXPECT_EQ(signature["problem"], Json());
+    EXPECT_EQ(signature["certificates"][1], Json::parse(R"({"subject": "C=ZZ,O=Example,CN=Test Signer",
+        "issuer": "C=ZZ,O=Example,CN=Test Signing CA", "serial": "23", "not_before": "2020-01-01T00:00:00Z",
+        "not_after": "2040-01-01T00:00:00Z", "key": "RSA", "key_bits": 2048, "signature_algorithm": "RSA-SHA256",
+        "is_ca": false, "is_self_issued": false, "usage": ["digitalSignature", "codeSigning"],
+        "source": "signature"})"));
+    const Json signer = signature["signers"][0];
+    EXPECT_EQ(signer["issuer"], "C=ZZ,O=Example,CN=Test Signing CA");
+    EXPECT_EQ(signer["serial"], "23");
+    EXPECT_EQ(signer["digest"], "SHA256");
+    EXPECT_EQ(signer["signed_attributes"], Json({"contentType", "messageDigest"}));
+    const Json token = signer["timestamps"][0];
+    EXPECT_EQ(token["time"], "2026-01-01T00:00:00Z");
+    EXPECT_EQ(token["has_accuracy"], false);
+    EXPECT_EQ(token["certificates"][0]["source"], "token");
+    EXPECT_EQ(token["signers"][0]["timestamps"], Json::array());
+}
+
+TEST_F(PkgtoolInspect, ShowsCrls)
+{
+    pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}, {Bytes{0x7F}}};
+    const Json der = InspectJson(Package())["sub_files"][2]["content"];
+    EXPECT_EQ(der["crls"].size(), 3u);
+    EXPECT_EQ(der["crls"][1], Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
+        "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
+        "signature_algorithm": "RSA-SHA256", "is_indirect": false, "revoked": [
+            {"serial": "23", "date": "2025-06-01T00:00:00Z", "reason": "keyCompromise"},
+            {"serial": "7F", "date": "2025-06-01T00:00:00Z", "reason": null}], "source": "crl file"})"));
+
+    PackageSpec package = Package();
+    package.subFiles[2].content = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("CERTIFICATE", Build(pki_.tsaCa)));
+    const Json pem = InspectJson(package)["sub_files"][2]["content"];
+    EXPECT_EQ(pem["form"], "PEM");
+    EXPECT_EQ(pem["crls"].size(), 1u);
+    EXPECT_EQ(pem["certificates"].size(), 1u);
+}
+
+TEST_F(PkgtoolInspect, SaysItInWords)
+{
+    pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
+    const std::string out = Inspect(Build(Package())).out;
+    for (const char* line : {"sub-file 2: signature, DER\n  certificate C=ZZ,O=Example,CN=Test Signing CA, serial 11\n",
+                             "      no CA: digitalSignature, codeSigning\n",
+                             "  signer with serial 23 of C=ZZ,O=Example,CN=Test Signing CA\n"
+                             "      SHA256, rsaEncryption, signed attributes contentType, messageDigest\n"
+                             "      timestamp 2026-01-01T00:00:00Z, serial 01, policy ",
+                             "          signer with serial 24 of C=ZZ,O=Example,CN=Test TSA CA\n",
+                             "  CRL of C=ZZ,O=Example,CN=Test Root\n"
+                             "      2025-01-01T00:00:00Z to 2035-01-01T00:00:00Z, signed with RSA-SHA256\n"
+                             "      revokes nothing\n",
+                             "      revokes serial 23 on 2025-06-01T00:00:00Z, keyCompromise\n"}) {
+        EXPECT_NE(out.find(line), std::string::npos) << line << "is not in\n" << out;
+    }
+}
+
+TEST_F(PkgtoolInspect, ShowsWhatItCannotDecode)
+{
+    PackageSpec package = Package();
+    package.subFiles[1].content = Bytes(40, 0x30);
+    package.subFiles[2].content.push_back(0x00);
+    const Json json = InspectJson(package);
+    EXPECT_EQ(json["sub_files"][1]["content"]["problem"], "not a CMS signature that can be decoded");
+    EXPECT_EQ(json["sub_files"][2]["content"]["unread_bytes"], 1);
+
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers[0].unsignedAttributes = {
+        [](const Bytes&) { return Seq(Oid("1.2.840.113549.1.9.16.2.14"), Set(Seq(Oid(oid::data)))); }};
+    package.subFiles[1].content = DetachedCms(payload_, cms);
+    EXPECT_NE(InspectJson(package)["sub_files"][1]["content"]["signers"][0]["timestamps"][0]["problem"], Json());
+
+    const ProcessResult run = Inspect(Bytes(351, 0x00));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("shorter than a package header"), std::string::npos) << run.err;
+}
+
+} // namespace
+} // namespace pnvtest
