@@ -14,6 +14,7 @@ void addListCommand(CLI::App& app);
 void addCrlCommand(CLI::App& app);
 void addCodeCommand(CLI::App& app);
 void addInspectCommand(CLI::App& app);
+void addExplainCommand(CLI::App& app);
 
 } // namespace pkgtool
 

@@ -43,17 +43,6 @@ void require(PELNIC_ERROR_CODE code, const std::string& path)
     throw std::runtime_error("'" + path + "' is refused with " + hexadecimal(code));
 }
 
-VerifyContext newContext()
-{
-    PELNIC_CTX_CREATE_PARAMS params{};
-    params.st_size = sizeof params;
-    (void)pelnic_set_callback_funcs(&params.callback_funcs);
-    PELNIC_VRF_CTX ctx = nullptr;
-    const PELNIC_ERROR_CODE code = pelnic_verify_create_ctx(&ctx, &params);
-    if (code != 0) throw std::runtime_error("no verify context: " + hexadecimal(code));
-    return VerifyContext(ctx);
-}
-
 BundleSummary decode(PELNIC_VRF_CTX ctx, const std::string& path)
 {
     PELNIC_CRL_BUNDLE_INFO* summary = nullptr;
@@ -124,6 +113,17 @@ void markDropped(std::vector<IssuerChange>& changes, const CrlInfos& offered, co
 }
 
 } // namespace
+
+VerifyContext newContext()
+{
+    PELNIC_CTX_CREATE_PARAMS params{};
+    params.st_size = sizeof params;
+    (void)pelnic_set_callback_funcs(&params.callback_funcs);
+    PELNIC_VRF_CTX ctx = nullptr;
+    const PELNIC_ERROR_CODE code = pelnic_verify_create_ctx(&ctx, &params);
+    if (code != 0) throw std::runtime_error("no verify context: " + hexadecimal(code));
+    return VerifyContext(ctx);
+}
 
 CrlBundle::CrlBundle(const std::string& path, const std::vector<std::string>& certFiles)
     : path_(path), ctx_(newContext())

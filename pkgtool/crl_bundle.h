@@ -14,6 +14,8 @@ struct ReleaseContext {
     void operator()(PELNIC_VRF_CTX ctx) const { (void)pelnic_vrf_ctx_free(ctx); }
 };
 using VerifyContext = std::unique_ptr<void, ReleaseContext>;
+// With the default callbacks.
+VerifyContext newContext();
 
 struct ReleaseSummary {
     PELNIC_VRF_CTX ctx;

@@ -22,6 +22,7 @@ int run(int argc, char** argv)
     pkgtool::addCrlCommand(app);
     pkgtool::addCodeCommand(app);
     pkgtool::addInspectCommand(app);
+    pkgtool::addExplainCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& status) {

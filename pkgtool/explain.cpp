@@ -1,0 +1,237 @@
+// pkgtool explain: the checker's verdict on a package, and what stands behind it on one screen.
+#include "codes.h"
+#include "commands.h"
+#include "container.h"
+#include "diagnosis.h"
+#include "terminal.h"
+#include "text.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace pkgtool {
+
+namespace {
+
+// The version of the JSON output; a change that a reader could notice raises it.
+constexpr int SCHEMA = 1;
+
+constexpr int REFUSED = 1;
+
+struct ExplainOptions {
+    std::string package;
+    std::string root;
+    bool json = false;
+};
+
+// ---- The report ----
+
+Json logJson(const std::vector<LogRecord>& log)
+{
+    Json records = Json::array();
+    for (const LogRecord& record : log) {
+        records.push_back({{"level", record.level == PELNIC_LOG_TYPE_ERROR ? "error" : "warning"},
+                           {"code", record.code == 0 ? Json() : Json(hexadecimal(record.code))},
+                           {"message", orNull(record.message)}});
+    }
+    return records;
+}
+
+// Without what is in the sub-files, which pkgtool inspect shows.
+Json tableJson(const Json& subFiles)
+{
+    Json table = subFiles;
+    for (Json& subFile : table) subFile.erase("content");
+    return table;
+}
+
+Json makeReport(const ExplainOptions& options)
+{
+    const Bytes package = readFile(options.package);
+    const Root root = loadRoot(options.root);
+    const Verdict verdict = judge(package, root);
+    const Code* const code = verdict.code ? findCode(*verdict.code) : nullptr;
+    Json report = {{"schema", SCHEMA},
+                   {"package", options.package},
+                   {"verdict", verdict.isAccepted() ? "accepted" : "refused"},
+                   {"status", verdict.status},
+                   {"message", orNull(verdict.message)},
+                   {"code", verdict.code ? Json(hexadecimal(*verdict.code)) : Json()},
+                   {"name", code != nullptr ? Json(code->name) : Json()},
+                   {"meaning", code != nullptr ? Json(code->meaning) : Json()},
+                   {"failure", nullptr},
+                   {"header", nullptr},
+                   {"sub_files", Json::array()},
+                   {"root", nullptr},
+                   {"signers", Json::array()},
+                   {"log", logJson(verdict.log)}};
+    if (package.size() < sizeof(Header)) return report;
+    const Contents contents = readContents(package, root.content, root.source);
+    const Diagnosis diagnosis = diagnose(package, root, contents, verdict);
+    report["failure"] = diagnosis.failure;
+    report["header"] = contents.header;
+    report["sub_files"] = tableJson(contents.subFiles);
+    report["root"] = contents.root;
+    report["signers"] = diagnosis.signers;
+    return report;
+}
+
+// ---- One screen ----
+
+std::string dayOf(const Json& time)
+{
+    return textOf(time).substr(0, 10);
+}
+
+// Prints lines, and marks the one that stands for the failing place.
+class Screen {
+public:
+    explicit Screen(const Json& report) : failing_(report["failure"].is_null() ? "" : textOf(report["failure"]["at"]))
+    {
+    }
+
+    void line(const std::string& at, unsigned depth, const std::string& text) const
+    {
+        const std::string indented = std::string(2 * depth, ' ') + text;
+        if (at.empty() || at != failing_) return (void)printf("  %s\n", indented.c_str());
+        printf("%s\n", coloured(Colour::Red, "> " + indented).c_str());
+    }
+
+private:
+    std::string failing_;
+};
+
+void printContainer(const Json& report, const Screen& screen)
+{
+    if (report["header"].is_null()) return;
+    const std::string count = textOf(report["header"]["sub_file_count"]);
+    screen.line("/header/sub_file_count", 0, "package with " + count + (count == "1" ? " sub-file" : " sub-files"));
+    if (report["failure"].is_object() && report["failure"]["at"] == "/sub_files")
+        screen.line("/sub_files", 1, "a missing one");
+    for (std::size_t i = 0; i < report["sub_files"].size(); ++i) {
+        const Json& subFile = report["sub_files"][i];
+        char text[96];
+        (void)snprintf(text, sizeof text, "%-10s offset %10s  length %10s%s", textOf(subFile["type"]).c_str(),
+                       textOf(subFile["offset"]).c_str(), textOf(subFile["length"]).c_str(),
+                       subFile["is_inside"] == true ? "" : "  outside the file");
+        screen.line("/sub_files/" + std::to_string(i), 1, text);
+    }
+}
+
+void printRoot(const Json& root, const Screen& screen)
+{
+    screen.line("/root", 0,
+                root.is_null() ? "trusts no certificate that can be read"
+                               : "trusts " + briefName(root["subject"]) + " (" + textOf(root["source"]) + ")");
+}
+
+void printChain(const Json& chain, const Screen& screen, const std::string& at, unsigned depth)
+{
+    for (std::size_t i = 0; i < chain.size(); ++i) {
+        const Json& cert = chain[i];
+        const std::string place = at + "/" + std::to_string(i);
+        if (!cert.contains("subject")) {
+            screen.line(place, depth, "a certificate that only the checker can decode");
+            continue;
+        }
+        screen.line(place, depth,
+                    briefName(cert["subject"]) + ", " + dayOf(cert["not_before"]) + " to " + dayOf(cert["not_after"]) +
+                        " (" + textOf(cert["source"]) + ")");
+        for (std::size_t k = 0; k < cert["crls"].size(); ++k) {
+            const Json& crl = cert["crls"][k];
+            if (!crl.contains("issuer")) continue;
+            char score[16];
+            (void)snprintf(score, sizeof score, "0x%02x", crl["score"].get<unsigned>());
+            screen.line(place + "/crls/" + std::to_string(k), depth + 1,
+                        "CRL of " + briefName(crl["issuer"]) + ", " + dayOf(crl["this_update"]) + " to " +
+                            dayOf(crl["next_update"]) + ", score " + score +
+                            (crl["is_chosen"] == true ? ", chosen" : "") +
+                            (crl["says"].is_null() ? "" : ": " + textOf(crl["says"])));
+        }
+    }
+}
+
+void printTimestamp(const Json& timestamp, const Screen& screen, const std::string& at)
+{
+    if (timestamp.is_null()) return screen.line("", 1, "no timestamp that can be read");
+    const Json& authorities = timestamp["authorities"];
+    screen.line(at, 1,
+                "timestamp " + textOf(timestamp["time"]) + (authorities.empty() ? ", signed by nobody" : ", by"));
+    for (std::size_t i = 0; i < authorities.size(); ++i) {
+        const std::string place = at + "/authorities/" + std::to_string(i);
+        screen.line(place, 2, "authority " + briefName(authorities[i]["subject"]));
+        printChain(authorities[i]["chain"], screen, place + "/chain", 3);
+    }
+}
+
+void printSigners(const Json& signers, const Screen& screen)
+{
+    for (std::size_t i = 0; i < signers.size(); ++i) {
+        const Json& signer = signers[i];
+        const std::string place = "/signers/" + std::to_string(i);
+        const std::string name = signer["subject"].is_null()
+                                     ? "serial " + textOf(signer["serial"]) + " of " + briefName(signer["issuer"])
+                                     : briefName(signer["subject"]);
+        screen.line(place, 0,
+                    "signer " + name + ", " + textOf(signer["digest"]) +
+                        (signer["has_signed_attributes"] == true ? "" : ", without signed attributes"));
+        printTimestamp(signer["timestamp"], screen, place + "/timestamp");
+        printChain(signer["chain"], screen, place + "/chain", 1);
+    }
+}
+
+void printWhy(const Json& report)
+{
+    const Json& failure = report["failure"];
+    if (report["verdict"] == "accepted") return;
+    if (failure.is_object()) {
+        printf("\nwhy:  %s\ndo:   %s\n", textOf(failure["reason"]).c_str(), textOf(failure["advice"]).c_str());
+        return;
+    }
+    if (report["code"].is_null()) return; // the checker's own line has said it
+    printf("\nwhy:  nothing was found that explains this refusal. The library's own log:\n");
+    for (const Json& record : report["log"]) {
+        printf("      %s %s %s\n", textOf(record["level"]).c_str(),
+               record["code"].is_null() ? "" : textOf(record["code"]).c_str(),
+               record["message"].is_null() ? "" : textOf(record["message"]).c_str());
+    }
+}
+
+void printScreen(const Json& report)
+{
+    const bool isAccepted = report["verdict"] == "accepted";
+    printf("%s: %s", textOf(report["package"]).c_str(),
+           isAccepted ? coloured(Colour::Green, "ACCEPTED").c_str() : coloured(Colour::Red, "REFUSED").c_str());
+    if (!report["code"].is_null()) printf(" %s %s", textOf(report["code"]).c_str(), textOf(report["name"]).c_str());
+    printf("\n");
+    if (!report["message"].is_null()) printf("  %s\n", textOf(report["message"]).c_str());
+    const Screen screen(report);
+    printContainer(report, screen);
+    if (report["header"].is_object()) printRoot(report["root"], screen);
+    printSigners(report["signers"], screen);
+    if (isAccepted && report["signers"].empty())
+        printf("  nobody signed it: the checker did not look at what is in it\n");
+    printWhy(report);
+}
+
+void explain(const ExplainOptions& options)
+{
+    const Json report = makeReport(options);
+    options.json ? print(report) : printScreen(report);
+    if (report["verdict"] != "accepted") throw CLI::RuntimeError(REFUSED);
+}
+
+} // namespace
+
+void addExplainCommand(CLI::App& app)
+{
+    const auto options = std::make_shared<ExplainOptions>();
+    CLI::App* const command = app.add_subcommand("explain", "Show the checker's verdict on a package, and why");
+    command->add_option("package", options->package)->required();
+    command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
+    command->add_flag("--json", options->json, "print JSON");
+    command->footer("Exit status: 0 accepted, 1 refused, or the input or the command line is wrong, 2 internal error.");
+    command->callback([options] { explain(*options); });
+}
+
+} // namespace pkgtool

@@ -1,0 +1,24 @@
+// What only a terminal gets.
+#ifndef PKGTOOL_TERMINAL_H
+#define PKGTOOL_TERMINAL_H
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace pkgtool {
+
+enum class Colour { Red, Green };
+
+// Coloured where standard output is a terminal and the user has not set NO_COLOR.
+inline std::string coloured(Colour colour, const std::string& text)
+{
+    const char* const no = std::getenv("NO_COLOR");
+    if (isatty(STDOUT_FILENO) == 0 || (no != nullptr && *no != '\0')) return text;
+    return (colour == Colour::Red ? "\033[1;31m" : "\033[1;32m") + text + "\033[0m";
+}
+
+} // namespace pkgtool
+
+#endif

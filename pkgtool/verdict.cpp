@@ -1,0 +1,90 @@
+#include "verdict.h"
+
+#include "container.h"
+#include "contents.h"
+#include "error.h"
+#include "tool/root_cert.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+
+namespace pkgtool {
+
+namespace {
+
+// The log callback is told nothing of whom it logs for.
+std::vector<LogRecord>* recording = nullptr;
+
+void record(PELNIC_LOG_TYPE level, const PNV_CHAR*, PNV_INT, const PNV_CHAR*, PNV_THREAD_ID, PNV_TIME_T,
+            PELNIC_ERROR_CODE code, const PNV_CHAR* message)
+{
+    recording->push_back({level, code, message});
+}
+
+// Collects what is printed to it.
+class TextFile {
+public:
+    TextFile() : file_(open_memstream(&text_, &size_))
+    {
+        if (file_ == nullptr) throw std::runtime_error("no memory");
+    }
+    ~TextFile()
+    {
+        fclose(file_);
+        free(text_);
+    }
+    TextFile(const TextFile&) = delete;
+    TextFile& operator=(const TextFile&) = delete;
+
+    FILE* file() const { return file_; }
+    std::string firstLine() const
+    {
+        fflush(file_);
+        const std::string text(text_, size_);
+        return text.substr(0, text.find('\n'));
+    }
+
+private:
+    char* text_ = nullptr;
+    std::size_t size_ = 0;
+    FILE* file_;
+};
+
+// As the caller of a process sees what its main returns.
+int exitStatus(int result)
+{
+    return result & 0xFF;
+}
+
+} // namespace
+
+Root loadRoot(const std::string& path)
+{
+    if (path.empty()) return {Bytes(szCert_F, szCert_F + szCert_F_size), source::COMPILED_IN};
+    Root root{readFile(path), source::ROOT_FILE};
+    if (root.content.empty()) throw UserError(path + " is empty");
+    return root;
+}
+
+Verdict judge(const Bytes& package, const Root& root)
+{
+    try {
+        (void)decodeHeader(package);
+        requireReadable(package.size());
+    } catch (const UserError& error) {
+        return {exitStatus(-1), error.what(), std::nullopt, {}}; // no more than the checker's reading of the file
+    }
+    Verdict verdict{};
+    recording = &verdict.log;
+    const TextFile out;
+    PKGCHECK_JOB job{root.content.data(), static_cast<PNV_UINT32>(root.content.size()), record, out.file(), 0};
+    verdict.status = exitStatus(pkgcheck_check(package.data(), static_cast<PNV_UINT32>(package.size()), &job));
+    verdict.message = out.firstLine();
+    if (job.code != 0) verdict.code = job.code;
+    recording = nullptr;
+    return verdict;
+}
+
+} // namespace pkgtool

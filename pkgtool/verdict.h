@@ -1,0 +1,40 @@
+// The checker's verdict on a package, reached by the checker's own code, with what the library logged on the way.
+#ifndef PKGTOOL_VERDICT_H
+#define PKGTOOL_VERDICT_H
+
+#include "files.h"
+#include "pelnic_cms_verify.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace pkgtool {
+
+// The trusted certificate.
+struct Root {
+    Bytes content;
+    const char* source; // of contents.h
+};
+// The one in the file, DER or PEM; without a path the one compiled into the checker.
+Root loadRoot(const std::string& path);
+
+struct LogRecord {
+    PELNIC_LOG_TYPE level;
+    PELNIC_ERROR_CODE code; // 0 for none
+    std::string message;    // may be empty
+};
+
+struct Verdict {
+    int status;                            // the checker's exit status
+    std::string message;                   // its line, without the line end
+    std::optional<PELNIC_ERROR_CODE> code; // with which the library refused
+    std::vector<LogRecord> log;
+
+    bool isAccepted() const { return status == 0; }
+};
+Verdict judge(const Bytes& package, const Root& root);
+
+} // namespace pkgtool
+
+#endif

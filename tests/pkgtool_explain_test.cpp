@@ -1,0 +1,672 @@
+// pkgtool explain held against the checker: for every reason to refuse a package both give the same verdict and code,
+// and the explanation marks one place of its report, with what to do about it.
+#include "support/checker.h"
+#include "support/cms.h"
+#include "support/package.h"
+#include "support/paths.h"
+#include "support/process.h"
+#include "support/signature.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <regex>
+
+namespace pnvtest {
+namespace {
+
+using Json = nlohmann::json;
+
+// A package with everything in order; a case changes something and packs it.
+struct Bench {
+    const Bytes payload = Text("a firmware image");
+    DemoPki pki{KeyId::Rsa4096};
+
+    TokenSpec Token(std::string_view time) const { return With(DemoToken(pki), &TokenSpec::time, GenTime(time)); }
+    PackageSpec Package(const CmsSpec& cms) const
+    {
+        return SignedPackage(payload, DetachedCms(payload, cms), pki.Crls());
+    }
+    PackageSpec Package(const TokenSpec& token) const { return Package(DemoCms(pki, token)); }
+    PackageSpec Package() const { return Package(DemoCms(pki)); }
+    PackageSpec WithCrls(const Bytes& crls) const
+    {
+        PackageSpec package = Package();
+        package.subFiles[2].content = crls;
+        return package;
+    }
+    // Stamped with any bytes in place of a token.
+    PackageSpec Stamped(const UnsignedAttribute& attribute) const
+    {
+        CmsSpec cms = DemoCms(pki);
+        cms.signers[0].unsignedAttributes = {attribute};
+        return Package(cms);
+    }
+};
+
+struct Refusal {
+    const char* title;
+    std::function<PackageSpec(Bench&)> make;
+    const char* kind;
+    const char* at;      // the marked place
+    const char* subject; // its CN, or empty
+    const char* advice;  // a part of it
+};
+
+const char* const kSigner = "/signers/0";
+const char* const kSignerCert = "/signers/0/chain/0";
+const char* const kSignerCrl = "/signers/0/chain/0/crls/0";
+const char* const kTimestamp = "/signers/0/timestamp";
+const char* const kAuthority = "/signers/0/timestamp/authorities/0";
+const char* const kAuthorityCert = "/signers/0/timestamp/authorities/0/chain/0";
+const char* const kAuthorityCrl = "/signers/0/timestamp/authorities/0/chain/0/crls/0";
+
+const std::vector<Refusal> kRefusals = {
+    // ---- dates ----
+    {"expired signer",
+     [](Bench& b) {
+         b.pki.signer.notAfter = UtcTime("251231000000Z");
+         return b.Package();
+     },
+     "certificate-expired", kSignerCert, "Test Signer", "renew the certificate"},
+    {"signer not yet valid",
+     [](Bench& b) {
+         b.pki.signer.notBefore = UtcTime("260102000000Z");
+         return b.Package();
+     },
+     "certificate-not-yet-valid", kSignerCert, "Test Signer", "check the clocks"},
+    {"expired CA",
+     [](Bench& b) {
+         b.pki.signingCa.notAfter = UtcTime("251231000000Z");
+         return b.Package();
+     },
+     "certificate-expired", "/signers/0/chain/1", "Test Signing CA", "renew the certificate"},
+    {"expired authority",
+     [](Bench& b) {
+         b.pki.tsa.notAfter = UtcTime("251231000000Z");
+         return b.Package();
+     },
+     "certificate-expired", kAuthorityCert, "Test TSA", "renew the certificate"},
+    {"dates that cannot be read",
+     [](Bench& b) {
+         b.pki.signer.notAfter = UtcTime("4001010000Z");
+         return b.Package();
+     },
+     "certificate-undecodable", kSignerCert, "Test Signer", "whole seconds"},
+    // ---- revocation ----
+    {"revoked signer",
+     [](Bench& b) {
+         b.pki.signingCrl.revoked = {{b.pki.signer.serial, UtcTime("250601000000Z"), 1}};
+         return b.Package();
+     },
+     "certificate-revoked", kSignerCrl, "Test Signer", "not revoked"},
+    {"revoked CA",
+     [](Bench& b) {
+         b.pki.rootCrl.revoked = {{b.pki.signingCa.serial, UtcTime("250601000000Z"), 2}};
+         return b.Package();
+     },
+     "certificate-revoked", "/signers/0/chain/1/crls/0", "Test Signing CA", "not revoked"},
+    {"revoked authority",
+     [](Bench& b) {
+         b.pki.tsaCrl.revoked = {{b.pki.tsa.serial, UtcTime("250601000000Z"), 1}};
+         return b.Package();
+     },
+     "certificate-revoked", kAuthorityCrl, "Test TSA", "not revoked"},
+    {"revoked by an expired CRL",
+     [](Bench& b) {
+         b.pki.signingCrl.revoked = {{b.pki.signer.serial, UtcTime("250601000000Z"), 1}};
+         b.pki.signingCrl.nextUpdate = UtcTime("251231000000Z");
+         return b.Package();
+     },
+     "certificate-revoked", kSignerCrl, "Test Signer", "not revoked"},
+    // ---- CRLs ----
+    {"no CRL of the signer's CA", [](Bench& b) { return b.WithCrls(Cat(Build(b.pki.rootCrl), Build(b.pki.tsaCrl))); },
+     "crl-missing", kSignerCert, "Test Signer", "CN=Test Signing CA that covers 2026-01-01"},
+    {"no CRL of the authority's CA",
+     [](Bench& b) { return b.WithCrls(Cat(Build(b.pki.rootCrl), Build(b.pki.signingCrl))); }, "crl-missing",
+     kAuthorityCert, "Test TSA", "CN=Test TSA CA that covers 2026-01-01"},
+    {"no CRL of the root", [](Bench& b) { return b.WithCrls(Cat(Build(b.pki.signingCrl), Build(b.pki.tsaCrl))); },
+     "crl-missing", "/signers/0/timestamp/authorities/0/chain/1", "Test TSA CA", "CN=Test Root"},
+    {"expired CRL",
+     [](Bench& b) {
+         b.pki.signingCrl.nextUpdate = UtcTime("251221000000Z");
+         return b.Package();
+     },
+     "crl-expired", kSignerCrl, "Test Signing CA", "publish a CRL of CN=Test Signing CA that covers the signing time"},
+    {"expired CRL of the root",
+     [](Bench& b) {
+         b.pki.rootCrl.nextUpdate = UtcTime("251221000000Z");
+         return b.Package();
+     },
+     "crl-expired", "/signers/0/timestamp/authorities/0/chain/1/crls/0", "Test Root", "publish a CRL of CN=Test Root"},
+    {"CRL with a wrong signature",
+     [](Bench& b) {
+         b.pki.signingCrl.brokenSignature = true;
+         return b.Package();
+     },
+     "crl-signature", kSignerCrl, "Test Signing CA", "pack the one of this CA"},
+    {"CRL by another key",
+     [](Bench& b) {
+         b.pki.tsaCrl.issuerKey = KeyId::Rsa2048H;
+         return b.Package();
+     },
+     "crl-signature", kAuthorityCrl, "Test TSA CA", "pack the one of this CA"},
+    {"CA that may not sign CRLs",
+     [](Bench& b) {
+         b.pki.signingCa.keyUsage = usage::keyCertSign;
+         return b.Package();
+     },
+     "crl-issuer-usage", kSignerCrl, "Test Signing CA", "keyUsage = critical,keyCertSign,cRLSign"},
+    {"CRL whose end cannot be read",
+     [](Bench& b) {
+         b.pki.signingCrl.nextUpdate = UtcTime("3501010000Z");
+         return b.Package();
+     },
+     "crl-undecodable", kSignerCrl, "Test Signing CA", "whole seconds"},
+    {"CRL without an end",
+     [](Bench& b) {
+         b.pki.signingCrl.nextUpdate.reset();
+         return b.Package();
+     },
+     "crl-undecodable", kSignerCrl, "Test Signing CA", "-crldays"},
+    {"bytes for a CRL", [](Bench& b) { return b.WithCrls(Bytes(64, 0x00)); }, "crl-file-undecodable", "/sub_files/2",
+     "", "nextUpdate"},
+    {"empty CRL sub-file", [](Bench& b) { return b.WithCrls({}); }, "crl-file-undecodable", "/sub_files/2", "", "CRL"},
+    {"indirect CRL of nobody known",
+     [](Bench& b) {
+         const CrlSpec other = Indirect(CrlOf(Intermediate("Other CA")));
+         return b.WithCrls(Cat(Build(b.pki.rootCrl), Build(b.pki.tsaCrl), Build(other)));
+     },
+     "crl-issuer-missing", kSignerCrl, "Other CA", "put the certificate of CN=Other CA"},
+    {"no CRL sub-file",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[2].type = 0x20000000;
+         return package;
+     },
+     "crl-file-missing", "/sub_files", "", "--crl"},
+    // ---- the way to the root ----
+    {"another root of the same name",
+     [](Bench& b) {
+         b.pki = DemoPki(KeyId::Rsa2048A);
+         return b.Package();
+     },
+     "wrong-root", "/signers/0/timestamp/authorities/0/chain/1", "Test TSA CA", "below the root"},
+    {"another root that came along",
+     [](Bench& b) {
+         CertSpec root = Root(KeyId::Rsa2048A);
+         root.subject = root.issuer = TestName("Other Root");
+         b.pki.signingCa = IssuedBy(b.pki.signingCa, root);
+         CmsSpec cms = DemoCms(b.pki);
+         cms.certificates.push_back(Build(root));
+         return b.Package(cms);
+     },
+     "wrong-root", "/signers/0/chain/1", "Test Signing CA", "sign below CN=Test Root"},
+    {"missing CA",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.certificates = {Build(b.pki.signer)};
+         return b.Package(cms);
+     },
+     "issuer-missing", kSignerCert, "Test Signer", "put the certificate of CN=Test Signing CA into the signature"},
+    {"CA that may not sign certificates",
+     [](Bench& b) {
+         b.pki.signingCa.keyUsage = usage::crlSign;
+         return b.Package();
+     },
+     "issuer-usage", kSignerCert, "Test Signer", "keyUsage = critical,keyCertSign,cRLSign"},
+    {"issuer that is not a CA",
+     [](Bench& b) {
+         b.pki.signingCa.basicConstraints = NotCa();
+         return b.Package();
+     },
+     "issuer-missing", kSignerCert, "Test Signer", "CN=Test Signing CA"},
+    {"certificate with a wrong signature",
+     [](Bench& b) {
+         b.pki.signer.brokenSignature = true;
+         return b.Package();
+     },
+     "issuer-signature", kSignerCert, "Test Signer", "altered"},
+    {"chain of twelve CAs",
+     [](Bench& b) {
+         Bytes crls = Cat(Build(b.pki.rootCrl), Build(b.pki.tsaCrl));
+         CmsSpec cms = DemoCms(b.pki);
+         CertSpec issuer = b.pki.root;
+         for (int i = 1; i <= 12; ++i) {
+             issuer = IssuedBy(Intermediate("CA " + std::to_string(i)), issuer);
+             cms.certificates.push_back(Build(issuer));
+             crls = Cat(crls, Build(CrlOf(issuer)));
+         }
+         b.pki.signer = IssuedBy(b.pki.signer, issuer);
+         cms.certificates.push_back(Build(b.pki.signer));
+         cms.signers[0] =
+             With(SignedBy(b.pki.signer), &SignerSpec::unsignedAttributes, cms.signers[0].unsignedAttributes);
+         return SignedPackage(b.payload, DetachedCms(b.payload, cms), crls);
+     },
+     "path-too-deep", "/signers/0/chain/11", "CA 2", "nearer to the root"},
+    // ---- what a certificate is for ----
+    {"signer without a key usage",
+     [](Bench& b) {
+         b.pki.signer.keyUsage.reset();
+         return b.Package();
+     },
+     "key-usage", kSignerCert, "Test Signer", "digitalSignature"},
+    {"signer without digitalSignature",
+     [](Bench& b) {
+         b.pki.signer.keyUsage = usage::keyCertSign;
+         return b.Package();
+     },
+     "key-usage", kSignerCert, "Test Signer", "digitalSignature"},
+    {"signer without codeSigning",
+     [](Bench& b) {
+         b.pki.signer.extendedKeyUsage = {oid::serverAuth};
+         return b.Package();
+     },
+     "purpose", kSignerCert, "Test Signer", "codeSigning"},
+    {"authority without timeStamping",
+     [](Bench& b) {
+         b.pki.tsa.extendedKeyUsage = {oid::codeSigning};
+         return b.Package();
+     },
+     "purpose", kAuthorityCert, "Test TSA", "timeStamping"},
+    {"signer that is a CA",
+     [](Bench& b) {
+         b.pki.signer.basicConstraints = Ca();
+         return b.Package();
+     },
+     "signer-certificate-missing", kSigner, "Test Signing CA", "CA"},
+    {"no certificate of the signer",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.certificates = {Build(b.pki.signingCa)};
+         return b.Package(cms);
+     },
+     "signer-certificate-missing", kSigner, "Test Signing CA", "-nocerts"},
+    {"no certificate of the authority",
+     [](Bench& b) {
+         TokenSpec token = DemoToken(b.pki);
+         token.cms.certificates.clear();
+         return b.Package(token);
+     },
+     "authority-certificate-missing", kAuthority, "Test TSA CA", "-cert"},
+    // ---- timestamps ----
+    {"no timestamp",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].unsignedAttributes.clear();
+         return b.Package(cms);
+     },
+     "timestamp-missing", kSigner, "Test Signing CA", "--tsa-url"},
+    {"another unsigned attribute only",
+     [](Bench& b) { return b.Stamped([](const Bytes&) { return SigningTimeAttribute(UtcTime("260101000000Z")); }); },
+     "timestamp-missing", kSigner, "Test Signing CA", "--tsa-url"},
+    {"timestamp that does not decode",
+     [](Bench& b) { return b.Stamped([](const Bytes&) { return Seq(Oid(oid::timestampToken), Set(Seq())); }); },
+     "timestamp-undecodable", kSigner, "Test Signing CA", ""},
+    {"timestamp of another signature",
+     [](Bench& b) { return b.Stamped([&](const Bytes&) { return Timestamp(DemoToken(b.pki))(b.payload); }); },
+     "timestamp-imprint", kTimestamp, "", "timestamp of this signature"},
+    {"timestamp by SHA-1",
+     [](Bench& b) { return b.Package(With(DemoToken(b.pki), &TokenSpec::imprintHash, Hash::Sha1)); },
+     "timestamp-undecodable", kTimestamp, "", "another digest"},
+    {"timestamp with fractions of a second", [](Bench& b) { return b.Package(b.Token("20260101000000.5Z")); },
+     "timestamp-undecodable", kTimestamp, "", "clock_precision_digits"},
+    {"timestamp without content",
+     [](Bench& b) { return b.Package(With(DemoToken(b.pki), &TokenSpec::eContent, Bytes())); }, "timestamp-undecodable",
+     kTimestamp, "", ""},
+    {"timestamp with a wrong signature",
+     [](Bench& b) {
+         TokenSpec token = DemoToken(b.pki);
+         token.cms.signers[0].brokenSignature = true;
+         return b.Package(token);
+     },
+     "timestamp-signature", kAuthority, "Test TSA", "new"},
+    {"timestamp over other attributes",
+     [](Bench& b) {
+         TokenSpec token = DemoToken(b.pki);
+         token.cms.signers[0].signedAttributes = [](const Bytes&) {
+             return std::vector<Bytes>{ContentTypeAttribute(oid::tstInfo), MessageDigestAttribute(Bytes(32, 0x5A))};
+         };
+         return b.Package(token);
+     },
+     "timestamp-signature", kAuthority, "Test TSA", "new"},
+    // ---- signatures ----
+    {"altered signature",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].brokenSignature = true;
+         return b.Package(cms);
+     },
+     "signature-value", kSigner, "Test Signer", "sign again"},
+    {"signature by SHA-1",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].hash = Hash::Sha1;
+         return b.Package(cms);
+     },
+     "signature-value", kSigner, "Test Signer", "sha256"},
+    {"direct signature by SHA-1",
+     [](Bench& b) {
+         CmsSpec cms = Direct(DemoCms(b.pki));
+         cms.signers[0].hash = Hash::Sha1;
+         return b.Package(cms);
+     },
+     "signature-algorithm", kSigner, "Test Signer", "sha256"},
+    {"key that is not RSA",
+     [](Bench& b) {
+         b.pki.signer = Signer(KeyId::EcP256);
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].key = KeyId::Rsa2048D;
+         return b.Package(cms);
+     },
+     "signature-value", kSigner, "Test Signer", "RSA PKCS #1 v1.5"},
+    {"signer named by key identifier",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].version = 3;
+         cms.signers[0].signerIdentifier = Tlv(0x80, Bytes(20, 0x5A));
+         return b.Package(cms);
+     },
+     "signature-undecodable", "/sub_files/1", "", "-keyid"},
+    {"no message digest",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].signedAttributes = [](const Bytes&) {
+             return std::vector<Bytes>{ContentTypeAttribute(oid::data)};
+         };
+         return b.Package(cms);
+     },
+     "message-digest", kSigner, "Test Signer", "message-digest"},
+    {"signers of different payloads",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers.push_back(cms.signers[0]);
+         cms.signers[1].signedAttributes = [](const Bytes&) {
+             return std::vector<Bytes>{ContentTypeAttribute(oid::data), MessageDigestAttribute(Bytes(32, 0x5A))};
+         };
+         return b.Package(cms);
+     },
+     "digest-conflict", "/signers/1", "Test Signer", "same payload"},
+    {"signature of nobody",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers.clear();
+         return b.Package(cms);
+     },
+     "signature-without-signers", "/sub_files/1", "", "sign the payload"},
+    {"short signature",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[1].content.resize(37);
+         return package;
+     },
+     "signature-undecodable", "/sub_files/1", "", "PEM begins with its first byte"},
+    {"cut signature",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[1].content.resize(1000);
+         return package;
+     },
+     "signature-undecodable", "/sub_files/1", "", "PEM begins with its first byte"},
+    // ---- payload and container ----
+    {"altered payload",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[0].content[0] ^= 0x01;
+         return package;
+     },
+     "payload-altered", "/sub_files/0", "", "payload that was signed"},
+    {"altered payload of a direct signer",
+     [](Bench& b) {
+         PackageSpec package = b.Package(Direct(DemoCms(b.pki)));
+         package.subFiles[0].content[0] ^= 0x01;
+         return package;
+     },
+     "payload-altered", "/sub_files/0", "", "payload that was signed"},
+    {"sub-file outside",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[2].length = 0x7FFFFFFF;
+         return package;
+     },
+     "sub-file-outside", "/sub_files/2", "", "pack again"},
+    {"no payload",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[0].type = 0x20000000;
+         return package;
+     },
+     "payload-missing", "/sub_files", "", "pack the payload"},
+    {"empty payload",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[0].length = 0;
+         return package;
+     },
+     "payload-missing", "/sub_files/0", "", "pack the payload"},
+    {"two sub-files",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFileCount = 2;
+         return package;
+     },
+     "sub-file-count", "/header/sub_file_count", "", "pack a payload"},
+};
+
+class PkgtoolExplain : public ::testing::Test {
+protected:
+    static ProcessResult Explain(const std::string& path, std::vector<std::string> options = {})
+    {
+        options.insert(options.begin(), {PkgtoolPath(), "explain", path, "--root", DataPath("test_root.der")});
+        return RunProcess(options);
+    }
+    std::string Write(const PackageSpec& package) const { return dir_.Write("package", Build(package)); }
+
+    // The report, after what it has to have in common with the checker.
+    static Json ExplainLikeTheChecker(const std::string& path)
+    {
+        const Outcome checker = RunChecker(PkgcheckTestRootPath(), path);
+        const ProcessResult run = Explain(path, {"--json"});
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.status, checker.status == 0 ? 0 : 1);
+        const Json report = Json::parse(run.out, nullptr, false);
+        if (report.is_discarded()) throw std::runtime_error(run.out);
+        EXPECT_EQ(report["verdict"], checker.status == 0 ? "accepted" : "refused");
+        EXPECT_EQ(report["status"], checker.status);
+        EXPECT_EQ(WithoutAddresses(report["message"].is_null() ? "" : report["message"].get<std::string>() + "\n"),
+                  WithoutAddresses(checker.out));
+        std::smatch code;
+        const bool hasCode = std::regex_search(checker.out, code, std::regex(R"(\(err (0x[0-9a-f]+)\))"));
+        EXPECT_EQ(report["code"], hasCode ? Json(code[1].str()) : Json());
+        return report;
+    }
+    static std::string WithoutAddresses(const std::string& line)
+    {
+        return std::regex_replace(line, std::regex("(bin|cms) 0x[0-9a-f]+"), "$1 ADDRESS");
+    }
+
+    const TempDir dir_;
+    Bench bench_;
+};
+
+TEST_F(PkgtoolExplain, EveryRefusalHasItsVerdictItsPlaceAndItsAdvice)
+{
+    for (const Refusal& refusal : kRefusals) {
+        SCOPED_TRACE(refusal.title);
+        Bench bench;
+        const std::string path = Write(refusal.make(bench));
+        const Json report = ExplainLikeTheChecker(path);
+        EXPECT_EQ(report["verdict"], "refused");
+        const Json& failure = report["failure"];
+        ASSERT_TRUE(failure.is_object()) << report.dump(2);
+        EXPECT_EQ(failure["kind"], refusal.kind) << failure;
+        EXPECT_EQ(failure["at"], refusal.at) << failure;
+        EXPECT_TRUE(report.contains(Json::json_pointer(failure["at"].get<std::string>()))) << failure;
+        const std::string subject = failure["subject"].is_null() ? "" : failure["subject"].get<std::string>();
+        EXPECT_EQ(subject, *refusal.subject == '\0' ? "" : std::string("C=ZZ,O=Example,CN=") + refusal.subject);
+        EXPECT_NE(failure["advice"].get<std::string>().find(refusal.advice), std::string::npos) << failure;
+
+        const std::string screen = Explain(path).out;
+        const std::regex mark("\n> ");
+        EXPECT_EQ(std::distance(std::sregex_iterator(screen.begin(), screen.end(), mark), std::sregex_iterator()), 1)
+            << screen;
+        EXPECT_NE(screen.find("\nwhy:  " + failure["reason"].get<std::string>() + "\n"), std::string::npos) << screen;
+        EXPECT_EQ(screen.find('\033'), std::string::npos);
+    }
+}
+
+TEST_F(PkgtoolExplain, AcceptedPackagesHaveNoFailure)
+{
+    CmsSpec two = DemoCms(bench_.pki);
+    two.signers.push_back(two.signers[0]);
+    CrlSpec late = bench_.pki.signingCrl;
+    late.thisUpdate = UtcTime("300101000000Z");
+    PackageSpec unsignedPackage;
+    unsignedPackage.subFiles = {{subfile::payload, bench_.payload, {}, {}}};
+    PackageSpec emptySignature = bench_.Package();
+    emptySignature.subFiles[1].content.clear();
+    for (const PackageSpec& package :
+         {bench_.Package(), bench_.Package(Direct(DemoCms(bench_.pki))), bench_.Package(two), unsignedPackage,
+          emptySignature, bench_.WithCrls(Cat(Build(bench_.pki.rootCrl), Build(late), Build(bench_.pki.tsaCrl)))}) {
+        const std::string path = Write(package);
+        const Json report = ExplainLikeTheChecker(path);
+        EXPECT_EQ(report["verdict"], "accepted");
+        EXPECT_EQ(report["failure"], Json());
+        EXPECT_EQ(Explain(path).out.find("\n> "), std::string::npos);
+    }
+}
+
+// Wherever a package is damaged, the verdict is the checker's, and if it refuses there is a place that is marked.
+TEST_F(PkgtoolExplain, AgreesOnDamagedPackages)
+{
+    const Bytes good = Build(bench_.Package());
+    const std::size_t step = good.size() / 37; // some tens of places, in every part
+    for (std::size_t at = 16; at < good.size(); at += step) {
+        SCOPED_TRACE(at);
+        Bytes flipped = good;
+        flipped[at] ^= 0x01;
+        const Json report = ExplainLikeTheChecker(dir_.Write("package", flipped));
+        EXPECT_EQ(report["failure"].is_object(), report["verdict"] == "refused") << report.dump(2);
+        Bytes cut = good;
+        cut.resize(std::max(at, packageHeaderSize));
+        EXPECT_EQ(ExplainLikeTheChecker(dir_.Write("package", cut))["failure"]["kind"], "sub-file-outside");
+    }
+}
+
+TEST_F(PkgtoolExplain, IsColouredOnATerminalOnly)
+{
+    const std::string path = Write(bench_.Package());
+    const auto onTerminal = [&](const std::vector<std::string>& environment) {
+        const std::string command = PkgtoolPath() + " explain " + path;
+        return RunProcess({"script", "-qec", command, "/dev/null"}, environment).out;
+    };
+    if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
+    EXPECT_NE(onTerminal({"NO_COLOR="}).find("\033[1;31mREFUSED\033[0m"), std::string::npos);
+    const std::string plain = onTerminal({"NO_COLOR=1"});
+    EXPECT_NE(plain.find("REFUSED"), std::string::npos);
+    EXPECT_EQ(plain.find('\033'), std::string::npos);
+}
+
+TEST_F(PkgtoolExplain, TellsTheWholeChain)
+{
+    bench_.pki.signingCrl.revoked = {{Bytes{0x7F}}, {bench_.pki.signer.serial, UtcTime("300101000000Z"), 5}};
+    const Json report = ExplainLikeTheChecker(Write(bench_.Package()));
+    EXPECT_EQ(report["schema"], 1);
+    EXPECT_EQ(report["root"]["subject"], "C=ZZ,O=Example,CN=Test Root");
+    EXPECT_EQ(report["root"]["source"], "root file");
+    const Json signer = report["signers"][0];
+    EXPECT_EQ(signer["subject"], "C=ZZ,O=Example,CN=Test Signer");
+    EXPECT_EQ(signer["timestamp"]["time"], "2026-01-01T00:00:00Z");
+    const Json authority = signer["timestamp"]["authorities"][0];
+    EXPECT_EQ(authority["subject"], "C=ZZ,O=Example,CN=Test TSA");
+    EXPECT_EQ(authority["chain"].size(), 3u);
+    EXPECT_EQ(authority["chain"][0]["source"], "token");
+    ASSERT_EQ(signer["chain"].size(), 3u);
+    EXPECT_EQ(signer["chain"][0]["source"], "signature");
+    EXPECT_EQ(signer["chain"][2]["source"], "root file");
+    EXPECT_EQ(signer["chain"][2]["crls"], Json::array());
+    EXPECT_EQ(signer["chain"][0]["crls"], Json::parse(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
+        "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
+        "signature_algorithm": "RSA-SHA256", "is_indirect": false, "source": "crl file", "score": 224,
+        "is_chosen": true, "says": "revokes it only later"}])"));
+    EXPECT_EQ(signer["chain"][1]["crls"][0]["says"], "does not list it");
+    EXPECT_EQ(signer["chain"][1]["crls"][0]["score"], 96);
+}
+
+TEST_F(PkgtoolExplain, ShowsOneScreen)
+{
+    bench_.pki.signingCrl.nextUpdate = UtcTime("251221000000Z");
+    const std::string path = Write(bench_.Package());
+    EXPECT_EQ(Explain(path).out, path + R"(: REFUSED 0x88200009 PELNIC_ERR_CERT_VERIFY
+  Check cms file fail for file(err 0x88200009)
+  package with 3 sub-files
+    payload    offset          0  length         16
+    signature  offset         16  length       5103
+    crl        offset       5119  length       1563
+  trusts CN=Test Root (root file)
+  signer CN=Test Signer, SHA256
+    timestamp 2026-01-01T00:00:00Z, by
+      authority CN=Test TSA
+        CN=Test TSA, 2020-01-01 to 2040-01-01 (token)
+          CRL of CN=Test TSA CA, 2025-01-01 to 2035-01-01, score 0x60, chosen: does not list it
+        CN=Test TSA CA, 2020-01-01 to 2040-01-01 (token)
+          CRL of CN=Test Root, 2025-01-01 to 2035-01-01, score 0x60, chosen: does not list it
+        CN=Test Root, 2020-01-01 to 2040-01-01 (root file)
+    CN=Test Signer, 2020-01-01 to 2040-01-01 (signature)
+>     CRL of CN=Test Signing CA, 2025-01-01 to 2025-12-21, score 0x00: ended 2025-12-21, before the timestamp 2026-01-01
+    CN=Test Signing CA, 2020-01-01 to 2040-01-01 (signature)
+      CRL of CN=Test Root, 2025-01-01 to 2035-01-01, score 0x60, chosen: does not list it
+    CN=Test Root, 2020-01-01 to 2040-01-01 (root file)
+
+why:  CRL of CN=Test Signing CA ended 2025-12-21, before the timestamp 2026-01-01
+do:   publish a CRL of CN=Test Signing CA that covers the signing time, and pack it
+)");
+}
+
+TEST_F(PkgtoolExplain, TrustsTheCheckersRootUnlessToldOtherwise)
+{
+    const ProcessResult run = RunProcess({PkgtoolPath(), "explain", Write(bench_.Package()), "--json"});
+    EXPECT_EQ(run.status, 1);
+    const Json report = Json::parse(run.out);
+    EXPECT_EQ(report["root"]["source"], "compiled in");
+    EXPECT_EQ(report["failure"]["kind"], "issuer-missing");
+    EXPECT_EQ(report["code"], "0x88200009");
+}
+
+TEST_F(PkgtoolExplain, NamesARootThatIsNone)
+{
+    const std::string path = Write(bench_.Package());
+    const auto explain = [&](const Bytes& root) {
+        return RunProcess({PkgtoolPath(), "explain", path, "--json", "--root", dir_.Write("root", root)});
+    };
+    const Json garbage = Json::parse(explain(Bytes(64, 0x00)).out);
+    EXPECT_EQ(garbage["failure"]["kind"], "root-unusable");
+    EXPECT_EQ(garbage["failure"]["at"], "/root");
+    EXPECT_EQ(garbage["code"], "0x88200008");
+    // Not a CA, so the package's own CA leads nowhere.
+    const Json signer = Json::parse(explain(Build(bench_.pki.signer)).out);
+    EXPECT_EQ(signer["failure"]["kind"], "issuer-missing");
+    EXPECT_NE(signer["failure"]["reason"].get<std::string>().find("trusts CN=Test Signer"), std::string::npos);
+    EXPECT_EQ(explain({}).status, 1);
+}
+
+TEST_F(PkgtoolExplain, KeepsTheLibrarysLog)
+{
+    bench_.pki.signingCrl.nextUpdate = UtcTime("251221000000Z");
+    const Json log = ExplainLikeTheChecker(Write(bench_.Package()))["log"];
+    EXPECT_EQ(log[0], Json::parse(R"({"level": "warning", "code": "0x88200103",
+        "message": "Found an expired CRL, it most likely cause NO CRL error."})"));
+}
+
+TEST_F(PkgtoolExplain, ShortFilesAreRefusedLikeTheChecker)
+{
+    const ProcessResult run = Explain(dir_.Write("package", Bytes(351, 0x00)), {"--json"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(Json::parse(run.out)["status"], 255);
+    EXPECT_EQ(Explain(dir_.Path("missing")).status, 1);
+}
+
+} // namespace
+} // namespace pnvtest
