@@ -15,6 +15,7 @@ void addCrlCommand(CLI::App& app);
 void addCodeCommand(CLI::App& app);
 void addInspectCommand(CLI::App& app);
 void addExplainCommand(CLI::App& app);
+void addLintCommand(CLI::App& app);
 
 } // namespace pkgtool
 

@@ -23,6 +23,7 @@ int run(int argc, char** argv)
     pkgtool::addCodeCommand(app);
     pkgtool::addInspectCommand(app);
     pkgtool::addExplainCommand(app);
+    pkgtool::addLintCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& status) {

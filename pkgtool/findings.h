@@ -1,0 +1,37 @@
+// What lint finds: whatever a device would accept although its owner should not ship it.
+#ifndef PKGTOOL_FINDINGS_H
+#define PKGTOOL_FINDINGS_H
+
+#include "contents.h"
+
+#include <string>
+#include <vector>
+
+namespace pkgtool {
+
+enum class Severity {
+    Note,    // worth knowing
+    Warning, // weaker than it looks
+    Error,   // accepted without anybody's signature counting, or not accepted
+};
+
+struct Finding {
+    const char* id; // stable, and explained in docs/pkgtool.md
+    Severity severity;
+    std::string at; // a place in the report of pkgtool inspect, as a JSON pointer
+    std::string sentence;
+};
+using Findings = std::vector<Finding>;
+
+struct Limits {
+    int crlMarginDays; // a CRL should go on for so long after the timestamp
+    int crlDays;       // and be valid for no longer than this
+};
+
+Findings lintContainer(const Contents& contents, std::size_t size);
+Findings lintSignature(const Contents& contents);
+Findings lintCrls(const Contents& contents, const Limits& limits);
+
+} // namespace pkgtool
+
+#endif

@@ -1,0 +1,235 @@
+// pkgtool lint as a process: each finding by the package that has it and, in everything else, is one that devices
+// accept.
+#include "support/cms.h"
+#include "support/package.h"
+#include "support/paths.h"
+#include "support/process.h"
+#include "support/signature.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <set>
+
+namespace pnvtest {
+namespace {
+
+using Json = nlohmann::json;
+using Ids = std::set<std::string>;
+
+constexpr int kClean = 0;
+constexpr int kWarnings = 10;
+constexpr int kErrors = 11;
+
+// What the demo packages have and nobody minds.
+const Ids kUsual = {"ca-carried", "timestamp-without-accuracy"};
+
+class PkgtoolLint : public ::testing::Test {
+protected:
+    PkgtoolLint()
+    {
+        // Of a year, and not empty, so that nothing is found in them.
+        for (CrlSpec* crl : {&pki_.rootCrl, &pki_.signingCrl, &pki_.tsaCrl}) {
+            crl->thisUpdate = UtcTime("250701000000Z");
+            crl->nextUpdate = UtcTime("260701000000Z");
+            crl->revoked = {{Bytes{0x7F}}};
+        }
+    }
+
+    PackageSpec Package(const CmsSpec& cms) const
+    {
+        return SignedPackage(payload_, DetachedCms(payload_, cms), pki_.Crls());
+    }
+    PackageSpec Package() const { return Package(DemoCms(pki_)); }
+
+    Json Lint(const Bytes& package, int status, std::vector<std::string> options = {}) const
+    {
+        options.insert(options.begin(), {PkgtoolPath(), "lint", dir_.Write("package", package), "--json", "--root",
+                                         DataPath("test_root.der")});
+        const ProcessResult run = RunProcess(options);
+        EXPECT_EQ(run.err, "");
+        EXPECT_EQ(run.status, status) << run.out;
+        return Json::parse(run.out);
+    }
+    Ids Found(const PackageSpec& package, int status, const std::vector<std::string>& options = {}) const
+    {
+        const Json report = Lint(Build(package), status, options);
+        Ids ids;
+        for (const Json& finding : report["findings"]) ids.insert(finding["id"]);
+        return ids;
+    }
+    void ExpectOnly(const PackageSpec& package, int status, const Ids& ids) const
+    {
+        EXPECT_EQ(Found(package, status), ids);
+    }
+    // These, and the usual ones.
+    void ExpectFound(const PackageSpec& package, int status, Ids ids,
+                     const std::vector<std::string>& options = {}) const
+    {
+        ids.insert(kUsual.begin(), kUsual.end());
+        EXPECT_EQ(Found(package, status, options), ids);
+    }
+
+    const TempDir dir_;
+    const Bytes payload_ = Text("a firmware image");
+    DemoPki pki_{KeyId::Rsa4096};
+};
+
+TEST_F(PkgtoolLint, FindsNothingInAGoodPackage)
+{
+    ExpectFound(Package(), kClean, {});
+    TokenSpec token = DemoToken(pki_);
+    token.accuracy = Accuracy(1);
+    ExpectOnly(Package(DemoCms(pki_, token)), kClean, {"ca-carried"});
+}
+
+TEST_F(PkgtoolLint, FindsUnsignedPackages)
+{
+    PackageSpec one;
+    one.subFiles = {{subfile::payload, payload_, {}, {}}};
+    ExpectOnly(one, kErrors, {"unsigned-by-count"});
+    PackageSpec without = Package();
+    without.subFiles[1] = {subfile::crl, {}, {}, {}};
+    ExpectOnly(without, kErrors, {"unsigned-without-signature", "sub-file-twice"});
+    PackageSpec empty = Package();
+    empty.subFiles[1].content.clear();
+    ExpectOnly(empty, kErrors, {"unsigned-without-signature"});
+}
+
+TEST_F(PkgtoolLint, FindsWhatTheCheckerRefuses)
+{
+    pki_.signingCrl.revoked = {{pki_.signer.serial}};
+    ExpectFound(Package(), kErrors, {"refused"});
+    PackageSpec two = Package();
+    two.subFileCount = 2;
+    ExpectFound(two, kErrors, {"refused", "bytes-outside-sub-files"});
+}
+
+TEST_F(PkgtoolLint, FindsSubFilesOutsideOverlappingUnknownAndUncovered)
+{
+    PackageSpec package = Package();
+    package.subFiles.push_back({0x20000000, Bytes(5, 0x00), {}, {}});
+    package.subFileCount = 3;
+    ExpectFound(package, kWarnings, {"bytes-outside-sub-files"});
+
+    package = Package();
+    package.subFiles[2].content.push_back(0x00); // a byte that both of the next have
+    package.subFiles[1].length = Len(package.subFiles[1].content) + 10;
+    ExpectFound(package, kWarnings, {"sub-file-overlap", "crl-unread-bytes"});
+
+    // Eight bytes of nothing known in the first place, far outside.
+    PackageSpec unknown;
+    unknown.subFiles = {
+        {0x20000000, {}, 0x1000, 8}, {subfile::payload, payload_, {}, {}}, {subfile::payload, {}, 0, 0}};
+    ExpectOnly(unknown, kErrors,
+               {"unsigned-without-signature", "sub-file-outside", "sub-file-unknown", "sub-file-twice"});
+}
+
+TEST_F(PkgtoolLint, FindsAHeaderThatGivesAnotherLength)
+{
+    ExpectFound(With(Package(), &PackageSpec::length, 5u), kClean, {"header-length"});
+}
+
+TEST_F(PkgtoolLint, FindsATimestampThatNobodySigned)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers.clear();
+    ExpectFound(Package(DemoCms(pki_, token)), kErrors, {"timestamp-without-signers"});
+}
+
+TEST_F(PkgtoolLint, FindsASecondTimestamp)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers[0].unsignedAttributes.push_back(cms.signers[0].unsignedAttributes[0]);
+    ExpectFound(Package(cms), kWarnings, {"timestamp-twice"});
+}
+
+TEST_F(PkgtoolLint, FindsSignersWithoutSignedAttributes)
+{
+    CmsSpec cms = Direct(DemoCms(pki_));
+    ExpectFound(Package(cms), kWarnings, {"signer-without-attributes"});
+    cms.signers.push_back(cms.signers[0]);
+    ExpectFound(Package(cms), kErrors, {"signer-without-attributes", "last-signer-decides"});
+}
+
+TEST_F(PkgtoolLint, FindsSignedAttributesWithoutContentType)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers[0].signedAttributes = [](const Bytes& digest) {
+        return std::vector<Bytes>{MessageDigestAttribute(digest)};
+    };
+    ExpectFound(Package(cms), kWarnings, {"no-content-type"});
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers[0].signedAttributes = cms.signers[0].signedAttributes;
+    ExpectFound(Package(DemoCms(pki_, token)), kWarnings, {"no-content-type"});
+}
+
+TEST_F(PkgtoolLint, FindsACarriedRootAndACaWithTwoKeys)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(pki_.root));
+    ExpectFound(Package(cms), kClean, {"root-carried"});
+    CertSpec renewed = pki_.signingCa;
+    renewed.key = KeyId::Rsa2048G;
+    renewed.serial = {0x55};
+    cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(renewed));
+    ExpectFound(Package(cms), kWarnings, {"ca-twice"});
+}
+
+TEST_F(PkgtoolLint, FindsAWeakKey)
+{
+    CmsSpec cms = DemoCms(pki_);
+    CertSpec weak = Signer(KeyId::Rsa2048F);
+    weak.subjectPublicKey = RsaSpki(Bytes(128, 0xC5));
+    cms.certificates.push_back(Build(weak));
+    ExpectFound(Package(cms), kWarnings, {"weak-key"});
+}
+
+TEST_F(PkgtoolLint, FindsCrlsOfTheWrongLength)
+{
+    pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");
+    ExpectFound(Package(), kWarnings, {"crl-ends-soon"});
+    ExpectFound(Package(), kClean, {}, {"--crl-margin", "14"});
+    ExpectFound(Package(), kWarnings, {"crl-ends-soon"}, {"--crl-margin", "15"});
+    pki_.signingCrl.nextUpdate = UtcTime("280701000000Z");
+    ExpectFound(Package(), kWarnings, {"crl-too-long"});
+    ExpectFound(Package(), kClean, {}, {"--crl-days", "1096"});
+    pki_.signingCrl.thisUpdate = UtcTime("280101000000Z");
+    ExpectFound(Package(), kClean, {"crl-begins-later"});
+}
+
+TEST_F(PkgtoolLint, FindsCrlsThatListNothingOrSpeakForOthers)
+{
+    pki_.signingCrl.revoked.clear();
+    ExpectFound(Package(), kClean, {"crl-lists-nothing"});
+    pki_.tsaCrl = Indirect(pki_.tsaCrl);
+    ExpectFound(Package(), kWarnings, {"crl-lists-nothing", "crl-indirect"});
+}
+
+TEST_F(PkgtoolLint, PointsAtThePlaceAndPutsTheWorstFirst)
+{
+    pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");
+    const Json report = Lint(Build(Package()), kWarnings);
+    EXPECT_EQ(report["schema"], 1);
+    EXPECT_EQ(report["findings"][0], Json::parse(R"({"id": "crl-ends-soon", "severity": "warning",
+        "at": "/sub_files/2/content/crls/1",
+        "message": "the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp 2026-01-01"})"));
+    const ProcessResult words =
+        RunProcess({PkgtoolPath(), "lint", dir_.Path("package"), "--root", DataPath("test_root.der")});
+    EXPECT_EQ(words.out.find("warning: the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp "
+                             "2026-01-01 [crl-ends-soon]\nnote: "),
+              0u)
+        << words.out;
+}
+
+TEST_F(PkgtoolLint, WantsAPackage)
+{
+    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Write("short", Bytes(10, 0x00))}).status, 1);
+    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Path("missing")}).status, 1);
+}
+
+} // namespace
+} // namespace pnvtest
