@@ -16,6 +16,7 @@ void addCodeCommand(CLI::App& app);
 void addInspectCommand(CLI::App& app);
 void addExplainCommand(CLI::App& app);
 void addLintCommand(CLI::App& app);
+void addVerifyCommand(CLI::App& app);
 
 } // namespace pkgtool
 

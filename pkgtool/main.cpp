@@ -24,6 +24,7 @@ int run(int argc, char** argv)
     pkgtool::addInspectCommand(app);
     pkgtool::addExplainCommand(app);
     pkgtool::addLintCommand(app);
+    pkgtool::addVerifyCommand(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& status) {

@@ -1,0 +1,129 @@
+// pkgtool verify held against the checker, package by package.
+#include "support/checker.h"
+#include "support/cms.h"
+#include "support/package.h"
+#include "support/paths.h"
+#include "support/process.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <sstream>
+
+namespace pnvtest {
+namespace {
+
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+class PkgtoolVerify : public ::testing::Test {
+protected:
+    static ProcessResult Verify(const Words& packages, const Words& options = {})
+    {
+        Words argv{PkgtoolPath(), "verify", "--root", DataPath("test_root.der")};
+        argv.insert(argv.end(), options.begin(), options.end());
+        argv.insert(argv.end(), packages.begin(), packages.end());
+        return RunProcess(argv);
+    }
+    static std::vector<Json> VerifyJson(const Words& packages, const Words& options, int status)
+    {
+        Words all{"--json"};
+        all.insert(all.end(), options.begin(), options.end());
+        const ProcessResult run = Verify(packages, all);
+        EXPECT_EQ(run.status, status);
+        EXPECT_EQ(run.err, "");
+        std::vector<Json> answers;
+        std::istringstream lines(run.out);
+        for (std::string line; std::getline(lines, line);) answers.push_back(Json::parse(line));
+        return answers;
+    }
+
+    std::string Write(const std::string& name, const PackageSpec& package) const
+    {
+        return dir_.Write(name, Build(package));
+    }
+
+    const TempDir dir_;
+    const Bytes payload_ = Text("a firmware image");
+    const DemoPki pki_{KeyId::Rsa4096};
+    const PackageSpec good_ = SignedPackage(payload_, DetachedCms(payload_, DemoCms(pki_)), pki_.Crls());
+};
+
+TEST_F(PkgtoolVerify, AgreesWithTheCheckerOneByOne)
+{
+    PackageSpec flipped = good_;
+    flipped.subFiles[0].content[0] ^= 0x01;
+    PackageSpec two = good_;
+    two.subFileCount = 2;
+    PackageSpec one = good_;
+    one.subFileCount = 1;
+    PackageSpec withoutCrls = good_;
+    withoutCrls.subFiles[2].content.clear();
+    CmsSpec unstamped = DemoCms(pki_);
+    unstamped.signers[0].unsignedAttributes.clear();
+    Words packages = {Write("good", good_),
+                      Write("flipped", flipped),
+                      Write("two", two),
+                      Write("one", one),
+                      Write("crls", withoutCrls),
+                      Write("stamp", SignedPackage(payload_, DetachedCms(payload_, unstamped), pki_.Crls())),
+                      dir_.Write("short", Bytes(351, 0x00)),
+                      dir_.Write("empty", {}),
+                      dir_.Path("missing")};
+    for (int i = 0; i < 3; ++i) packages.insert(packages.end(), packages.begin(), packages.begin() + 9);
+
+    for (const Words& options : {Words{}, Words{"-j", "1"}, Words{"-j", "5"}}) {
+        const std::vector<Json> answers = VerifyJson(packages, options, 1);
+        ASSERT_EQ(answers.size(), packages.size());
+        for (std::size_t i = 0; i < packages.size(); ++i) {
+            const Outcome checker = RunChecker(PkgcheckTestRootPath(), packages[i]);
+            const Json& answer = answers[i];
+            EXPECT_EQ(answer["package"], packages[i]);
+            EXPECT_EQ(answer["status"], checker.status) << answer;
+            EXPECT_EQ(answer["verdict"], checker.status == 0 ? "accepted" : "refused");
+            if (answer["code"].is_null()) continue;
+            EXPECT_EQ(checker.out, "Check cms file fail for file(err " + answer["code"].get<std::string>() + ")\n");
+            EXPECT_EQ(answer["message"].get<std::string>() + "\n", checker.out);
+        }
+    }
+}
+
+TEST_F(PkgtoolVerify, SaysItInOneLineEach)
+{
+    PackageSpec flipped = good_;
+    flipped.subFiles[0].content[0] ^= 0x01;
+    const std::string good = Write("good", good_);
+    const std::string bad = Write("bad", flipped);
+    const ProcessResult run = Verify({bad, good});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, ""); // the bar is for terminals
+    EXPECT_EQ(run.out, "refused   " + bad + ": Check cms file fail for file(err 0xffffffff)\naccepted  " + good + "\n");
+    EXPECT_EQ(Verify({good, good}).status, 0);
+}
+
+TEST_F(PkgtoolVerify, DrawsABarOnATerminal)
+{
+    if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
+    const std::string good = Write("good", good_);
+    const std::string out =
+        RunProcess({"script", "-qec", PkgtoolPath() + " verify " + good + " " + good, "/dev/null"}).out;
+    EXPECT_NE(out.find("[####################....................] 1 of 2"), std::string::npos) << out;
+    EXPECT_NE(out.find("[########################################] 2 of 2"), std::string::npos) << out;
+}
+
+TEST_F(PkgtoolVerify, TakesNamesThatTheCheckerCannot)
+{
+    EXPECT_EQ(Verify({Write(std::string(100, 'x'), good_)}).status, 0);
+}
+
+TEST_F(PkgtoolVerify, TrustsTheCheckersRootUnlessToldOtherwise)
+{
+    const ProcessResult run = RunProcess({PkgtoolPath(), "verify", Write("good", good_)});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.out.find("0x88200009"), std::string::npos) << run.out;
+}
+
+} // namespace
+} // namespace pnvtest
