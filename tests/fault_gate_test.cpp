@@ -24,7 +24,9 @@ PNV_UINT32 GiveTable(PELNIC_CALLBACK_FUNCS* funcs)
 }
 
 #define pelnic_set_callback_funcs GiveTable
+#define Pelnic_Verify_Signature_Logged VerifyLogged // not the linked one, which arguments would find as well
 #include "tool/verify_signature.cpp"
+#undef Pelnic_Verify_Signature_Logged
 #undef pelnic_set_callback_funcs
 
 } // namespace pnvtest::checker

@@ -24,7 +24,7 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S
     params.st_size = sizeof params;
     PELNIC_ERROR_CODE rc = pelnic_set_callback_funcs(&params.callback_funcs);
     if (rc != 0) return rc;
-    params.callback_funcs.plt_funcs.log_funcs.log_func = log;
+    if (log != nullptr) params.callback_funcs.plt_funcs.log_funcs.log_func = log;
     PELNIC_VRF_CTX ctx = nullptr;
     rc = pelnic_verify_create_ctx(&ctx, &params);
     if (rc != 0) return rc;

@@ -19,7 +19,7 @@ typedef struct pelnic_verify_signature_st {
 // 0 when the signature is valid. PELNIC_ERR_FAILED for a null record or pointer and for any result but valid; the
 // library's own code when one of its operations fails. The lengths are taken as they stand.
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig);
-// The same with what the library logs on the way; a null log is silence.
+// The same with what the library logs on the way; a null log leaves the default one, which writes nowhere.
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log);
 
 #endif
