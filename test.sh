@@ -7,7 +7,8 @@ cd "$(dirname "$0")"
 [ $# -gt 0 ] || set -- debug clang release arm
 
 cmake/install-packages.sh cmake ninja-build pkgconf g++ clang libssl-dev libsafec-dev libgtest-dev googletest \
-    g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user-static openssl strace faketime clang-format clang-tidy cppcheck \
+    g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user-static openssl strace faketime \
+    clang-format clang-tidy cppcheck \
     libcli11-dev libcurl4-openssl-dev nlohmann-json3-dev gnutls-bin softhsm2 libengine-pkcs11-openssl python3 \
     libmbedtls-dev mandoc dpkg-dev file
 
@@ -22,7 +23,7 @@ for preset; do
 
     log=build/$preset/Testing/Temporary/LastTest.log
     rm -f "$log"
-    ctest --preset "$preset" >"build/$preset/ctest.log" || { status=1; cat "build/$preset/ctest.log"; }
+    ctest --preset "$preset" -j "$(nproc)" >"build/$preset/ctest.log" || { status=1; cat "build/$preset/ctest.log"; }
     logs="$logs $log"
     echo "$preset took $(($(date +%s) - start)) s"
 done
