@@ -232,6 +232,22 @@ TEST(ReadFileCallbacks, TellA64BitSize)
               PELNIC_ERR_SYS_FILE_TOO_LARGE);
 }
 
+TEST(ReadFileCallbacks, GiveNoBlockAndCallItASuccess)
+{
+    CleanPlan plan;
+    Stores stores(plan);
+    static_cast<PELNIC_VRF*>(stores)->callback_funcs.plt_funcs.sys_funcs.mem_funcs.malloc = [](void** out, PNV_UINT32) {
+        *out = nullptr;
+        return PELNIC_ERROR_CODE{0};
+    };
+    const TempDir dir;
+    PNV_BYTE* data = nullptr;
+    PNV_UINT32 size = 0;
+    EXPECT_EQ(_pnvReadFile(stores, dir.Write("file", Bytes(100, 0)).c_str(), &data, &size), PELNIC_ERR_SYS_MEM_ALLOC);
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(plan.Count(Call::Fread), 0u);
+}
+
 // ---- Decoding an input ----
 
 class DecodeInput : public AddTest {
@@ -520,6 +536,13 @@ TEST_F(PemBlock, EndsWithItsMarker)
     EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_CMS_FORMAT));
     plan_.ClearLogs();
     EXPECT_EQ(Crl("-----BEGIN X509 CRL-----\nTWFu\n-----END CERTIFICATE-----"), PELNIC_ERR_CMS_FORMAT);
+    EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_CMS_FORMAT));
+}
+
+// Long enough for its beginning, and so it is the end that is missed.
+TEST_F(PemBlock, IsMoreThanItsFirstMarker)
+{
+    EXPECT_EQ(Cert("-----BEGIN CERTIFICATE-----"), PELNIC_ERR_CMS_FORMAT);
     EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_CMS_FORMAT));
 }
 
