@@ -265,7 +265,8 @@ void requireSignature(const Bytes& signature, const Bytes& payload, const std::s
     const Bio content = memoryBio(payload);
     const unsigned flags = CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY;
     if (CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, flags) != 1) {
-        throw UserError(origin + " is not a signature over this payload", "line ends count: sign with -binary");
+        throw UserError(origin + " is not a signature over this payload",
+                        "pack the payload that was signed, as it was; line ends count (openssl cms -binary)");
     }
 }
 
