@@ -21,7 +21,8 @@ const std::vector<Code>& allCodes()
         CODE(FAILED,
              "The generic failure: \"different\" of comparisons, a missing context or callback, a check without a code "
              "of its own.",
-             "The payload is not what was signed, or a sub-file lies outside the package: pack again what was signed."),
+             "The payload is not what was signed, there are no CRLs, or a sub-file lies outside the package: pack "
+             "again what was signed."),
         CODE(SYS_MEM_ALLOC, "memory could not be allocated"),
         CODE(SYS_MEM_SET, "memset failed on a newly allocated verify context"),
         CODE(SYS_MEM_OVERFLOW, "a fill, move or copy asked for more than the destination holds"),
@@ -37,7 +38,7 @@ const std::vector<Code>& allCodes()
         CODE(SYS_BASE64, "malformed Base64 text"),
         CODE(SYS_STR_OVERFLOW, "a string does not fit; logged for an over-long name attribute"),
         CODE(NULL_POINTER, "a required argument is null or a length is 0",
-             "A signer has no timestamp, or the package has no CRL: sign with a timestamp, pack with --crl."),
+             "A signer has no timestamp, or the CRL sub-file is empty: sign with a timestamp, pack with --crl."),
         CODE(INVALID_SIZE, "a size field does not equal the structure's size"),
         CODE(CALLBACK_MISSING, "a required callback is null"),
         CODE(NO_PKI, "the verify context has no PKI object"),
