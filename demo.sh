@@ -70,7 +70,8 @@ image="--payload image"
     check flipped.pkg "One bit of the image flipped: refused."
 
     $pack $image --cms image.cms --crl pki/root.crl --crl pki/ca-revoked.crl -o revoked.pkg
-    check revoked.pkg "The signer was revoked before the timestamp: refused."
+    check revoked.pkg "The signer was revoked before the timestamp: refused. The code does not say so, pkgtool does."
+    show pkgtool explain revoked.pkg
 
     pkgtool sign image $signer --no-timestamp -o unstamped.cms
     $pack $image --cms unstamped.cms $crls -o unstamped.pkg
@@ -96,3 +97,5 @@ for date in "1970-01-02" "$(date +%F)" "2099-12-31"; do
         printf '%s  %-12s exit status %s%s\n' "$date" $package "$status" "${output:+   $output}"
     done
 done
+
+say "good.pkg, the PKI (pki), pkgcheck and pkgtool (pkgtool/pkgtool) are in $build"
