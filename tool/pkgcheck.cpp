@@ -31,7 +31,7 @@ constexpr int BAD_ARGUMENT = -22;
 static int conclude(const PKGCHECK_JOB* job, const char* refusal, const char* acceptance)
 {
     if (refusal != nullptr) {
-        fprintf(job->out, "Strict: %s\n", refusal);
+        (void)fprintf(job->out, "Strict: %s\n", refusal);
         return NOT_STRICT;
     }
     (void)fputs(acceptance, job->out);
@@ -126,8 +126,9 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
     sig.uiCertLength = job->uiRootLength;
     if (sig.uiCmsLength == 0) return conclude(job, pkgcheck_unsigned_refusal(), ""); // accepted silently, by design
     if (sig.pCms == nullptr || sig.uiBinLength == 0 || sig.pBin == nullptr) {
-        fprintf(job->out, "Check cms fail for no sub file, bin %p %#x cms %p %#x\n", static_cast<const void*>(sig.pBin),
-                sig.uiBinLength, static_cast<const void*>(sig.pCms), sig.uiCmsLength);
+        (void)fprintf(job->out, "Check cms fail for no sub file, bin %p %#x cms %p %#x\n",
+                      static_cast<const void*>(sig.pBin), sig.uiBinLength, static_cast<const void*>(sig.pCms),
+                      sig.uiCmsLength);
         return REFUSED;
     }
     const bool inside = isInside(package, packageLength, sig.pCms, sig.uiCmsLength) &&
@@ -135,7 +136,7 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
                         isInside(package, packageLength, sig.pCrl, sig.uiCrlLength);
     job->code = inside ? Pelnic_Verify_Signature_Logged(&sig, job->log) : PELNIC_ERR_FAILED;
     if (job->code != 0) {
-        fprintf(job->out, "Check cms file fail for file(err 0x%x)\n", job->code);
+        (void)fprintf(job->out, "Check cms file fail for file(err 0x%x)\n", job->code);
         return REFUSED;
     }
     return conclude(job, pkgcheck_signature_refusal(&sig), "");
@@ -150,8 +151,8 @@ int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PKGCHECK_J
         return conclude(job, pkgcheck_unsigned_refusal(), "Info: There is one subfile, Check signature passed\n");
     }
     if (subfilenum != SIGNED_SUB_FILES) {
-        fprintf(job->out, "Error: Check cms fail for subfile num(%ld) is invalid\n",
-                static_cast<long>(static_cast<PNV_INT32>(subfilenum)));
+        (void)fprintf(job->out, "Error: Check cms fail for subfile num(%ld) is invalid\n",
+                      static_cast<long>(static_cast<PNV_INT32>(subfilenum)));
         return BAD_SUB_FILE_NUM;
     }
     return checkSignedPackage(package, packageLength, &header, job);
