@@ -525,6 +525,7 @@ TEST_F(PemBlock, BeginsWithItsMarker)
 {
     EXPECT_EQ(Cert(AsString(PemCrl(pki_.rootCrl))), PELNIC_ERR_CMS_FORMAT);
     EXPECT_EQ(Crl(AsString(PemCert(pki_.signer))), PELNIC_ERR_CMS_FORMAT);
+    EXPECT_EQ(Cert("-----BEGIN CERTIFICATE"), PELNIC_ERR_CMS_FORMAT);
     EXPECT_EQ(Cert("-----BEGIN CERTIFICATE REQUEST-----\nTWFu\n-----END CERTIFICATE REQUEST-----"),
               PELNIC_ERR_CMS_FORMAT);
     EXPECT_TRUE(plan_.Logs().empty());

@@ -608,6 +608,12 @@ TEST_F(RevokeList, PassesUpTheAllocatorsCode)
     EXPECT_EQ(Told(vrf_.Plan()), Lines{});
 }
 
+TEST_F(RevokeList, IsDestroyedOnlyWhereThereIsOne)
+{
+    _pnvDestoryRevokeList(vrf_, nullptr);
+    EXPECT_EQ(vrf_.Plan().Count(Call::Free), 0u);
+}
+
 // The first count whose room in octets does not fit into 32 bits.
 TEST_F(RevokeList, RefusesWhatNoAllocationCanHold)
 {

@@ -1180,6 +1180,16 @@ TEST_F(QuickSignature, TakesAReadErrorForTheEnd)
     EXPECT_EQ(Quick(dir_.Path(), dir_.Write("nothing", DetachedCms({}, DemoCms(pki_)))), good);
 }
 
+TEST_F(QuickSignature, TellsAnEmptyPathFromOneThatCannotBeOpened)
+{
+    ASSERT_EQ(Begin(DemoCms(pki_)), 0u);
+    for (const PNV_CHAR* path : {static_cast<const PNV_CHAR*>(nullptr), ""}) {
+        plan_.ClearLogs();
+        EXPECT_EQ(_pnvUpdateContent(Current().Record(), path), PELNIC_ERR_NULL_POINTER);
+        EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_SYS_FILE_OPEN, "Empty file path."));
+    }
+}
+
 TEST_F(QuickSignature, ReportsThatThereIsNoReadBuffer)
 {
     ASSERT_EQ(Begin(DemoCms(pki_)), 0u);

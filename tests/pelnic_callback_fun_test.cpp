@@ -1026,6 +1026,22 @@ TEST(RsaContext, RefusesNull)
     _pnv_verify_ctx_destory_impl(nullptr);
 }
 
+TEST(RsaContext, UpdateTakesNullForNoOctets)
+{
+    Rsa rsa(kModulus2048, AOID_SHA256);
+    EXPECT_EQ(pelnic_verify_update_impl(rsa.Handle(), nullptr, 1), PELNIC_ERR_FAILED);
+    EXPECT_EQ(pelnic_verify_update_impl(rsa.Handle(), nullptr, 0), 0u);
+    EXPECT_EQ(rsa.Update(Text("abc")), 0u);
+    EXPECT_EQ(rsa.Final(FromHex(kSignature2048Sha256)), kGood);
+}
+
+TEST(RsaContext, FinalNeedsAPlaceForTheVerdict)
+{
+    Rsa rsa(kModulus2048, AOID_SHA256);
+    const Bytes signature = FromHex(kSignature2048Sha256);
+    EXPECT_EQ(_pnv_verify_final_impl(rsa.Handle(), signature.data(), Len(signature), nullptr), PELNIC_ERR_FAILED);
+}
+
 TEST(RsaContext, RefusesNumbersBeyond4096Bits)
 {
     PELNIC_BIGINT e = kExponent;

@@ -498,6 +498,16 @@ TEST_F(SignedData, RawCertificatesAreDecodedAllOrNone)
     EXPECT_TRUE(LoggedError(vrf_.Plan(), PELNIC_ERR_CMS_DECODE));
 }
 
+TEST_F(SignedData, RawCertificatesAreNotDecodedForNull)
+{
+    const auto raw = DecodeItem<PELNIC_X509_CERT_RAW_BUNDLE_item>(vrf_, Seq(spec_.certificates[0]));
+    PELNIC_X509_CERT_BUNDLE* certificates = nullptr;
+    EXPECT_EQ(_pnvDecodeCert(nullptr, raw.get(), &certificates), PELNIC_ERR_NULL_POINTER);
+    EXPECT_EQ(_pnvDecodeCert(vrf_, nullptr, &certificates), PELNIC_ERR_NULL_POINTER);
+    EXPECT_EQ(_pnvDecodeCert(vrf_, raw.get(), nullptr), PELNIC_ERR_NULL_POINTER);
+    EXPECT_EQ(certificates, nullptr);
+}
+
 // ---- TSTInfo ----
 
 class TstInfoTest : public ::testing::Test {

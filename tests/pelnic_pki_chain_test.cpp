@@ -328,6 +328,13 @@ TEST_F(FindCrlIssuer, FindsNothingWithoutStores)
     EXPECT_EQ(Find(), nullptr);
 }
 
+TEST_F(FindCrlIssuer, FindsNothingWithoutAContextOrACrl)
+{
+    stores_.Trust(Root());
+    EXPECT_EQ(pelnic_pki_find_crl_issuer(nullptr, stores_.Crl(CrlOf(Root()))), nullptr);
+    EXPECT_EQ(pelnic_pki_find_crl_issuer(stores_, nullptr), nullptr);
+}
+
 TEST_F(FindCrlIssuer, PrefersTheTrustStore)
 {
     stores_.Local(Root());
@@ -528,6 +535,7 @@ protected:
 TEST_F(VerifyCert, RefusesNullArguments)
 {
     PNV_BOOL result = 0;
+    EXPECT_EQ(pelnic_pki_verify_cert(nullptr, stores_.Cert(Root()), 1, &result), PELNIC_ERR_NULL_POINTER);
     EXPECT_EQ(pelnic_pki_verify_cert(stores_, nullptr, 1, &result), PELNIC_ERR_NULL_POINTER);
     EXPECT_EQ(result, 0u);
     EXPECT_EQ(pelnic_pki_verify_cert(stores_, stores_.Cert(Root()), 1, nullptr), PELNIC_ERR_NULL_POINTER);

@@ -105,6 +105,7 @@ protected:
 TEST_F(CaTest, RefusesNullArguments)
 {
     PNV_BOOL isCa = 0;
+    EXPECT_EQ(pelnic_pki_is_ca_cert(nullptr, stores_.Cert(Root()), &isCa), PELNIC_ERR_NULL_POINTER);
     EXPECT_EQ(pelnic_pki_is_ca_cert(stores_, nullptr, &isCa), PELNIC_ERR_NULL_POINTER);
     EXPECT_EQ(pelnic_pki_is_ca_cert(stores_, stores_.Cert(Root()), nullptr), PELNIC_ERR_NULL_POINTER);
 }
