@@ -415,6 +415,16 @@ TEST_F(DataBlock, AppendFillsTheHeapAreaBeforeItGrows)
     EXPECT_EQ(vrf_.Plan().LiveBytes(), 256u);
 }
 
+TEST_F(DataBlock, AppendUsesTheHeapAreaThatAFailedSetLeft)
+{
+    vrf_.Plan().Fail(Call::Memcpy, 1);
+    ASSERT_NE(Set(Counting(65)), 0u);
+    ASSERT_EQ(Append(Counting(5)), 0u);
+    EXPECT_EQ(db_.capacity, 128u);
+    EXPECT_EQ(Held(), Counting(5));
+    EXPECT_FALSE(Inline());
+}
+
 // Every copy is bounded by what is left behind the octets held.
 TEST_F(DataBlock, AppendCopiesIntoTheRoomThatIsLeft)
 {

@@ -90,6 +90,10 @@ TEST_F(StrictChecker, RefusesSignedAttributesWithoutTheContentType)
         return std::vector<Bytes>{twoValues, MessageDigestAttribute(digest)};
     };
     ExpectRefused(cms, reason);
+    cms.signers[0].signedAttributes = [](const Bytes& digest) {
+        return std::vector<Bytes>{Attribute(oid::contentType), MessageDigestAttribute(digest)};
+    };
+    ExpectRefused(cms, reason);
     cms.signers[0].signedAttributes = UsualAttributes(oid::data);
     cms.encapContentInfo = Seq(Oid(oid::signedData)); // the other side of the comparison
     ExpectRefused(cms, reason);
