@@ -243,6 +243,18 @@ TEST_F(ScoredCrls, KeepTheOrderOfTheStore)
     EXPECT_EQ(list_.data[1]->crlScore, 0xE0u);
 }
 
+TEST_F(ScoredCrls, LoseNoRecordWhicheverAllocationFails)
+{
+    stores_.AddCrl(pki_.signingCrl);
+    std::size_t refused = 0;
+    for (std::size_t nth = 1; list_.num == 0; ++nth) {
+        ASSERT_LT(nth, 1000u);
+        plan_.Fail(Call::Malloc, nth);
+        if (_pnvGetScoredCrl(stores_, signer_, &list_) != 0) ++refused;
+    }
+    EXPECT_NE(refused, 0u);
+}
+
 TEST_F(ScoredCrls, NeedARoot)
 {
     const PELNIC_X509_CERT* orphan = stores_.Cert(pki_.tsa);
