@@ -22,6 +22,7 @@ struct ExplainOptions {
     std::string package;
     std::string root;
     bool json = false;
+    bool allowUnsigned = false;
 };
 
 // ---- The report ----
@@ -54,6 +55,7 @@ Json makeReport(const ExplainOptions& options)
     Json report = {{"schema", SCHEMA},
                    {"package", options.package},
                    {"verdict", verdict.isAccepted() ? "accepted" : "refused"},
+                   {"signed", verdict.isAccepted() ? Json(verdict.isSigned) : Json()},
                    {"status", verdict.status},
                    {"message", orNull(verdict.message)},
                    {"code", verdict.code ? Json(hexadecimal(*verdict.code)) : Json()},
@@ -197,11 +199,16 @@ void printWhy(const Json& report)
     }
 }
 
+std::string verdictText(const Json& report)
+{
+    if (report["verdict"] != "accepted") return coloured(Colour::Red, "REFUSED");
+    return report["signed"] == true ? coloured(Colour::Green, "ACCEPTED")
+                                    : coloured(Colour::Yellow, "ACCEPTED, NOT SIGNED");
+}
+
 void printScreen(const Json& report)
 {
-    const bool isAccepted = report["verdict"] == "accepted";
-    printf("%s: %s", textOf(report["package"]).c_str(),
-           isAccepted ? coloured(Colour::Green, "ACCEPTED").c_str() : coloured(Colour::Red, "REFUSED").c_str());
+    printf("%s: %s", textOf(report["package"]).c_str(), verdictText(report).c_str());
     if (!report["code"].is_null()) printf(" %s %s", textOf(report["code"]).c_str(), textOf(report["name"]).c_str());
     printf("\n");
     if (!report["message"].is_null()) printf("  %s\n", textOf(report["message"]).c_str());
@@ -209,8 +216,11 @@ void printScreen(const Json& report)
     printContainer(report, screen);
     if (report["header"].is_object()) printRoot(report["root"], screen);
     printSigners(report["signers"], screen);
-    if (isAccepted && report["signers"].empty())
-        printf("  nobody signed it: the checker did not look at what is in it\n");
+    if (report["signed"] == false) {
+        printf("  %s\n", report["signers"].empty()
+                             ? "nobody signed it: the checker did not look at what is in it"
+                             : "nobody signed a timestamp of it: anybody could have chosen the time");
+    }
     printWhy(report);
 }
 
@@ -219,6 +229,7 @@ void explain(const ExplainOptions& options)
     const Json report = makeReport(options);
     options.json ? print(report) : printScreen(report);
     if (report["verdict"] != "accepted") throw CLI::RuntimeError(REFUSED);
+    if (report["signed"] == false && !options.allowUnsigned) throw CLI::RuntimeError(NOT_SIGNED);
 }
 
 } // namespace
@@ -230,7 +241,9 @@ void addExplainCommand(CLI::App& app)
     command->add_option("package", options->package)->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_flag("--json", options->json, "print JSON");
-    command->footer("Exit status: 0 accepted, 1 refused, or the input or the command line is wrong, 2 internal error.");
+    command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 for an accepted package without signature");
+    command->footer("Exit status: 0 accepted, 1 refused, or the input or the command line is wrong, 2 internal error,\n"
+                    "3 accepted and not signed.");
     command->callback([options] { explain(*options); });
 }
 

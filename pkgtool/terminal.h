@@ -9,14 +9,15 @@
 
 namespace pkgtool {
 
-enum class Colour { Red, Green };
+enum class Colour { Red, Green, Yellow };
 
 // Coloured where standard output is a terminal and the user has not set NO_COLOR.
 inline std::string coloured(Colour colour, const std::string& text)
 {
     const char* const no = std::getenv("NO_COLOR");
     if (isatty(STDOUT_FILENO) == 0 || (no != nullptr && *no != '\0')) return text;
-    return (colour == Colour::Red ? "\033[1;31m" : "\033[1;32m") + text + "\033[0m";
+    const char* const code = colour == Colour::Red ? "31" : colour == Colour::Green ? "32" : "33";
+    return std::string("\033[1;") + code + "m" + text + "\033[0m";
 }
 
 } // namespace pkgtool

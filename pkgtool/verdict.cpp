@@ -2,11 +2,17 @@
 
 #include "container.h"
 #include "contents.h"
+#include "crl_bundle.h"
 #include "error.h"
 #include "tool/root_cert.h"
 
+#include "cmsverify/cms_verify.h"
+#include "cmsverify/pelnic_cms_utils.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 
@@ -58,6 +64,38 @@ int exitStatus(int result)
     return result & 0xFF;
 }
 
+bool isTimeSigned(const PELNIC_VRF* vrf, const PELNIC_PKCS7_SIGNER_INFO& signer)
+{
+    void* token = nullptr;
+    if (pelnic_x509_extract_attribute(vrf, signer.unauth_attrs, AOID_PKCS9_AT_TIMESTAMP_TOKEN, &token) != 0) {
+        return false;
+    }
+    const bool isSigned = static_cast<PELNIC_PKCS7_CONTENT*>(token)->signed_data->signer_infos->infos.num != 0;
+    pelnic_x509_free_attribute(vrf, token, AOID_PKCS9_AT_TIMESTAMP_TOKEN);
+    return isSigned;
+}
+
+// Of an accepted package: the checker wants no signature of some, and no signature on some timestamps.
+bool isSignedPackage(const Bytes& package)
+{
+    const Header header = decodeHeader(package);
+    Header raw;
+    std::memcpy(&raw, package.data(), sizeof raw);
+    const PELNIC_VERIFY_SIGNATURE_S parts = pkgcheck_locate(package.data(), &raw);
+    if (header.ulSubFileNum == 1 || parts.uiCmsLength == 0) return false;
+    const VerifyContext ctx = newContext();
+    auto* const vrf = static_cast<PELNIC_VRF*>(ctx.get());
+    PELNIC_PKCS7_CONTENT* signature = nullptr;
+    if (_pnvDecodeCms(vrf, parts.pCms, parts.uiCmsLength, &signature) != 0) return false;
+    const LIST_TYPE_PELNIC_PKCS7_SIGNER_INFO& signers = signature->signed_data->signer_infos->infos;
+    const bool isSigned = signers.num != 0 && std::all_of(signers.data, signers.data + signers.num,
+                                                          [&](const PELNIC_PKCS7_SIGNER_INFO* signer) {
+                                                              return isTimeSigned(vrf, *signer);
+                                                          });
+    pelnic_pkcs7_free_signed(vrf, signature);
+    return isSigned;
+}
+
 } // namespace
 
 Root loadRoot(const std::string& path)
@@ -74,7 +112,8 @@ Verdict judge(const Bytes& package, const Root& root)
         (void)decodeHeader(package);
         requireReadable(package.size());
     } catch (const UserError& error) {
-        return {exitStatus(-1), error.what(), std::nullopt, {}}; // no more than the checker's reading of the file
+        return {
+            exitStatus(-1), error.what(), std::nullopt, {}, false}; // no more than the checker's reading of the file
     }
     Verdict verdict{};
     recording = &verdict.log;
@@ -84,6 +123,7 @@ Verdict judge(const Bytes& package, const Root& root)
     verdict.message = out.firstLine();
     if (job.code != 0) verdict.code = job.code;
     recording = nullptr;
+    verdict.isSigned = verdict.isAccepted() && isSignedPackage(package);
     return verdict;
 }
 

@@ -30,10 +30,14 @@ struct Verdict {
     std::string message;                   // its line, without the line end
     std::optional<PELNIC_ERROR_CODE> code; // with which the library refused
     std::vector<LogRecord> log;
+    bool isSigned; // by somebody at a time that somebody signed; without that an acceptance says nothing of the payload
 
     bool isAccepted() const { return status == 0; }
 };
 Verdict judge(const Bytes& package, const Root& root);
+
+// The exit status for packages that are accepted and not signed, unless the user allows them.
+constexpr int NOT_SIGNED = 3;
 
 } // namespace pkgtool
 

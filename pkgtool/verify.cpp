@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "contents.h"
 #include "error.h"
+#include "terminal.h"
 #include "text.h"
 #include "verdict.h"
 
@@ -16,6 +17,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
@@ -36,6 +38,7 @@ struct VerifyOptions {
     std::string root;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     bool json = false;
+    bool allowUnsigned = false;
 };
 
 // ---- Workers ----
@@ -44,6 +47,7 @@ struct VerifyOptions {
 struct Answer {
     std::size_t index;
     int status;
+    bool isSigned;
     PELNIC_ERROR_CODE code; // 0 for none
     char message[256];
 };
@@ -54,7 +58,7 @@ Verdict judgeFile(const std::string& path, const Root& root)
     try {
         return judge(readFile(path), root);
     } catch (const UserError& error) {
-        return {0xFF, error.what(), std::nullopt, {}}; // the checker, too, refuses what it cannot read
+        return {0xFF, error.what(), std::nullopt, {}, false}; // the checker, too, refuses what it cannot read
     }
 }
 
@@ -63,6 +67,7 @@ Answer answerFor(std::size_t index, const Verdict& verdict)
     Answer answer{};
     answer.index = index;
     answer.status = verdict.status;
+    answer.isSigned = verdict.isSigned;
     answer.code = verdict.code.value_or(0);
     verdict.message.copy(answer.message, sizeof answer.message - 1);
     return answer;
@@ -143,6 +148,24 @@ private:
 
 // ---- Output ----
 
+enum class Result { Accepted, NotSigned, Refused };
+
+Result resultOf(const Answer& answer)
+{
+    if (answer.status != 0) return Result::Refused;
+    return answer.isSigned ? Result::Accepted : Result::NotSigned;
+}
+
+std::string resultText(Result result)
+{
+    switch (result) {
+    case Result::Accepted: return "accepted";
+    case Result::NotSigned: return coloured(Colour::Yellow, "accepted, NOT SIGNED");
+    case Result::Refused: break;
+    }
+    return "refused ";
+}
+
 void printAnswer(const std::string& package, const Answer& answer, bool json)
 {
     const bool isAccepted = answer.status == 0;
@@ -152,6 +175,7 @@ void printAnswer(const std::string& package, const Answer& answer, bool json)
         const Json line = {{"schema", SCHEMA},
                            {"package", package},
                            {"verdict", isAccepted ? "accepted" : "refused"},
+                           {"signed", isAccepted ? Json(answer.isSigned) : Json()},
                            {"status", answer.status},
                            {"code", answer.code != 0 ? Json(hexadecimal(answer.code)) : Json()},
                            {"name", name},
@@ -159,7 +183,7 @@ void printAnswer(const std::string& package, const Answer& answer, bool json)
         printf("%s\n", dump(line, -1).c_str());
         return;
     }
-    printf("%s  %s%s%s\n", isAccepted ? "accepted" : "refused ", printable(package).c_str(),
+    printf("%s  %s%s%s\n", resultText(resultOf(answer)).c_str(), printable(package).c_str(),
            *answer.message != '\0' ? ": " : "", printable(answer.message).c_str());
 }
 
@@ -170,6 +194,13 @@ void drawProgress(std::size_t done, std::size_t all)
     if (isatty(STDERR_FILENO) == 0) return;
     const std::string bar = std::string(done * WIDTH / all, '#') + std::string(WIDTH - done * WIDTH / all, '.');
     fprintf(stderr, "\r[%s] %zu of %zu%s", bar.c_str(), done, all, done == all ? "\n" : "");
+}
+
+void printSummary(const std::map<Result, std::size_t>& counts)
+{
+    const auto count = [&](Result result) { return counts.count(result) != 0 ? counts.at(result) : 0; };
+    printf("%zu accepted, %zu accepted and NOT SIGNED, %zu refused\n", count(Result::Accepted),
+           count(Result::NotSigned), count(Result::Refused));
 }
 
 // One line for each package, in the order of the command line, as soon as all before it are there.
@@ -189,8 +220,11 @@ void verify(const VerifyOptions& options)
         }
     }
     if (printed != answers.size()) throw std::runtime_error("no answer on " + options.packages[printed]);
-    const auto isRefused = [](const std::optional<Answer>& answer) { return answer->status != 0; };
-    if (std::any_of(answers.begin(), answers.end(), isRefused)) throw CLI::RuntimeError(REFUSED);
+    std::map<Result, std::size_t> counts;
+    for (const std::optional<Answer>& answer : answers) ++counts[resultOf(*answer)];
+    if (!options.json) printSummary(counts);
+    if (counts.count(Result::Refused) != 0) throw CLI::RuntimeError(REFUSED);
+    if (counts.count(Result::NotSigned) != 0 && !options.allowUnsigned) throw CLI::RuntimeError(NOT_SIGNED);
 }
 
 } // namespace
@@ -204,7 +238,9 @@ void addVerifyCommand(CLI::App& app)
     command->add_option("-j,--jobs", options->jobs, "packages at a time; as many as there are cores otherwise")
         ->check(CLI::PositiveNumber);
     command->add_flag("--json", options->json, "print one JSON object for each package, on a line of its own");
-    command->footer("Exit status: 0 all accepted, 1 any refused, or the command line is wrong, 2 internal error.");
+    command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 although some are accepted and not signed");
+    command->footer("Exit status: 0 all accepted, 1 any refused, or the command line is wrong, 2 internal error,\n"
+                    "3 all accepted, some of them not signed.");
     command->callback([options] { verify(*options); });
 }
 

@@ -470,9 +470,9 @@ protected:
         const Outcome checker = RunChecker(PkgcheckTestRootPath(), path);
         const ProcessResult run = Explain(path, {"--json"});
         EXPECT_EQ(run.err, "");
-        EXPECT_EQ(run.status, checker.status == 0 ? 0 : 1);
         const Json report = Json::parse(run.out, nullptr, false);
         if (report.is_discarded()) throw std::runtime_error(run.out);
+        EXPECT_EQ(run.status, checker.status != 0 ? 1 : report["signed"] == true ? 0 : 3);
         EXPECT_EQ(report["verdict"], checker.status == 0 ? "accepted" : "refused");
         EXPECT_EQ(report["status"], checker.status);
         EXPECT_EQ(WithoutAddresses(report["message"].is_null() ? "" : report["message"].get<std::string>() + "\n"),
@@ -536,6 +536,30 @@ TEST_F(PkgtoolExplain, AcceptedPackagesHaveNoFailure)
         EXPECT_EQ(report["failure"], Json());
         EXPECT_EQ(Explain(path).out.find("\n> "), std::string::npos);
     }
+}
+
+TEST_F(PkgtoolExplain, SaysWhatNobodySigned)
+{
+    PackageSpec one;
+    one.subFiles = {{subfile::payload, bench_.payload, {}, {}}};
+    PackageSpec empty = bench_.Package();
+    empty.subFiles[1].content.clear();
+    TokenSpec token = DemoToken(bench_.pki);
+    token.cms.signers.clear();
+    for (const PackageSpec& package : {one, empty, bench_.Package(token)}) {
+        const std::string path = Write(package);
+        EXPECT_EQ(ExplainLikeTheChecker(path)["signed"], false);
+        const ProcessResult run = Explain(path);
+        EXPECT_EQ(run.status, 3);
+        EXPECT_NE(run.out.find(": ACCEPTED, NOT SIGNED\n"), std::string::npos) << run.out;
+        EXPECT_NE(run.out.find("\n  nobody signed"), std::string::npos) << run.out;
+        EXPECT_EQ(Explain(path, {"--allow-unsigned"}).status, 0);
+    }
+    const std::string good = Write(bench_.Package());
+    EXPECT_EQ(ExplainLikeTheChecker(good)["signed"], true);
+    EXPECT_EQ(Explain(good).out.find("NOT SIGNED"), std::string::npos);
+    bench_.pki.signer.notAfter = UtcTime("251231000000Z");
+    EXPECT_EQ(ExplainLikeTheChecker(Write(bench_.Package()))["signed"], Json());
 }
 
 // Wherever a package is damaged, the verdict is the checker's, and if it refuses there is a place that is marked.

@@ -99,8 +99,35 @@ TEST_F(PkgtoolVerify, SaysItInOneLineEach)
     const ProcessResult run = Verify({bad, good});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, ""); // the bar is for terminals
-    EXPECT_EQ(run.out, "refused   " + bad + ": Check cms file fail for file(err 0xffffffff)\naccepted  " + good + "\n");
+    EXPECT_EQ(run.out, "refused   " + bad + ": Check cms file fail for file(err 0xffffffff)\naccepted  " + good +
+                           "\n1 accepted, 0 accepted and NOT SIGNED, 1 refused\n");
     EXPECT_EQ(Verify({good, good}).status, 0);
+}
+
+TEST_F(PkgtoolVerify, SaysWhichAcceptedPackagesNobodySigned)
+{
+    PackageSpec one;
+    one.subFiles = {{subfile::payload, payload_, {}, {}}};
+    PackageSpec empty = good_;
+    empty.subFiles[1].content.clear();
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers.clear();
+    const PackageSpec anyTime = SignedPackage(payload_, DetachedCms(payload_, DemoCms(pki_, token)), pki_.Crls());
+    const std::string good = Write("good", good_);
+    for (const PackageSpec& package : {one, empty, anyTime}) {
+        const std::string path = Write("unsigned", package);
+        const ProcessResult run = Verify({path, good});
+        EXPECT_EQ(run.status, 3);
+        EXPECT_EQ(run.out.find("accepted, NOT SIGNED  " + path), 0u) << run.out;
+        EXPECT_NE(run.out.find("\naccepted  " + good + "\n1 accepted, 1 accepted and NOT SIGNED, 0 refused\n"),
+                  std::string::npos)
+            << run.out;
+        EXPECT_EQ(Verify({path}, {"--allow-unsigned"}).status, 0);
+        EXPECT_EQ(VerifyJson({path}, {}, 3)[0]["signed"], false);
+        EXPECT_EQ(VerifyJson({path}, {}, 3)[0]["verdict"], "accepted");
+    }
+    EXPECT_EQ(VerifyJson({good}, {}, 0)[0]["signed"], true);
+    EXPECT_EQ(VerifyJson({dir_.Path("missing")}, {"--allow-unsigned"}, 1)[0]["signed"], Json());
 }
 
 TEST_F(PkgtoolVerify, DrawsABarOnATerminal)
