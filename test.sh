@@ -1,11 +1,20 @@
-#!/bin/sh
+#!/bin/bash
 # ./test.sh [PRESET...]
 # Builds and tests everything on a bare Debian 12 as root: under sanitizers, with clang, the release build with checks
-# of the built files, and for 32-bit ARM under qemu. With arguments, those presets only.
-set -eu
+# of the built files, and for 32-bit ARM under qemu. With arguments, those presets only. Needs neither root nor a network
+# once the packages are there; ARM needs a network for its own. The last line counts the tests.
+set -euo pipefail
 cd "$(dirname "$0")"
 [ $# -gt 0 ] || set -- debug clang release arm
+for preset; do
+    grep -qE "\"name\": \"$preset\", .*\"configurePreset\"" CMakePresets.json || {
+        echo "./test.sh: no such preset: $preset; usage: ./test.sh [PRESET...], of debug clang release arm coverage" >&2
+        exit 2
+    }
+done
 
+echo "On a bare Debian 12 this installs some 170 packages (300 MB to download, 1.4 GB on disk); all presets take about 25"
+echo "minutes on two cores."
 cmake/install-packages.sh cmake ninja-build pkgconf g++ clang libssl-dev libsafec-dev libgtest-dev googletest \
     g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user-static openssl strace faketime \
     clang-format clang-tidy cppcheck \
@@ -13,21 +22,26 @@ cmake/install-packages.sh cmake ninja-build pkgconf g++ clang libssl-dev libsafe
     libmbedtls-dev mandoc dpkg-dev file parallel
 
 status=0
-logs=
+logs=()
 for preset; do
     echo "== $preset"
-    start=$(date +%s)
-    [ "$preset" != arm ] || cmake/arm-sysroot.sh build/arm/sysroot
+    SECONDS=0
+    [ "$preset" != arm ] ||
+        cmake/progress.sh "Fetching ARM libraries" build/arm/sysroot.log cmake/arm-sysroot.sh build/arm/sysroot
     cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset"
+    cmake/progress.sh "Building" "build/$preset/build.log" cmake --build --preset "$preset"
 
     log=build/$preset/Testing/Temporary/LastTest.log
     rm -f "$log"
-    ctest --preset "$preset" -j "$(nproc)" >"build/$preset/ctest.log" || { status=1; cat "build/$preset/ctest.log"; }
-    logs="$logs $log"
-    echo "$preset took $(($(date +%s) - start)) s"
+    # A line for each program of tests. What failed is shown whole.
+    ctest --preset "$preset" -j "$(nproc)" | tee "build/$preset/ctest.log" |
+        grep --line-buffered '^ *[0-9]*/[0-9]* Test' || {
+        status=1
+        grep -vE '^\[ (RUN  |      OK|------)' "build/$preset/ctest.log"
+    }
+    logs+=("$log")
+    echo "$preset took $SECONDS s"
 done
 
-# shellcheck disable=SC2086 # one word for each log
-awk -f cmake/count-tests.awk $logs || status=1
+awk -f cmake/count-tests.awk "${logs[@]}" || status=1
 exit $status
