@@ -18,4 +18,10 @@ tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$dir" -xf 
 } >"$dir/commands.sh"
 [ "$(wc -l <"$dir/commands.sh")" -gt 1 ] || { echo "no commands in $1"; exit 1; }
 cd "$dir"
-sh commands.sh
+# The documents install ninja and no make.
+mkdir -p bin
+for make in make gmake; do
+    printf '#!/bin/sh\necho "the documents do not install make" >&2\nexit 1\n' >bin/$make
+    chmod +x bin/$make
+done
+PATH=$dir/bin:$PATH sh commands.sh
