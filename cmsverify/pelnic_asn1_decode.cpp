@@ -927,9 +927,10 @@ PELNIC_ERROR_CODE pelnic_asn_decode(const PELNIC_VRF* pVrf, const PNV_BYTE* pbBu
         nDecoded == nullptr) {
         return PELNIC_ERR_NULL_POINTER;
     }
+    const PELNIC_ASN1_TEMPLATE templ = topLevel(pAsnItem, flag);
+    if (isContentOnly(&templ)) *nDecoded = nBufLen;
     PELNIC_BUF b = {};
     if (nBufLen > MAX_INPUT || pelnic_buf_init(&b, pbBuf, nBufLen) != 0) return PELNIC_ERR_ASN_DECODE;
-    const PELNIC_ASN1_TEMPLATE templ = topLevel(pAsnItem, flag);
     void* pRecord = nullptr;
     PNV_UINT32 consumed = nBufLen; // the content's length, when there is no header to tell it
     if (decodeRecord(pVrf, &b, &consumed, &templ, &pRecord) != 0) return PELNIC_ERR_ASN_DECODE;

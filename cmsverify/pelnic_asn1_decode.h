@@ -34,7 +34,8 @@
 // Decodes one value into a new record that the caller releases with pelnic_asn_free; octets after the value are not an
 // error. With flag 0x40 the range is the content of the outermost element, without its tag and length.
 // PELNIC_ERR_NULL_POINTER for a null argument or zero length; every other failure is PELNIC_ERR_ASN_DECODE, also a
-// range of more than 0x7FFFFFFF octets. *ppResult and *nDecoded are written only on success.
+// range of more than 0x7FFFFFFF octets. *ppResult and *nDecoded are written only on success, but for *nDecoded with
+// flag 0x40: it is nBufLen from the start.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_asn_decode(const PELNIC_VRF* pVrf, const PNV_BYTE* pbBuf, PNV_UINT32 nBufLen,
                                                   const PELNIC_ASN1_ITEM* pAsnItem, PNV_BYTE flag, void** ppResult,
                                                   PNV_UINT32* nDecoded);

@@ -1105,10 +1105,10 @@ protected:
         const ExactHeap input(octets);
         return Decode(item, input.data(), Len(octets), flag);
     }
-    void ExpectUntouched()
+    void ExpectUntouched(PNV_UINT32 octets = kUntouched)
     {
         EXPECT_EQ(record_, &mark_);
-        EXPECT_EQ(octets_, kUntouched);
+        EXPECT_EQ(octets_, octets);
         EXPECT_EQ(vrf_.Plan().LiveBlocks(), 0u);
     }
 
@@ -1253,13 +1253,22 @@ TEST_F(AsnDecode, RefusesContentCutAtEveryLength)
     ForEveryPrefix(Content(leaf_, {}), [&](const ExactHeap& prefix) {
         if (prefix.size() == 0) return;
         EXPECT_EQ(Decode(ASN1_TEST_LEAF_item, prefix.data(), Len(prefix), kContentFlag), PELNIC_ERR_ASN_DECODE);
-        ExpectUntouched();
+        ExpectUntouched(Len(prefix));
     });
 }
 
 TEST_F(AsnDecode, RefusesAWholeElementForItsContent)
 {
     EXPECT_EQ(Decode(ASN1_TEST_LEAF_item, leaf_, kContentFlag), PELNIC_ERR_ASN_DECODE);
+    ExpectUntouched(Len(leaf_));
+}
+
+// The length is stored before anything else can fail.
+TEST_F(AsnDecode, PresetsTheLengthOfContentThatIsTooLong)
+{
+    EXPECT_EQ(Decode(ASN1_TEST_LEAF_item, leaf_.data(), 0x80000000u, kContentFlag), PELNIC_ERR_ASN_DECODE);
+    ExpectUntouched(0x80000000u);
+    EXPECT_EQ(Decode(ASN1_TEST_LEAF_item, leaf_.data(), 0, kContentFlag), PELNIC_ERR_NULL_POINTER);
     ExpectUntouched();
 }
 
