@@ -56,13 +56,13 @@ static int readPackage(const char* filename, PNV_BYTE** pBuffer, PNV_UINT32* pLe
     // A length that cannot be told counts as 4294967295, which no allocation could hold.
     const bool allocatable = end >= 0 && end <= off_t{0xFFFFFFFF};
     const PNV_UINT32 uiFileLen = static_cast<PNV_UINT32>(end);
-    PNV_BYTE* const buffer = allocatable ? static_cast<PNV_BYTE*>(malloc(uiFileLen)) : nullptr;
+    PNV_BYTE* const buffer =
+        allocatable ? static_cast<PNV_BYTE*>(calloc(uiFileLen, 1)) : nullptr; // zeros, whatever size
     if (buffer == nullptr) {
         puts("Failed to alloc memory");
         close(fd);
         return REFUSED;
     }
-    (void)memset_s(buffer, uiFileLen, 0, uiFileLen);
     (void)lseek(fd, 0, SEEK_SET);
     const ssize_t got = read(fd, buffer, uiFileLen);
     close(fd);
