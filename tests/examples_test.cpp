@@ -371,6 +371,21 @@ const Fault kFaults[] = {
              return rc;
          };
      }},
+    {"an impossible exponent makes every signature bad",
+     [](Table& t) {
+         t.crypt_funcs.pelnic_verify_init = [](PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e,
+                                               const PELNIC_BIGINT* n, PNV_UINT32 id) {
+             const bool isOne = e != nullptr && e->uiLength == 1 && e->aVal[0] == 1;
+             return isOne ? PELNIC_ERR_FAILED : _pnv_verify_init_impl(ctx, e, n, id);
+         };
+     }},
+    {"an impossible modulus makes every signature bad",
+     [](Table& t) {
+         t.crypt_funcs.pelnic_verify_init = [](PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e,
+                                               const PELNIC_BIGINT* n, PNV_UINT32 id) {
+             return n != nullptr && n->uiLength < 128 ? PELNIC_ERR_FAILED : _pnv_verify_init_impl(ctx, e, n, id);
+         };
+     }},
     {"verify_init refuses a modulus longer than its record",
      [](Table& t) {
          t.crypt_funcs.pelnic_verify_init = [](PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e,
@@ -519,6 +534,94 @@ TEST(Verdicts, AreTheSameOnDamagedSignatures)
         Bytes damaged = signature;
         damaged[i] ^= 0x20;
         EXPECT_EQ(VerdictOn(MbedTlsTable(), anchors, damaged), VerdictOn(DefaultTable(), anchors, damaged)) << i;
+    }
+}
+
+// ---- Keys that an engine does not take ----
+
+Bytes RsaKey(const Bytes& modulus, const Bytes& exponent)
+{
+    return Seq(AlgoId(oid::rsaEncryption), Bits(0, Seq(Int(modulus), Int(exponent))));
+}
+
+Bytes Modulus(std::size_t size, std::uint8_t last)
+{
+    Bytes modulus(size + 1, 0xC3);
+    modulus.front() = 0;
+    modulus.back() = last;
+    return modulus;
+}
+
+const std::pair<const char*, Bytes> kOddKeys[] = {
+    {"exponent 1", RsaKey(Modulus(256, 1), {1})},
+    {"even exponent", RsaKey(Modulus(256, 1), {1, 0, 0})},
+    {"even modulus", RsaKey(Modulus(256, 2), {1, 0, 1})},
+    {"64 bits", RsaKey(Modulus(8, 1), {1, 0, 1})},
+    {"512 bits", RsaKey(Modulus(64, 1), {1, 0, 1})},
+    {"513 octets", RsaKey(Modulus(513, 1), {1, 0, 1})},
+    {"elliptic curve",
+     Seq(Seq(Oid(oid::ecPublicKey), Oid("1.2.840.10045.3.1.7")), Bits(0, Cat(Bytes{4}, Bytes(64, 0x5A))))},
+};
+
+// A certificate that is not needed, and where it comes from.
+struct Extra {
+    const char* place;
+    CertSpec (*make)(const DemoPki& pki);
+    bool inSignature;
+};
+
+CertSpec SelfIssued(const DemoPki&)
+{
+    return ForeignRoot();
+}
+CertSpec Namesake(const DemoPki& pki)
+{
+    return With(With(pki.signingCa, &CertSpec::serial, Bytes{0x77}), &CertSpec::brokenSignature, true);
+}
+
+const Extra kExtras[] = {
+    {"self-issued, in the signature", SelfIssued, true},
+    {"self-issued, beside the CRLs", SelfIssued, false},
+    {"of the signing CA's name, in the signature", Namesake, true},
+    {"of the signing CA's name, beside the CRLs", Namesake, false},
+};
+
+// A key that the engine does not take is no failure: the good package stays good, and so does the next one in the same
+// context.
+void ExpectAccepted(const Table& table, const Anchors& anchors, const Bytes& signature, const Bytes& next)
+{
+    PELNIC_CTX_CREATE_PARAMS params{};
+    params.st_size = sizeof params;
+    params.callback_funcs = table;
+    PELNIC_VRF_CTX ctx = nullptr;
+    ASSERT_EQ(pelnic_verify_create_ctx(&ctx, &params), 0u);
+    EXPECT_EQ(pelnic_verify_add_cert(ctx, anchors.root.data(), Len(anchors.root)), 0u);
+    EXPECT_EQ(pelnic_verify_add_crl(ctx, anchors.crls.data(), Len(anchors.crls)), 0u);
+    EXPECT_EQ(Verify(ctx, signature, kContent), good);
+    EXPECT_EQ(Verify(ctx, next, kContent), good);
+    EXPECT_EQ(pelnic_vrf_ctx_free(ctx), 0u);
+}
+
+TEST(Verdicts, AreNotChangedByKeysThatNobodyTakes)
+{
+    const DemoPki pki;
+    const CmsSpec plain = DemoCms(pki);
+    const Bytes next = DetachedCms(kContent, plain);
+    for (const auto& [name, key] : kOddKeys) {
+        for (const Extra& extra : kExtras) {
+            SCOPED_TRACE(std::string(name) + ", " + extra.place);
+            const Bytes certificate = Build(With(extra.make(pki), &CertSpec::subjectPublicKey, key));
+            CmsSpec cms = plain;
+            Anchors anchors = AnchorsOf(pki);
+            if (extra.inSignature) {
+                cms.certificates.insert(cms.certificates.begin(), certificate);
+            } else {
+                anchors.crls = Cat(certificate, anchors.crls);
+            }
+            const Bytes signature = DetachedCms(kContent, cms);
+            ExpectAccepted(DefaultTable(), anchors, signature, next);
+            ExpectAccepted(MbedTlsTable(), anchors, signature, next);
+        }
     }
 }
 

@@ -1,6 +1,6 @@
 /*
- * Shows: the library on a crypto library of your own choice. Two traps are marked: a signature may come without its
- * leading zeros, and a check that says "bad" is a check that ran.
+ * Shows: the library on a crypto library of your own choice. Three traps are marked: a key that mbedTLS does not take
+ * is no failure, a signature may come without its leading zeros, and a check that says "bad" is a check that ran.
  *
  * mbedTLS and these contexts allocate with calloc. A firmware that has no heap builds mbedTLS with
  * MBEDTLS_MEMORY_BUFFER_ALLOC_C and uses mbedtls_calloc and mbedtls_free here.
@@ -78,7 +78,15 @@ typedef struct {
     mbedtls_rsa_context key;
     mbedtls_md_context_t md;
     mbedtls_md_type_t hash; /* MBEDTLS_MD_NONE until init succeeds */
+    int has_key;            /* 0 for a key that mbedTLS refused */
 } VERIFICATION;
+
+/* What mbedTLS could not do for want of memory has no answer. The code of a lower module is added to the higher one's.
+ */
+static int lacked_memory(int rc)
+{
+    return -rc % 0x80 == -MBEDTLS_ERR_MPI_ALLOC_FAILED || rc == MBEDTLS_ERR_MD_ALLOC_FAILED;
+}
 
 static PELNIC_ERROR_CODE verify_create(PELNIC_CRYPTO_VRF_CTX* out)
 {
@@ -93,14 +101,17 @@ static PELNIC_ERROR_CODE verify_create(PELNIC_CRYPTO_VRF_CTX* out)
 
 static int take_key(mbedtls_rsa_context* key, const PELNIC_BIGINT* e, const PELNIC_BIGINT* n)
 {
-    if (e->uiLength > sizeof e->aVal || n->uiLength > sizeof n->aVal) return -1;
     mbedtls_rsa_free(key);
     mbedtls_rsa_init(key, MBEDTLS_RSA_PKCS_V15, 0);
-    if (mbedtls_rsa_import_raw(key, n->aVal, n->uiLength, NULL, 0, NULL, 0, NULL, 0, e->aVal, e->uiLength) != 0) {
-        return -1;
-    }
-    return mbedtls_rsa_complete(key) != 0 ? -1 : mbedtls_rsa_check_pubkey(key);
+    int rc = mbedtls_rsa_import_raw(key, n->aVal, n->uiLength, NULL, 0, NULL, 0, NULL, 0, e->aVal, e->uiLength);
+    if (rc == 0) rc = mbedtls_rsa_complete(key);
+    if (rc == 0) rc = mbedtls_rsa_check_pubkey(key);
+    return rc;
 }
+
+/* The first trap: a certificate may carry any key, an exponent of 1 or an even modulus for instance. One that mbedTLS
+ * refuses verifies nothing: verify_final then says "bad". A code would mean that there is no answer, and spoil the
+ * verification of a good package. */
 
 static PELNIC_ERROR_CODE verify_init(PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e, const PELNIC_BIGINT* n,
                                      PNV_UINT32 hash_id)
@@ -108,7 +119,11 @@ static PELNIC_ERROR_CODE verify_init(PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIG
     VERIFICATION* const vrf = ctx;
     if (vrf == NULL || e == NULL || n == NULL) return PELNIC_ERR_FAILED;
     vrf->hash = MBEDTLS_MD_NONE;
-    if (begin_digest(&vrf->md, hash_id) != 0 || take_key(&vrf->key, e, n) != 0) return PELNIC_ERR_FAILED;
+    if (e->uiLength > sizeof e->aVal || n->uiLength > sizeof n->aVal) return PELNIC_ERR_FAILED;
+    if (begin_digest(&vrf->md, hash_id) != 0) return PELNIC_ERR_FAILED;
+    const int refusal = take_key(&vrf->key, e, n);
+    if (lacked_memory(refusal)) return PELNIC_ERR_FAILED;
+    vrf->has_key = refusal == 0;
     vrf->hash = mbedtls_md_get_type(hash_by_id(hash_id));
     return 0;
 }
@@ -120,26 +135,29 @@ static PELNIC_ERROR_CODE verify_update(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE
     return mbedtls_md_update(&vrf->md, data, len) == 0 ? 0 : PELNIC_ERR_FAILED;
 }
 
-/* The first trap: some signers drop the zeros that a signature begins with. They are put back up to a multiple of four
+/* The second trap: some signers drop the zeros that a signature begins with. They are put back up to a multiple of four
  * octets, as the default callbacks do; what then has another size than the key is no signature. */
-static int is_good(VERIFICATION* vrf, const PNV_BYTE* signature, PNV_UINT32 len)
+static int check_signature(VERIFICATION* vrf, const PNV_BYTE* signature, PNV_UINT32 len)
 {
     PNV_BYTE padded[sizeof((PELNIC_BIGINT*)0)->aVal] = {0};
     PNV_BYTE digest[MBEDTLS_MD_MAX_SIZE];
     const size_t size = mbedtls_rsa_get_len(&vrf->key);
-    if (len > size || size > sizeof padded || (len + 3u) / 4 * 4 != size) return 0;
+    if (len > size || size > sizeof padded || (len + 3u) / 4 * 4 != size) return MBEDTLS_ERR_RSA_VERIFY_FAILED;
     memcpy(padded + (size - len), signature, len);
-    if (mbedtls_md_finish(&vrf->md, digest) != 0) return 0;
-    return mbedtls_rsa_pkcs1_verify(&vrf->key, NULL, NULL, MBEDTLS_RSA_PUBLIC, vrf->hash, 0, digest, padded) == 0;
+    const int rc = mbedtls_md_finish(&vrf->md, digest);
+    if (rc != 0) return rc;
+    return mbedtls_rsa_pkcs1_verify(&vrf->key, NULL, NULL, MBEDTLS_RSA_PUBLIC, vrf->hash, 0, digest, padded);
 }
 
-/* The second trap: a bad signature is code 0 with result 0. A code means that nothing was checked. */
+/* The third trap: a bad signature is code 0 with result 0. A code means that nothing was checked. */
 static PELNIC_ERROR_CODE verify_final(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE* signature, PNV_UINT32 len,
                                       PNV_INT* result)
 {
     VERIFICATION* const vrf = ctx;
     if (vrf == NULL || vrf->hash == MBEDTLS_MD_NONE || signature == NULL || result == NULL) return PELNIC_ERR_FAILED;
-    *result = is_good(vrf, signature, len);
+    const int refusal = vrf->has_key ? check_signature(vrf, signature, len) : MBEDTLS_ERR_RSA_VERIFY_FAILED;
+    if (lacked_memory(refusal)) return PELNIC_ERR_FAILED;
+    *result = refusal == 0;
     return 0;
 }
 
