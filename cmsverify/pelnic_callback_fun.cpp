@@ -1,7 +1,9 @@
-// The default callbacks. Arguments are checked here before the platform's bounds-checked functions see them, so that no
-// violated bound ever reaches those functions' constraint handler.
+// The default callbacks. Arguments are checked here before the platform's functions see them, so that no violated bound
+// ever reaches the constraint handler of the bounds-checked ones. Memory is filled and copied by the ordinary
+// functions: the bounds-checked ones go octet by octet, and refuse more than 256 MiB.
 #include "pelnic_callback_fun.h"
 
+#include <fcntl.h>
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/crypto.h>
@@ -10,6 +12,7 @@
 #include <openssl/param_build.h>
 #include <safe_mem_lib.h>
 #include <safe_str_lib.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,7 +30,7 @@ PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size)
 PELNIC_ERROR_CODE pnv_memset_s_impl(void* dest, size_t destMax, PNV_INT c, size_t count)
 {
     if (dest == nullptr || destMax == 0 || count > destMax) return PELNIC_ERR_NULL_POINTER;
-    (void)memset_s(dest, destMax, c, count); // the arguments were checked: its result adds nothing
+    memset(dest, c, count);
     return 0;
 }
 
@@ -39,13 +42,23 @@ static bool isCopyable(const void* dest, size_t destMax, const void* src, size_t
 PELNIC_ERROR_CODE pnv_memmove_s_impl(void* dest, size_t destMax, const void* src, size_t count)
 {
     if (!isCopyable(dest, destMax, src, count)) return PELNIC_ERR_NULL_POINTER;
-    return static_cast<PELNIC_ERROR_CODE>(memmove_s(dest, destMax, src, count));
+    memmove(dest, src, count);
+    return 0;
+}
+
+static bool overlap(const void* dest, const void* src, size_t count)
+{
+    const uintptr_t to = reinterpret_cast<uintptr_t>(dest);
+    const uintptr_t from = reinterpret_cast<uintptr_t>(src);
+    return (to < from ? from - to : to - from) < count;
 }
 
 PELNIC_ERROR_CODE pnv_memcpy_s_impl(void* dest, size_t destMax, const void* src, size_t count)
 {
     if (!isCopyable(dest, destMax, src, count)) return PELNIC_ERR_NULL_POINTER;
-    return static_cast<PELNIC_ERROR_CODE>(memcpy_s(dest, destMax, src, count));
+    if (overlap(dest, src, count)) return static_cast<PELNIC_ERROR_CODE>(memcpy_s(dest, destMax, src, count));
+    memcpy(dest, src, count);
+    return 0;
 }
 
 void pnv_free_impl(void* p)
@@ -102,17 +115,33 @@ PNV_INT pnv_vsnprintf_s_impl(PNV_CHAR* dest, size_t destMax, size_t count, const
 {
     if (dest == nullptr || format == nullptr) return static_cast<PNV_INT>(PELNIC_ERR_NULL_POINTER);
     if (destMax == 0) return -1;
-    // The platform's function knows only the size of the destination, and answers a text cut off with its full length.
+    // The platform's function knows only the size of the destination. It answers a text that is too long by one
+    // character with its length, and a longer one with a code and an empty text: the ordinary function then writes what
+    // fits. Whatever else it refuses leaves no text.
     const size_t room = count < destMax ? count + 1 : destMax;
+    va_list again;
+    va_copy(again, args);
     const PNV_INT length = vsnprintf_s(dest, room, format, args);
-    if (length >= 0 && static_cast<size_t>(length) < room) return length;
-    dest[room - 1] = '\0';
-    return -1;
+    const bool fits = length >= 0 && static_cast<size_t>(length) < room;
+    if (length == -ESNOSPC) {
+        (void)vsnprintf(dest, room, format, again);
+    } else if (length < 0) {
+        dest[0] = '\0';
+    }
+    va_end(again);
+    return fits ? length : -1;
 }
 
 PNV_FILE_HANDLE pnv_fopen_impl(const PNV_CHAR* path, const PNV_CHAR* mode)
 {
-    return fopen(path, mode);
+    if (mode[0] != 'r' || strchr(mode, '+') != nullptr) return fopen(path, mode);
+    // Opened for reading, a FIFO that nobody writes to would hold its reader for ever. It is opened without waiting,
+    // and then read like any other: to the end of what its writers have to say.
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    FILE* const stream = fcntl(fd, F_SETFL, O_RDONLY) == 0 ? fdopen(fd, mode) : nullptr;
+    if (stream == nullptr) close(fd);
+    return stream;
 }
 
 size_t _pnv_fread_impl(void* buf, size_t size, PNV_FILE_HANDLE h)
@@ -330,10 +359,26 @@ PELNIC_ERROR_CODE pelnic_verify_update_impl(PELNIC_CRYPTO_VRF_CTX ctx, const PNV
     return EVP_DigestUpdate(vrf->md_ctx, data, len) == 1 ? 0 : PELNIC_ERR_FAILED;
 }
 
-// The verdict: a bad signature and a failure inside libcrypto are both 0.
+// Whether libcrypto says that it found the signature bad. For want of memory it fails with an error of its own, or
+// without any.
+static bool isFoundBad()
+{
+    bool bad = false;
+    for (unsigned long error = ERR_get_error(); error != 0; error = ERR_get_error()) {
+        if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) return false;
+        if (ERR_GET_LIB(error) == ERR_LIB_RSA) bad = true;
+    }
+    return bad;
+}
+
+// The verdict: a bad signature and a failure inside libcrypto are both 0. But a CRL must not be passed over because
+// there was no memory for an instant: without a refusal in so many words libcrypto is asked once more.
 static PNV_INT verdict(CRYPTO_VRF* vrf, const PNV_BYTE* signature, PNV_UINT32 len)
 {
-    return EVP_VerifyFinal(vrf->md_ctx, signature, len, vrf->pub) == 1 ? 1 : 0;
+    ERR_clear_error();
+    int answer = EVP_VerifyFinal(vrf->md_ctx, signature, len, vrf->pub);
+    if (answer != 1 && !isFoundBad()) answer = EVP_VerifyFinal(vrf->md_ctx, signature, len, vrf->pub);
+    return answer == 1 ? 1 : 0;
 }
 
 PELNIC_ERROR_CODE _pnv_verify_final_impl(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE* pbSignature, PNV_UINT32 len,

@@ -30,7 +30,8 @@ typedef struct crypto_vrf_st {
     EVP_PKEY* pub;      // null until init succeeds
 } CRYPTO_VRF;
 
-// Memory: null or too small a destination, or a null source, is PELNIC_ERR_NULL_POINTER.
+// Memory: null or too small a destination, or a null source, is PELNIC_ERR_NULL_POINTER. Areas of any size; memcpy_s
+// refuses those that overlap with the platform's code.
 PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size); // size 0: success with a null block
 PELNIC_ERROR_CODE pnv_memset_s_impl(void* dest, size_t destMax, PNV_INT c, size_t count);
 PELNIC_ERROR_CODE pnv_memmove_s_impl(void* dest, size_t destMax, const void* src, size_t count);
@@ -45,11 +46,12 @@ PNV_UINT32 pnv_strlen_impl(const PNV_CHAR* s);
 PNV_INT pnv_strcmp_impl(const PNV_CHAR* a, const PNV_CHAR* b); // an equality test: no order
 PELNIC_ERROR_CODE pnv_strcpy_s_impl(PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src);
 PELNIC_ERROR_CODE pnv_strcat_s_impl(PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src);
-// At most min(count, destMax - 1) characters, always terminated; negative when the text does not fit.
+// At most min(count, destMax - 1) characters, always terminated; negative when the text does not fit, and then as much
+// of it as does.
 PNV_INT pnv_vsnprintf_s_impl(PNV_CHAR* dest, size_t destMax, size_t count, const PNV_CHAR* format, va_list args)
     __attribute__((format(printf, 4, 0)));
 
-PNV_FILE_HANDLE pnv_fopen_impl(const PNV_CHAR* path, const PNV_CHAR* mode);
+PNV_FILE_HANDLE pnv_fopen_impl(const PNV_CHAR* path, const PNV_CHAR* mode); // waits for no writer of a FIFO
 size_t _pnv_fread_impl(void* buf, size_t size, PNV_FILE_HANDLE h);
 PELNIC_ERROR_CODE _pnv_fclose_impl(PNV_FILE_HANDLE h);
 PNV_UINT64 _pnv_get_file_size_impl(PNV_FILE_HANDLE h); // 0xFFFFFFFF when the size cannot be told

@@ -1027,10 +1027,12 @@ TEST_P(AddFile, RefusesWhatIsNoRegularFile)
 {
     const std::string fifo = dir_.Path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    const int writer = open(fifo.c_str(), O_RDWR); // opened without one, a FIFO would wait for it
+    const std::string unwritten = dir_.Path("unwritten");
+    ASSERT_EQ(mkfifo(unwritten.c_str(), 0600), 0);
+    const int writer = open(fifo.c_str(), O_RDWR);
     ASSERT_GE(writer, 0);
     ASSERT_EQ(write(writer, root_.data(), root_.size()), static_cast<ssize_t>(root_.size()));
-    for (const std::string& path : {fifo, dir_.Path(), std::string("/dev/null")}) {
+    for (const std::string& path : {fifo, unwritten, dir_.Path(), std::string("/dev/null")}) {
         const PELNIC_ERROR_CODE rc = Add(path);
         EXPECT_TRUE(rc == PELNIC_ERR_SYS_FILE_OPEN || rc == PELNIC_ERR_SYS_FILE_EMPTY ||
                     rc == PELNIC_ERR_SYS_FILE_TOO_LARGE || rc == PELNIC_ERR_SYS_FILE_READ)

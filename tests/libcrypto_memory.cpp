@@ -22,10 +22,13 @@ namespace {
 struct Shortage {
     std::size_t nth = 0; // 0: never
     FaultMode mode = FaultMode::Once;
+    bool whileVerifying = false; // counts only what is asked for while a signature is checked
+    bool verifying = false;
     std::size_t asked = 0;
 
     bool Denies()
     {
+        if (whileVerifying && !verifying) return false;
         ++asked;
         return nth != 0 && (mode == FaultMode::Once ? asked == nth : asked >= nth);
     }
@@ -53,8 +56,19 @@ void Release(void* block, const char*, int)
 // What a forked process says with its exit status.
 enum Finding { Accepted = 1, Met = 2, Problems = 4 };
 
+pfunc_pelnic_verify_final g_verifyFinal;
+
+PELNIC_ERROR_CODE VerifyFinal(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE* signature, PNV_UINT32 len, PNV_INT* result)
+{
+    g_shortage.verifying = true;
+    const PELNIC_ERROR_CODE rc = g_verifyFinal(ctx, signature, len, result);
+    g_shortage.verifying = false;
+    return rc;
+}
+
 bool IsAccepted(CallbackPlan& plan, const Case& input)
 {
+    g_verifyFinal = std::exchange(plan.Table().crypt_funcs.pelnic_verify_final, VerifyFinal);
     const Context ctx(plan);
     const Anchors& anchors = input.anchors;
     return ctx.Record() != nullptr && pelnic_verify_add_cert(ctx, anchors.root.data(), Len(anchors.root)) == 0 &&
@@ -112,16 +126,16 @@ protected:
         ASSERT_EQ(CRYPTO_set_mem_functions(Allocate, Reallocate, Release), 1) << "libcrypto was used before";
     }
 
-    static void Sweep(Case (*make)(), bool isGood)
+    static void Sweep(Case (*make)(), bool isGood, bool whileVerifying = false)
     {
         const Case input = MadeElsewhere(make);
         EXPECT_EQ(InChild([&] { return Findings(input, {}); }), isGood ? Accepted : 0);
         std::size_t faults = 0;
         for (FaultMode mode : {FaultMode::Once, FaultMode::Onward}) {
-            for (std::size_t nth = 1;; nth += LongForm() || nth < kAll ? 1 : kStep) {
+            for (std::size_t nth = 1;; nth += LongForm() || whileVerifying || nth < kAll ? 1 : kStep) {
                 SCOPED_TRACE(::testing::Message()
                              << "allocation " << nth << (mode == FaultMode::Once ? "" : " and on"));
-                const int findings = InChild([&] { return Findings(input, {nth, mode}); });
+                const int findings = InChild([&] { return Findings(input, {nth, mode, whileVerifying}); });
                 ASSERT_TRUE((findings & ~(Accepted | Met)) == 0) << findings;
                 ASSERT_TRUE(isGood || (findings & Accepted) == 0);
                 if ((findings & Met) == 0) break;
@@ -144,6 +158,17 @@ TEST_F(LibcryptoMemory, FailsWithAGoodSignature)
 TEST_F(LibcryptoMemory, FailsWithARevokedSigner)
 {
     Sweep(cases::RevokedSigner, false);
+}
+
+// A CRL whose signature seems bad for want of memory would be passed over, and the other one does not revoke.
+TEST_F(LibcryptoMemory, FailsWithOneOfTwoCrlsRevoking)
+{
+    Sweep(cases::RevokedByOneOfTwoCrls, false);
+}
+
+TEST_F(LibcryptoMemory, FailsWhileTheSignaturesOfTwoCrlsAreChecked)
+{
+    Sweep(cases::RevokedByOneOfTwoCrls, false, true);
 }
 
 TEST_F(LibcryptoMemory, FailsWithOtherContent)

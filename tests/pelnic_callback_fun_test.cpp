@@ -5,13 +5,18 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 namespace pnvtest {
 namespace {
@@ -39,6 +44,22 @@ template <typename Step> void ExpectSilent(Step step)
     const Output output = OutputOf(step);
     EXPECT_EQ(output.out, "");
     EXPECT_EQ(output.err, "");
+}
+
+// Runs a step that must not wait for anybody. The alarm interrupts it.
+template <typename Step> bool EndsInTime(Step step)
+{
+    static volatile std::sig_atomic_t g_rang;
+    g_rang = 0;
+    struct sigaction action = {};
+    struct sigaction before = {};
+    action.sa_handler = [](int) { g_rang = 1; };
+    sigaction(SIGALRM, &action, &before); // without SA_RESTART
+    alarm(5);
+    step();
+    alarm(0);
+    sigaction(SIGALRM, &before, nullptr);
+    return g_rang == 0;
 }
 
 // ---- The table ----
@@ -430,6 +451,26 @@ TEST(DefaultFormat, IsNegativeAndTerminatedWhereTheTextDoesNotFit)
     }
 }
 
+TEST(DefaultFormat, KeepsWhatFitsHoweverMuchDoesNot)
+{
+    for (size_t excess : {1u, 2u, 100u, 5000u}) {
+        std::vector<char> dest = Marked(8);
+        ExpectSilent(
+            [&] { EXPECT_EQ(Format(dest.data(), 8, 5, "%s%d", std::string(5 + excess - 1, 'x').c_str(), 7), -1); });
+        EXPECT_STREQ(dest.data(), "xxxxx") << excess;
+        EXPECT_EQ(dest[6], '#');
+        EXPECT_EQ(dest[7], '#');
+    }
+}
+
+TEST(DefaultFormat, LeavesNoTextWhereItCannotBeFormatted)
+{
+    const char* volatile none = nullptr; // hidden from the compiler, which knows better
+    std::vector<char> dest = Marked(8);
+    ExpectSilent([&] { EXPECT_LT(Format(dest.data(), 8, 7, "%s", none), 0); });
+    EXPECT_STREQ(dest.data(), "");
+}
+
 TEST(DefaultFormat, IsNegativeWithoutRoomForTheZero)
 {
     char dest = '#';
@@ -522,6 +563,46 @@ TEST(DefaultFiles, CannotTellTheSizeOfAPipe)
     PNV_FILE_HANDLE file = pnv_fopen_impl(path.c_str(), "r+b");
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(_pnv_get_file_size_impl(file), 0xFFFFFFFFu);
+    EXPECT_EQ(_pnv_fclose_impl(file), 0u);
+}
+
+// A FIFO that nobody writes to is empty, and nobody waits for it.
+TEST(DefaultFiles, DoNotWaitForAWriter)
+{
+    TempDir dir;
+    const std::string path = dir.Path("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    PNV_FILE_HANDLE file = nullptr;
+    ASSERT_TRUE(EndsInTime([&] { file = pnv_fopen_impl(path.c_str(), "rb"); }));
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(_pnv_get_file_size_impl(file), 0xFFFFFFFFu);
+    Bytes octets(8);
+    EXPECT_EQ(_pnv_fread_impl(octets.data(), 8, file), 0u);
+    EXPECT_EQ(_pnv_fclose_impl(file), 0u);
+}
+
+// One that somebody writes to is read to its end, though the writer takes its time.
+TEST(DefaultFiles, WaitForWhatAWriterHasToSay)
+{
+    TempDir dir;
+    const std::string path = dir.Path("fifo");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int ready = open(path.c_str(), O_RDWR);
+    ASSERT_GE(ready, 0);
+    PNV_FILE_HANDLE file = pnv_fopen_impl(path.c_str(), "rb");
+    ASSERT_NE(file, nullptr);
+    std::thread writer([&] {
+        for (const char* part : {"0123", "4567"}) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            EXPECT_EQ(write(ready, part, 4), 4);
+        }
+        close(ready);
+    });
+    Bytes octets(9);
+    EXPECT_EQ(_pnv_fread_impl(octets.data(), 9, file), 8u);
+    writer.join();
+    octets.pop_back();
+    EXPECT_EQ(octets, Text("01234567"));
     EXPECT_EQ(_pnv_fclose_impl(file), 0u);
 }
 
