@@ -51,7 +51,7 @@ typedef uint16_t PNV_UINT16;
 typedef int64_t PNV_INT64;
 typedef uint64_t PNV_UINT64;
 typedef uint8_t PNV_BYTE;
-typedef char PNV_CHAR;      /* the library is compiled with -fsigned-char */
+typedef char PNV_CHAR;      /* the library, and callbacks that take one, are compiled with -fsigned-char */
 typedef uint32_t PNV_BOOL;  /* 0 false, 1 true */
 typedef int64_t PNV_TIME_T; /* seconds since 1970-01-01 00:00:00 UTC */
 
@@ -219,7 +219,12 @@ typedef struct pelnic_datetime_st {
 
 /* ---- Callback table -------------------------------------------------------------------------------------------- */
 
-/* Allocates size octets into *out; a size of 0 may succeed with a null block. */
+/*
+ * Allocates size octets into *out; a size of 0 may succeed with a null block. Without memory the code is up to you
+ * (PELNIC_ERR_SYS_MEM_ALLOC is made for it), but not all of it comes back: decoding replaces it by
+ * PELNIC_ERR_ASN_DECODE, and an operation that took the input for undecodable then answers PELNIC_ERR_CMS_DECODE or
+ * PELNIC_ERR_CRL_DECODE.
+ */
 typedef PELNIC_ERROR_CODE (*pnv_func_malloc)(void** out, PNV_UINT32 size);
 typedef PELNIC_ERROR_CODE (*pnv_func_memset_s)(void* dest, size_t destMax, PNV_INT c, size_t count);
 typedef PELNIC_ERROR_CODE (*pnv_func_memmove_s)(void* dest, size_t destMax, const void* src, size_t count);
@@ -255,7 +260,13 @@ typedef void (*func_pelnic_log_callback)(PELNIC_LOG_TYPE log_level, const PNV_CH
 typedef void* PELNIC_CRYPTO_MD_CTX;  /* owned by the digest callbacks */
 typedef void* PELNIC_CRYPTO_VRF_CTX; /* owned by the verification callbacks */
 
-/* RSA PKCS #1 v1.5 signature verification (RFC 8017, 8.2.2): create, init, update, final, destory. */
+/*
+ * RSA PKCS #1 v1.5 signature verification (RFC 8017, 8.2.2): create, init, update, final, destory.
+ *
+ * A code other than 0 means "could not answer", for want of memory for instance: nothing is accepted on such ground. A
+ * key or a signature that the engine refuses is an answer: init and update return 0, and so does final, with the
+ * verdict 0. Packages carry keys of all kinds (an exponent of 1, an even modulus, 64 bits) that nobody needs.
+ */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_verify_ctx_create)(PELNIC_CRYPTO_VRF_CTX* out);
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_verify_init)(PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e,
                                                       const PELNIC_BIGINT* n, PNV_UINT32 hash_id);
@@ -369,8 +380,8 @@ typedef struct pelnic_vrf_params_st {
 
 /*
  * Fills a callback table with the default implementations: libc, the platform's bounds-checked string library and
- * OpenSSL's libcrypto. The defaults are silent and provide neither thread identity nor clock. They must not share the
- * process with other threads that use OpenSSL.
+ * OpenSSL's libcrypto. The defaults are silent and provide neither thread identity nor clock. Contexts on several
+ * threads may run side by side, and beside any other use of OpenSSL; but the calling thread's error queue is cleared.
  *
  * funcs: the caller's table, overwritten as a whole.
  * Returns 0, or a plain 1 (no code of the table above) when funcs is null.
