@@ -43,12 +43,18 @@ echo "minutes on two cores; later runs take seconds."
 cmake/install-packages.sh cmake ninja-build pkgconf g++ libssl-dev libsafec-dev libcli11-dev libcurl4-openssl-dev \
     nlohmann-json3-dev openssl faketime
 build=$PWD/build/demo
+# make ROOT TITLE TARGET...
+make()
+{
+    cmake --preset release -B "$build" -DPKGTOOL=ON -DCMSVERIFY_CHECK_BINARIES=OFF -DPKGCHECK_ROOT_CERT="$1" >/dev/null
+    title=$2
+    shift 2
+    cmake/progress.sh "$title" "$build/build.log" cmake --build "$build" --target "$@"
+}
+make "$PWD/tool/placeholder_root.der" "Building pkgtool" pkgtool
 rm -rf "$build/pki"
-demo/make-pki.sh "$build/pki"
-cmake --preset release -B "$build" -DPKGTOOL=ON -DCMSVERIFY_CHECK_BINARIES=OFF \
-    -DPKGCHECK_ROOT_CERT="$build/pki/root.pem" >/dev/null
-cmake/progress.sh "Building checker and tool" "$build/build.log" \
-    cmake --build "$build" --target pkgcheck pkgtool
+"$build/pkgtool/pkgtool" pki new "$build/pki" --name Demo >/dev/null
+make "$build/pki/root.pem" "Building pkgcheck for a root of its own" pkgcheck pkgtool
 
 cd "$build"
 PATH=$build:$build/pkgtool:$PATH
@@ -101,25 +107,31 @@ flip()
 }
 
 signer="--cert pki/signer.pem --key pki/signer.key --chain pki/ca.pem"
-crls="--crl pki/root.crl --crl pki/ca.crl"
+stamp="--tsa-cert pki/tsa.pem --tsa-key pki/tsa.key --tsa-chain pki/tsa-ca.pem"
+crls="--crl pki/root.crl --crl pki/ca.crl --crl pki/tsa-ca.crl"
 pack="pkgtool pack --unchecked"
 image="--payload image"
 
 # shellcheck disable=SC2086 # the variables hold several words
 {
     say "Sign and timestamp the image, pack it with a CRL of each CA, check it: accepted. The checker is silent then."
-    show 0 pkgtool sign image $signer --tsa-cert pki/tsa.pem --tsa-key pki/tsa.key \
-        --tsa-time "$(date -u +%Y%m%d%H%M%SZ)" -o image.cms
+    show 0 pkgtool sign image $signer $stamp -o image.cms
     show 0 pkgtool pack $image --cms image.cms $crls -o good.pkg
     show 0 pkgcheck good.pkg
+
+    say "The same in one step, with what the PKI says of itself: accepted."
+    show 0 pkgtool release image --pki pki -o release.pkg
+    show 0 pkgcheck release.pkg
 
     say "One bit of the image flipped: refused."
     cp good.pkg flipped.pkg
     flip flipped.pkg 352
     show 255 pkgcheck flipped.pkg
 
-    say "The signer was revoked before the timestamp: refused. The code does not say so, pkgtool does."
-    $pack $image --cms image.cms --crl pki/root.crl --crl pki/ca-revoked.crl -o revoked.pkg
+    say "Signed by a signer who was revoked before: refused. The code does not say so, pkgtool does."
+    show 0 pkgtool pki revoke pki signer
+    pkgtool sign image $signer $stamp -o revoked.cms
+    $pack $image --cms revoked.cms $crls -o revoked.pkg
     show 255 pkgcheck revoked.pkg
     show 1 pkgtool explain revoked.pkg
 

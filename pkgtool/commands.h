@@ -7,6 +7,8 @@
 
 namespace pkgtool {
 
+void addPkiCommand(CLI::App& app);
+void addReleaseCommand(CLI::App& app);
 void addSignCommand(CLI::App& app);
 void addPackCommand(CLI::App& app);
 void addUnpackCommand(CLI::App& app);

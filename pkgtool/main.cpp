@@ -15,6 +15,8 @@ int run(int argc, char** argv)
     app.require_subcommand(1);
     app.footer("Exit status: 0 done, 1 the input or the command line is wrong, 2 internal error. Output files are\n"
                "written whole or not at all; private keys are only ever read.");
+    pkgtool::addPkiCommand(app);
+    pkgtool::addReleaseCommand(app);
     pkgtool::addSignCommand(app);
     pkgtool::addPackCommand(app);
     pkgtool::addUnpackCommand(app);

@@ -26,6 +26,7 @@ completes()
 }
 
 completes 'pkgtool si' sign
+completes 'pkgtool pki ' new crl revoke
 completes 'pkgtool crl ' show compare
 completes 'pkgtool crl s' show
 completes 'pkgtool crl show --i' --intermediate

@@ -1,0 +1,38 @@
+// What a CA of one's own issues, as the checker wants it: RSA and SHA-256, with the extensions of each kind of
+// certificate. All of it begins to be valid now.
+#ifndef PKGTOOL_PKI_ISSUE_H
+#define PKGTOOL_PKI_ISSUE_H
+
+#include "keys.h"
+
+#include <string>
+
+namespace pkgtool {
+
+enum class CertKind { Root, Ca, Signer, Authority };
+
+struct CertRequest {
+    CertKind kind;
+    std::string organization;
+    std::string commonName;
+    int days;
+};
+
+Pkey makeKey(unsigned bits);
+// Of the key's public half; a root is issued by itself, and its issuer is not looked at.
+Cert issueCertificate(const CertRequest& request, EVP_PKEY* key, const Identity& issuer);
+
+struct Revocation {
+    X509* cert;
+    std::string reason; // by its name in RFC 5280, 5.3.1; empty for none
+};
+
+// The issuer's first CRL, or the one after previous: it lists what that one lists, and the revocation unless it is
+// null.
+Crl issueCrl(const Identity& issuer, X509_CRL* previous, const Revocation* revocation, int days);
+
+bool isRevokedBy(X509_CRL* crl, X509* cert);
+
+} // namespace pkgtool
+
+#endif
