@@ -6,6 +6,10 @@
 #include "support/temp_dir.h"
 
 #include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/rsa.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -169,6 +173,23 @@ TEST_F(LibcryptoMemory, FailsWithOneOfTwoCrlsRevoking)
 TEST_F(LibcryptoMemory, FailsWhileTheSignaturesOfTwoCrlsAreChecked)
 {
     Sweep(cases::RevokedByOneOfTwoCrls, false, true);
+}
+
+// What the library asks of libcrypto holds for the whole process: whoever else is in it still finds ciphers and digests
+// by their names, and the texts of errors.
+TEST_F(LibcryptoMemory, LeavesLibcryptoToTheHostAsItWas)
+{
+    const Case input = MadeElsewhere(cases::Good);
+    EXPECT_EQ(InChild([&] {
+                  CallbackPlan plan;
+                  const bool accepted = IsAccepted(plan, input);
+                  const bool named = EVP_get_cipherbyname("AES-128-CBC") != nullptr &&
+                                     EVP_get_digestbyname("SHA1") != nullptr &&
+                                     OBJ_nid2sn(OBJ_sn2nid("SHA256")) == std::string("SHA256") &&
+                                     ERR_reason_error_string(ERR_PACK(ERR_LIB_RSA, 0, RSA_R_BAD_SIGNATURE)) != nullptr;
+                  return accepted && named ? Accepted : 0;
+              }),
+              Accepted);
 }
 
 TEST_F(LibcryptoMemory, FailsWithOtherContent)
