@@ -25,14 +25,21 @@ endfunction()
 # Library and checker: no run-time support of C++ (so that --as-needed drops libstdc++), hidden symbols, hardening.
 function(cmsverify_compiler_options TARGET)
     set(OPTIMIZED $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+    set(LTO $<BOOL:OFF>)
+    # Objects hold ordinary code as well, for whoever links the static library in another way and for checks of objects.
+    if(CMSVERIFY_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+        set(LTO ${OPTIMIZED})
+    endif()
     cmsverify_common_options(${TARGET})
     target_compile_options(${TARGET} PRIVATE
         $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>
         -fno-strict-aliasing
-        $<${OPTIMIZED}:-fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+        $<${OPTIMIZED}:${CMSVERIFY_STACK_PROTECTOR} -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>
+        $<${LTO}:-flto=auto -ffat-lto-objects>)
     target_link_options(${TARGET} PRIVATE
         -Wl,--as-needed
-        $<${OPTIMIZED}:-Wl,-z,relro,-z,now,-z,noexecstack>)
+        $<${OPTIMIZED}:-Wl,-z,relro,-z,now,-z,noexecstack>
+        $<${LTO}:-flto=auto>)
     set_target_properties(${TARGET} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
