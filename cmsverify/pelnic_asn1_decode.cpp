@@ -18,6 +18,12 @@ static void rewindTo(PELNIC_BUF* b, PNV_UINT32 start)
 
 // ---- Tags and lengths
 
+static PELNIC_BER_TAG tagOf(PNV_BYTE octet)
+{
+    return pelnic_make_tag(static_cast<PELNIC_BER_CLASS>(octet >> 6), (octet & CONSTRUCTED_BIT) ? CBF_CONS : CBF_PRIM,
+                           static_cast<PELNIC_BER_TAG_CODE>(octet & 0x1F));
+}
+
 PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* decodedBytes)
 {
     if (pVrf == nullptr || b == nullptr || pTag == nullptr || decodedBytes == nullptr) return PELNIC_ERR_NULL_POINTER;
@@ -37,8 +43,7 @@ PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_B
         return PELNIC_ERR_SYS_BUF_POS;
     }
     rewind.armed = false;
-    *pTag = pelnic_make_tag(static_cast<PELNIC_BER_CLASS>(octet >> 6), (octet & CONSTRUCTED_BIT) ? CBF_CONS : CBF_PRIM,
-                            static_cast<PELNIC_BER_TAG_CODE>(octet & 0x1F));
+    *pTag = tagOf(octet);
     *decodedBytes = static_cast<PNV_UINT32>(consumed);
     return 0;
 }
@@ -92,6 +97,21 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     *nLength = length;
     *bytesDecoded = static_cast<PNV_UINT32>(consumed);
     return 0;
+}
+
+// The header of nearly every element: an octet each for tag and length, and all of the content behind them. What it
+// does not take, the two functions above take or refuse.
+static bool readShortHeader(PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+{
+    const PNV_UINT32 left = b->nBufLen - b->iCursor;
+    if (b->iCursor > b->nBufLen || left < 2) return false;
+    const PNV_BYTE* const octets = b->pVal + b->iCursor;
+    if ((octets[0] & HIGH_TAG_NUMBER) == HIGH_TAG_NUMBER || octets[1] > left - 2 || octets[1] >= LONG_LENGTH)
+        return false;
+    *pTag = tagOf(octets[0]);
+    *length = octets[1];
+    b->iCursor += 2;
+    return true;
 }
 
 PELNIC_ERROR_CODE _pnvCompareBerTag(const PELNIC_VRF*, const PELNIC_BER_TAG* tagTmp, const PELNIC_BER_TAG* pTag)
@@ -152,13 +172,6 @@ PELNIC_ERROR_CODE _pnvCheckTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLAT
 
 // ---- What every kind begins and ends with
 
-static PELNIC_ERROR_CODE beginElement(PELNIC_BUF* b, const void* pObj, const PNV_UINT32* nDecoded,
-                                      const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_ERROR_CODE kindCode, PNV_UINT32* start)
-{
-    if (pObj == nullptr || nDecoded == nullptr || pTempl == nullptr) return PELNIC_ERR_NULL_POINTER;
-    return pelnic_buf_tell(b, start) != 0 || *start == PNV_POS_AT_END ? kindCode : 0;
-}
-
 // The octets between start, an answer of pelnic_buf_tell, and the cursor.
 static PELNIC_ERROR_CODE consumedSince(const PELNIC_BUF* b, PNV_UINT32 start, PELNIC_ERROR_CODE kindCode,
                                        PNV_UINT32* consumed)
@@ -169,14 +182,78 @@ static PELNIC_ERROR_CODE consumedSince(const PELNIC_BUF* b, PNV_UINT32 start, PE
     return 0;
 }
 
+static bool isContentOnly(const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    return (pTempl->tagType & PNV_TAG_CONTENT_ONLY) != 0;
+}
+
+// An element while it is decoded: puts the cursor back to its start unless it is kept.
+class Element {
+public:
+    Element(PELNIC_BUF* b, PELNIC_ERROR_CODE kindCode) : b_(b), kindCode_(kindCode) {}
+    ~Element()
+    {
+        if (begun_) rewindTo(b_, start_);
+    }
+    Element(const Element&) = delete;
+    Element& operator=(const Element&) = delete;
+
+    PELNIC_ERROR_CODE begin(const void* pObj, const PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pTempl)
+    {
+        if (pObj == nullptr || nDecoded == nullptr || pTempl == nullptr) return PELNIC_ERR_NULL_POINTER;
+        if (pelnic_buf_tell(b_, &start_) != 0 || start_ == PNV_POS_AT_END) return kindCode_;
+        begun_ = true;
+        return 0;
+    }
+    // Reads the header behind it. Of bare content *nDecoded is the length.
+    PELNIC_ERROR_CODE header(const PELNIC_VRF* pVrf, const PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pTempl,
+                             PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code)
+    {
+        if (isContentOnly(pTempl)) length = *nDecoded;
+        return _pnvAsn1ParseContent(pVrf, b_, pTempl, form, code, &tag, &length);
+    }
+    PELNIC_ERROR_CODE open(const PELNIC_VRF* pVrf, const void* pObj, const PNV_UINT32* nDecoded,
+                           const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code)
+    {
+        const PELNIC_ERROR_CODE rc = begin(pObj, nDecoded, pTempl);
+        return rc != 0 ? rc : header(pVrf, nDecoded, pTempl, form, code);
+    }
+    // The octets between the start and the cursor.
+    PELNIC_ERROR_CODE measure(PNV_UINT32* octets) const { return consumedSince(b_, start_, kindCode_, octets); }
+    // Leaves the cursor where it is.
+    void keep() { begun_ = false; }
+    PELNIC_ERROR_CODE keep(PNV_UINT32* nDecoded)
+    {
+        const PELNIC_ERROR_CODE rc = measure(nDecoded);
+        if (rc == 0) keep();
+        return rc;
+    }
+
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = 0; // of the content
+
+private:
+    PELNIC_BUF* b_;
+    PELNIC_ERROR_CODE kindCode_;
+    PNV_UINT32 start_ = 0;
+    bool begun_ = false;
+};
+
 static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
 {
     return pelnic_buf_seek(b, static_cast<PNV_INT32>(length), CBSW_CURRENT);
 }
 
-static bool isContentOnly(const PELNIC_ASN1_TEMPLATE* pTempl)
+// A header with this tag; with another one the code is mismatch.
+static PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_BER_TAG& expected,
+                                            PELNIC_ERROR_CODE mismatch, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
-    return (pTempl->tagType & PNV_TAG_CONTENT_ONLY) != 0;
+    if (readShortHeader(b, pTag, length)) return _pnvCompareBerTag(pVrf, &expected, pTag) != 0 ? mismatch : 0;
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
+    if (rc != 0) return rc;
+    if (_pnvCompareBerTag(pVrf, &expected, pTag) != 0) return mismatch;
+    return pelnic_dec_len(pVrf, b, length, &octets);
 }
 
 PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
@@ -189,16 +266,13 @@ PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, co
         *pTag = expected;
         return 0;
     }
-    PNV_UINT32 octets = 0;
-    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
-    if (rc != 0) return rc;
-    if (_pnvCompareBerTag(pVrf, &expected, pTag) != 0) return PELNIC_ERR_ASN_TAG;
-    return pelnic_dec_len(pVrf, b, contentLength, &octets);
+    return readExpectedHeader(pVrf, b, expected, PELNIC_ERR_ASN_TAG, pTag, contentLength);
 }
 
 // The tag and length of any element, of an explicit tag for instance.
 static PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
+    if (readShortHeader(b, pTag, length)) return 0;
     PNV_UINT32 octets = 0;
     const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
     return rc != 0 ? rc : pelnic_dec_len(pVrf, b, length, &octets);
@@ -207,14 +281,9 @@ static PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNI
 // The length of an explicit tag is not compared with what the value inside consumes.
 static PELNIC_ERROR_CODE readExplicitHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    const PELNIC_BER_TAG expected = contextTag(CBF_CONS, pTempl->tagCode);
     PELNIC_BER_TAG tag = {};
-    PNV_UINT32 octets = 0;
-    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, &tag, &octets);
-    if (rc != 0) return rc;
-    if (_pnvCompareBerTag(pVrf, &expected, &tag) != 0) return PELNIC_ERR_FAILED;
     PNV_UINT32 length = 0;
-    return pelnic_dec_len(pVrf, b, &length, &octets);
+    return readExpectedHeader(pVrf, b, contextTag(CBF_CONS, pTempl->tagCode), PELNIC_ERR_FAILED, &tag, &length);
 }
 
 // A copy of length octets, or null.
@@ -249,45 +318,49 @@ static void*& pointerAt(void* pObj, PNV_UINT32 offset)
 
 // ---- Octets
 
+// Whether a field's value has the tag that its template expects. Inside an explicit tag, which the field's reader has
+// consumed, stands the item's own tag.
+static bool hasTagOf(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pTempl, const PELNIC_BER_TAG* pTag)
+{
+    if (pTempl->tagType != PNV_TAG_EXPLICIT) return _pnvCheckTag(pVrf, pTempl, pTag) == 0;
+    PELNIC_ASN1_TEMPLATE inner = *pTempl;
+    inner.tagType = PNV_TAG_NONE;
+    return _pnvCheckTag(pVrf, &inner, pTag) == 0;
+}
+
 // Reads an element of octets up to its end; octs points into the input.
 static PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
-                                    PELNIC_BER_TAG* pTag, const PNV_BYTE** octs, PNV_UINT32* length)
+                                    Element* element, const PNV_BYTE** octs)
 {
-    if (readHeader(pVrf, b, pTag, length) != 0) return PELNIC_ERR_ASN_OCTS;
-    if (pTempl->asn1_item != nullptr) {
-        // Inside an explicit tag, which the field's reader has consumed, stands the item's own tag.
-        PELNIC_ASN1_TEMPLATE inner = *pTempl;
-        if (inner.tagType == PNV_TAG_EXPLICIT) inner.tagType = PNV_TAG_NONE;
-        if (_pnvCheckTag(pVrf, &inner, pTag) != 0) return PELNIC_ERR_ASN_OCTS;
-    }
+    PNV_UINT32& length = element->length;
+    if (readHeader(pVrf, b, &element->tag, &length) != 0) return PELNIC_ERR_ASN_OCTS;
+    if (pTempl->asn1_item != nullptr && !hasTagOf(pVrf, pTempl, &element->tag)) return PELNIC_ERR_ASN_OCTS;
     *octs = pelnic_buf_get_point(b);
-    if (skip(b, *length) != 0) return PELNIC_ERR_ASN_OCTS;
-    if (pTag->code != CBT_INTEGER || *length == 0) return 0;
+    if (skip(b, length) != 0) return PELNIC_ERR_ASN_OCTS;
+    if (element->tag.code != CBT_INTEGER || length == 0) return 0;
     // An INTEGER of any class: the magnitude without leading zeros, and 0 has none.
-    for (; *length != 0 && **octs == 0; ++*octs) --*length;
-    return *length == 0 ? PELNIC_ERR_ASN_OCTS : 0;
+    for (; length != 0 && **octs == 0; ++*octs) --length;
+    return length == 0 ? PELNIC_ERR_ASN_OCTS : 0;
 }
 
 PNV_UINT32 pelnic_dec_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                           const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_OCTS, &start);
+    Element element(b, PELNIC_ERR_ASN_OCTS);
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = 0;
     const PNV_BYTE* octs = nullptr;
-    rc = readOctets(pVrf, b, pTempl, &tag, &octs, &length);
-    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_OCTS, nDecoded);
+    rc = readOctets(pVrf, b, pTempl, &element, &octs);
+    if (rc == 0) rc = element.measure(nDecoded);
     if (rc != 0) return rc;
+    const PNV_UINT32 length = element.length;
     PNV_BYTE* copy = nullptr;
     if (length != 0) {
         copy = copyOctets(pVrf, octs, length, PELNIC_ERR_ASN_OCTS, &rc);
         if (copy == nullptr) return rc;
     }
-    rewind.armed = false;
-    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, tag, copy};
+    element.keep();
+    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, element.tag, copy};
     return 0;
 }
 
@@ -308,27 +381,25 @@ static bool isOctets(const PELNIC_ASN1_TEMPLATE* pTempl)
 static PELNIC_ERROR_CODE decodeOctetsRecord(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nDecoded,
                                             const PELNIC_ASN1_TEMPLATE* pTempl, void** ppRecord)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, ppRecord, nDecoded, pTempl, PELNIC_ERR_ASN_OCTS, &start);
+    Element element(b, PELNIC_ERR_ASN_OCTS);
+    PELNIC_ERROR_CODE rc = element.begin(ppRecord, nDecoded, pTempl);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = 0;
     const PNV_BYTE* octs = nullptr;
-    rc = readOctets(pVrf, b, pTempl, &tag, &octs, &length);
-    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_OCTS, nDecoded);
+    rc = readOctets(pVrf, b, pTempl, &element, &octs);
+    if (rc == 0) rc = element.measure(nDecoded);
     if (rc != 0) return rc;
+    const PNV_UINT32 length = element.length;
     void* block = nullptr;
     rc = pelnic_malloc(pVrf, &block, PNV_UINT32{sizeof(PELNIC_ASN_OCTS)} + length); // length is below 2^31
     if (rc != 0 || block == nullptr) return rc != 0 ? rc : PELNIC_ERR_ASN_OCTS;
     PELNIC_ASN_OCTS* const pOcts = static_cast<PELNIC_ASN_OCTS*>(block);
-    *pOcts = PELNIC_ASN_OCTS{length, tag, length != 0 ? octsBehind(pOcts) : nullptr};
+    *pOcts = PELNIC_ASN_OCTS{length, element.tag, length != 0 ? octsBehind(pOcts) : nullptr};
     if (length != 0) rc = pelnic_memcpy_s(pVrf, pOcts->octs, length, octs, length);
     if (rc != 0) {
         pelnic_free(pVrf, block);
         return rc;
     }
-    rewind.armed = false;
+    element.keep();
     *ppRecord = block;
     return 0;
 }
@@ -359,25 +430,22 @@ static PNV_BYTE identifierOctet(const PELNIC_ASN1_ITEM* pItem)
 PNV_UINT32 pelnic_peek_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                            const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_PEEK_OCTS, &start);
+    Element element(b, PELNIC_ERR_ASN_PEEK_OCTS); // never kept: the next template decodes the same element
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }}; // also on success: the next template decodes the same element
     const bool retagged = (pTempl->tagType & PNV_TAG_IMPLICIT) != 0;
     const PELNIC_ASN1_ITEM* const becomes = static_cast<const PELNIC_ASN1_ITEM*>(pTempl->pDefaultVal);
     if (retagged && becomes == nullptr) return PELNIC_ERR_ASN_PEEK_OCTS;
     const PNV_BYTE* const encoding = pelnic_buf_get_point(b);
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = 0;
-    if (readHeader(pVrf, b, &tag, &length) != 0 || length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    if (readHeader(pVrf, b, &element.tag, &element.length) != 0 || element.length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
     PNV_UINT32 headerLength = 0;
-    rc = consumedSince(b, start, PELNIC_ERR_ASN_PEEK_OCTS, &headerLength);
+    rc = element.measure(&headerLength);
     if (rc != 0) return rc;
-    length += headerLength; // within the input
+    const PNV_UINT32 length = headerLength + element.length; // within the input
     PNV_BYTE* const copy = copyOctets(pVrf, encoding, length, PELNIC_ERR_ASN_PEEK_OCTS, &rc);
     if (copy == nullptr) return rc;
     if (retagged) copy[0] = identifierOctet(becomes);
-    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, tag, copy};
+    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, element.tag, copy};
     *nDecoded = 0;
     return 0;
 }
@@ -385,17 +453,15 @@ PNV_UINT32 pelnic_peek_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
 PNV_UINT32 pelnic_link_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                            const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_PEEK_OCTS, &start);
+    Element element(b, PELNIC_ERR_ASN_PEEK_OCTS); // never kept
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }}; // also on success
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = 0;
-    if (readHeader(pVrf, b, &tag, &length) != 0 || length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    if (readHeader(pVrf, b, &element.tag, &element.length) != 0 || element.length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
     PNV_UINT32 headerLength = 0;
-    rc = consumedSince(b, start, PELNIC_ERR_ASN_PEEK_OCTS, &headerLength);
+    rc = element.measure(&headerLength);
     if (rc != 0) return rc;
-    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, tag, const_cast<PNV_BYTE*>(pelnic_buf_get_point(b))};
+    *static_cast<PELNIC_ASN_OCTS*>(pObj) =
+        PELNIC_ASN_OCTS{element.length, element.tag, const_cast<PNV_BYTE*>(pelnic_buf_get_point(b))};
     *nDecoded = headerLength;
     return 0;
 }
@@ -430,17 +496,12 @@ static PELNIC_ERROR_CODE decodeRecord(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV
 PNV_UINT32 pelnic_dec_bits(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                            const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_BITS, &start);
-    if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = isContentOnly(pTempl) ? *nDecoded : 0;
-    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_PRIM, CBT_BITSTRING, &tag, &length);
+    Element element(b, PELNIC_ERR_ASN_BITS);
+    PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBF_PRIM, CBT_BITSTRING);
     if (rc != 0) return rc;
     PNV_BYTE unused = 0;
-    if (length == 0 || pelnic_buf_get(b, &unused) != 0) return PELNIC_ERR_ASN_BITS;
-    const PNV_UINT32 byteLen = length - 1;
+    if (element.length == 0 || pelnic_buf_get(b, &unused) != 0) return PELNIC_ERR_ASN_BITS;
+    const PNV_UINT32 byteLen = element.length - 1;
     if (unused > 8 || unused > PNV_UINT64{byteLen} * 8) return PELNIC_ERR_ASN_BITS;
     const PNV_BYTE* const octets = pelnic_buf_get_point(b);
     if (skip(b, byteLen) != 0) return PELNIC_ERR_ASN_BITS;
@@ -449,14 +510,13 @@ PNV_UINT32 pelnic_dec_bits(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
         copy = copyOctets(pVrf, octets, byteLen, PELNIC_ERR_ASN_BITS, &rc);
         if (copy == nullptr) return PELNIC_ERR_ASN_BITS;
     }
-    rc = consumedSince(b, start, PELNIC_ERR_ASN_BITS, nDecoded);
+    rc = element.keep(nDecoded);
     if (rc != 0) {
         pelnic_free(pVrf, copy);
         return rc;
     }
-    rewind.armed = false;
     const PNV_UINT64 bitLen = PNV_UINT64{byteLen} * 8 - unused;
-    *static_cast<PELNIC_ASN_BITS*>(pObj) = PELNIC_ASN_BITS{static_cast<PNV_UINT32>(bitLen), tag, copy, byteLen};
+    *static_cast<PELNIC_ASN_BITS*>(pObj) = PELNIC_ASN_BITS{static_cast<PNV_UINT32>(bitLen), element.tag, copy, byteLen};
     return 0;
 }
 
@@ -472,26 +532,20 @@ PELNIC_ERROR_CODE _pnvDecodeInteger(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_I
                                     const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_BER_TAG_CODE code)
 {
     if (code != CBT_INTEGER && code != CBT_ENUM) return PELNIC_ERR_NULL_POINTER;
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pValue, nDecoded, pTempl, PELNIC_ERR_ASN_INT, &start);
+    Element element(b, PELNIC_ERR_ASN_INT);
+    PELNIC_ERROR_CODE rc = element.open(pVrf, pValue, nDecoded, pTempl, CBF_PRIM, code);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = isContentOnly(pTempl) ? *nDecoded : 0;
-    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_PRIM, code, &tag, &length);
-    if (rc != 0) return rc;
-    if (length == 0 || length > MAX_INT_OCTETS) return PELNIC_ERR_ASN_INT;
+    if (element.length == 0 || element.length > MAX_INT_OCTETS) return PELNIC_ERR_ASN_INT;
     const PNV_BYTE* const first = pelnic_buf_get_point(b);
     if (first == nullptr) return PELNIC_ERR_ASN_INT;
     PNV_UINT32 value = (*first & 0x80) != 0 ? 0xFFFFFFFFu : 0; // sign extension, in unsigned arithmetic
-    for (PNV_UINT32 i = 0; i < length; ++i) {
+    for (PNV_UINT32 i = 0; i < element.length; ++i) {
         PNV_BYTE octet = 0;
         if (pelnic_buf_get(b, &octet) != 0) return PELNIC_ERR_ASN_INT;
         value = value << 8 | octet;
     }
-    rc = consumedSince(b, start, PELNIC_ERR_ASN_INT, nDecoded);
+    rc = element.keep(nDecoded);
     if (rc != 0) return rc;
-    rewind.armed = false;
     *pValue = static_cast<PNV_INT32>(value);
     return 0;
 }
@@ -515,19 +569,13 @@ void pelnic_free_enum(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*) {}
 PNV_UINT32 pelnic_dec_bool(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                            const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_BOOL, &start);
-    if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 length = isContentOnly(pTempl) ? *nDecoded : 0;
-    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_PRIM, CBT_BOOLEAN, &tag, &length);
+    Element element(b, PELNIC_ERR_ASN_BOOL);
+    PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBF_PRIM, CBT_BOOLEAN);
     if (rc != 0) return rc;
     PNV_BYTE octet = 0;
-    if (length != 1 || pelnic_buf_get(b, &octet) != 0) return PELNIC_ERR_ASN_BOOL;
-    rc = consumedSince(b, start, PELNIC_ERR_ASN_BOOL, nDecoded);
+    if (element.length != 1 || pelnic_buf_get(b, &octet) != 0) return PELNIC_ERR_ASN_BOOL;
+    rc = element.keep(nDecoded);
     if (rc != 0) return rc;
-    rewind.armed = false;
     *static_cast<PELNIC_ASN_BOOL*>(pObj) = octet != 0 ? 1 : 0;
     return 0;
 }
@@ -558,8 +606,8 @@ static PELNIC_ERROR_CODE decodeFieldValue(const PELNIC_VRF* pVrf, PELNIC_BUF* b,
 PELNIC_ERROR_CODE _pnvDecSeqValue(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                                   const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_PEEK_TAG, &start);
+    Element element(b, PELNIC_ERR_ASN_PEEK_TAG);
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
     if ((pTempl->flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) != 0) {
         PELNIC_BER_TAG tag = {};
@@ -571,18 +619,23 @@ PELNIC_ERROR_CODE _pnvDecSeqValue(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* p
             return 0;
         }
     }
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
     PNV_UINT32 outerOctets = 0;
     if (pTempl->tagType == PNV_TAG_EXPLICIT) {
         rc = readExplicitHeader(pVrf, b, pTempl);
-        if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_SEQ, &outerOctets);
+        if (rc == 0) rc = element.measure(&outerOctets);
         if (rc != 0) return rc;
     }
     rc = decodeFieldValue(pVrf, b, pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    rewind.armed = false;
+    element.keep();
     *nDecoded += outerOctets;
     return 0;
+}
+
+// Whether nothing comes before a field's value: no tag to look at first, and none to skip.
+static bool isPlain(const PELNIC_ASN1_TEMPLATE* pTempl)
+{
+    return (pTempl->flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0 && pTempl->tagType != PNV_TAG_EXPLICIT;
 }
 
 // Decodes the fields in order into a record; on failure leaves what it made for the free walk.
@@ -602,8 +655,13 @@ static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, voi
         if (bounded && consumed == contentLength) return _pnvSeqCheckRemainOptional(pItem, i);
         if (bounded && consumed > contentLength) return PELNIC_ERR_ASN_SEQ;
         PNV_UINT32 octets = 0;
-        rc = (field->flag & PNV_FLAG_ANY) != 0 ? pelnic_dec_any(pVrf, b, pObj, &octets, field)
-                                               : _pnvDecSeqValue(pVrf, b, pObj, &octets, field);
+        if ((field->flag & PNV_FLAG_ANY) != 0) {
+            rc = pelnic_dec_any(pVrf, b, pObj, &octets, field);
+        } else if (isPlain(field) && b->iCursor < b->nBufLen) {
+            rc = decodeFieldValue(pVrf, b, pObj, &octets, field);
+        } else {
+            rc = _pnvDecSeqValue(pVrf, b, pObj, &octets, field);
+        }
         if (rc != 0) return rc;
     }
     if (!bounded) return 0;
@@ -619,21 +677,14 @@ static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, voi
 PNV_UINT32 pelnic_dec_seq(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                           const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_SEQ, &start);
+    Element element(b, PELNIC_ERR_ASN_SEQ);
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
+    if (rc == 0) rc = element.header(pVrf, nDecoded, pTempl, CBF_CONS, pTempl->asn1_item->ber_code);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 contentLength = isContentOnly(pTempl) ? *nDecoded : 0;
-    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_CONS, pTempl->asn1_item->ber_code, &tag, &contentLength);
-    if (rc != 0) return rc;
-    PNV_SCOPE_EXIT freeFields{[&] { pelnic_free_seq(pVrf, pObj, pTempl); }};
-    rc = decodeFields(pVrf, b, pObj, pTempl, contentLength);
-    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_SEQ, nDecoded);
-    if (rc != 0) return rc;
-    freeFields.armed = false;
-    rewind.armed = false;
-    return 0;
+    rc = decodeFields(pVrf, b, pObj, pTempl, element.length);
+    if (rc == 0) rc = element.keep(nDecoded);
+    if (rc != 0) pelnic_free_seq(pVrf, pObj, pTempl);
+    return rc;
 }
 
 // Frees a value that lies in place or, with the pointer flag, in a record of its own, which goes with it.
@@ -672,16 +723,23 @@ static PELNIC_ASN1_TEMPLATE ownedElement(const PELNIC_ASN1_TEMPLATE* pElement)
     return element;
 }
 
+// _pnv_dec_seq_elem with the row of an owned element.
+static PELNIC_ERROR_CODE decodeElement(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_LIST_DUMMY* pList,
+                                       PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pOwned)
+{
+    void* pRecord = nullptr;
+    PELNIC_ERROR_CODE rc = decodeRecord(pVrf, b, nDecoded, pOwned, &pRecord);
+    if (rc != 0) return rc;
+    rc = pelnic_list_add(pVrf, pList, pRecord, CLSP_END);
+    if (rc != 0) freeRecord(pVrf, pRecord, pOwned);
+    return rc;
+}
+
 PELNIC_ERROR_CODE _pnv_dec_seq_elem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_LIST_DUMMY* pList,
                                     PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pElement)
 {
     const PELNIC_ASN1_TEMPLATE element = ownedElement(pElement);
-    void* pRecord = nullptr;
-    PELNIC_ERROR_CODE rc = decodeRecord(pVrf, b, nDecoded, &element, &pRecord);
-    if (rc != 0) return rc;
-    rc = pelnic_list_add(pVrf, pList, pRecord, CLSP_END);
-    if (rc != 0) freeRecord(pVrf, pRecord, &element);
-    return rc;
+    return decodeElement(pVrf, b, pList, nDecoded, &element);
 }
 
 // The list of an element template inside its record, or null.
@@ -706,11 +764,12 @@ static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, v
 
     PNV_UINT32 contentStart = 0;
     if (pelnic_buf_tell(b, &contentStart) != 0) return PELNIC_ERR_ASN_SETOF;
+    const PELNIC_ASN1_TEMPLATE owned = ownedElement(pElement);
     PNV_UINT32 consumed = 0;
     while (consumed < contentLength) {
         const PNV_UINT32 before = consumed;
         PNV_UINT32 octets = 0;
-        if (_pnv_dec_seq_elem(pVrf, b, pList, &octets, pElement) != 0) return PELNIC_ERR_ASN_SETOF;
+        if (decodeElement(pVrf, b, pList, &octets, &owned) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumedSince(b, contentStart, PELNIC_ERR_ASN_SETOF, &consumed) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumed == before) return PELNIC_ERR_ASN_SETOF; // or it would never end
     }
@@ -720,23 +779,17 @@ static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, v
 PNV_UINT32 pelnic_dec_setof(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                             const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_SETOF, &start);
+    Element element(b, PELNIC_ERR_ASN_SETOF);
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
     const PELNIC_ASN1_ITEM* const pItem = pTempl->asn1_item;
     if (pItem->templ_count != 1) return PELNIC_ERR_NULL_POINTER;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
-    PELNIC_BER_TAG tag = {};
-    PNV_UINT32 contentLength = isContentOnly(pTempl) ? *nDecoded : 0;
-    rc = _pnvAsn1ParseContent(pVrf, b, pTempl, CBF_CONS, pItem->ber_code, &tag, &contentLength);
+    rc = element.header(pVrf, nDecoded, pTempl, CBF_CONS, pItem->ber_code);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT freeList{[&] { pelnic_free_setof(pVrf, pObj, pTempl); }};
-    rc = decodeElements(pVrf, b, pObj, templatesOf(pItem), contentLength);
-    if (rc == 0) rc = consumedSince(b, start, PELNIC_ERR_ASN_SETOF, nDecoded);
-    if (rc != 0) return rc;
-    freeList.armed = false;
-    rewind.armed = false;
-    return 0;
+    rc = decodeElements(pVrf, b, pObj, templatesOf(pItem), element.length);
+    if (rc == 0) rc = element.keep(nDecoded);
+    if (rc != 0) pelnic_free_setof(pVrf, pObj, pTempl);
+    return rc;
 }
 
 void pelnic_free_setof(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
@@ -767,15 +820,13 @@ static PNV_UINT32 findAlternative(const PELNIC_VRF* pVrf, const PELNIC_ASN1_ITEM
 PNV_UINT32 pelnic_dec_choice(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                              const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_CHOICE, &start);
+    Element element(b, PELNIC_ERR_ASN_CHOICE);
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
     const PELNIC_ASN1_ITEM* const pItem = pTempl->asn1_item;
-    PELNIC_BER_TAG tag = {};
-    if (pelnic_peek_tag(pVrf, b, &tag) != 0) return PELNIC_ERR_ASN_CHOICE;
+    if (pelnic_peek_tag(pVrf, b, &element.tag) != 0) return PELNIC_ERR_ASN_CHOICE;
     PELNIC_ASN_CHOICE* const pChoice = static_cast<PELNIC_ASN_CHOICE*>(pObj);
-    const PNV_UINT32 index = findAlternative(pVrf, pItem, &tag);
+    const PNV_UINT32 index = findAlternative(pVrf, pItem, &element.tag);
     if (index == pItem->templ_count) return PELNIC_ERR_ASN_CHOICE;
     pChoice->index = index;
 
@@ -787,11 +838,9 @@ PNV_UINT32 pelnic_dec_choice(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, 
         return PELNIC_ERR_ASN_CHOICE;
     }
     if (decodeFieldValue(pVrf, b, &pChoice->value, nDecoded, &alternative) != 0) return PELNIC_ERR_ASN_CHOICE;
-    rc = consumedSince(b, start, PELNIC_ERR_ASN_CHOICE, nDecoded);
-    if (rc != 0) return rc;
-    freeChoice.armed = false;
-    rewind.armed = false;
-    return 0;
+    rc = element.keep(nDecoded);
+    freeChoice.armed = rc != 0;
+    return rc;
 }
 
 void pelnic_free_choice(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
@@ -871,10 +920,9 @@ PELNIC_ERROR_CODE _pnvDecAnyItem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
 PNV_UINT32 pelnic_dec_any(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                           const PELNIC_ASN1_TEMPLATE* pTempl)
 {
-    PNV_UINT32 start = 0;
-    PELNIC_ERROR_CODE rc = beginElement(b, pObj, nDecoded, pTempl, PELNIC_ERR_ASN_ANY, &start);
+    Element element(b, PELNIC_ERR_ASN_ANY);
+    PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
     const PELNIC_ASN1_TEMPLATE* const pChosen = _pnvFindTemplateFromAnyMap(pVrf, pObj, pTempl);
     if (pChosen == nullptr) {
         const PELNIC_ERROR_CODE notFound = PELNIC_ERR_ASN_ANY;
@@ -888,8 +936,9 @@ PNV_UINT32 pelnic_dec_any(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV
     }
     if (rc != 0) return rc;
     pointerAt(pObj, pTempl->offset_val) = pRecord;
-    rewind.armed = false;
-    return consumedSince(b, start, PELNIC_ERR_ASN_ANY, nDecoded);
+    const PELNIC_ERROR_CODE measured = element.measure(nDecoded);
+    element.keep();
+    return measured;
 }
 
 void pelnic_free_any(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
