@@ -259,7 +259,7 @@ void requireSigners(const Bytes& signature, const std::string& origin)
     (void)readSigners(signature, origin);
 }
 
-void requireSignature(const Bytes& signature, const Bytes& payload, const std::string& origin)
+void requireSignature(const Bytes& signature, ByteView payload, const std::string& origin)
 {
     const Cms cms = readSigners(signature, origin);
     const Bio content = memoryBio(payload);

@@ -14,7 +14,7 @@ void requireTimestampAuthority(X509* cert);
 // A signature, DER or PEM, and the timestamp of every signer, whatever was signed.
 void requireSigners(const Bytes& signature, const std::string& origin);
 // A detached signature over the payload, DER or PEM, and the timestamp of every signer.
-void requireSignature(const Bytes& signature, const Bytes& payload, const std::string& origin);
+void requireSignature(const Bytes& signature, ByteView payload, const std::string& origin);
 // One or more CRLs, DER or PEM.
 void requireCrls(const Bytes& crls, const std::string& origin);
 

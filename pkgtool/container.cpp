@@ -14,9 +14,6 @@ namespace pkgtool {
 
 namespace {
 
-// The checker reads a package by one read call, and Linux delivers no more than this to one.
-constexpr std::size_t MAX_READ = 0x7FFFF000;
-
 static_assert(sizeof(SProgramFileHeader_S::stSubFileInfo) / sizeof(SSubFileInfo_S) == MAX_SUB_FILES);
 
 // The same record in the other of the two byte orders.
@@ -42,36 +39,34 @@ void requireReadable(std::size_t length)
 std::uint32_t packageLength(const std::vector<SubFile>& subFiles)
 {
     std::size_t length = sizeof(Header);
-    for (const SubFile& subFile : subFiles) length += subFile.content.size();
+    for (const SubFile& subFile : subFiles) length += subFile.content.size;
     if (length > std::numeric_limits<std::uint32_t>::max()) throw UserError("the package is larger than 4 GiB");
     return static_cast<std::uint32_t>(length);
 }
 
-Bytes encodePackage(Header header, const std::vector<SubFile>& subFiles)
+Bytes encodeHeader(Header header, const std::vector<SubFile>& subFiles)
 {
-    Bytes package(packageLength(subFiles));
     std::uint32_t offset = 0;
     for (std::size_t i = 0; i < subFiles.size(); ++i) {
-        const Bytes& content = subFiles[i].content;
-        const auto length = static_cast<std::uint32_t>(content.size());
+        const auto length = static_cast<std::uint32_t>(subFiles[i].content.size);
         header.stSubFileInfo[i] = {subFiles[i].type, offset, length};
-        std::copy(content.begin(), content.end(), package.begin() + sizeof header + offset);
         offset += length;
     }
     header = swapped(header);
-    std::memcpy(package.data(), &header, sizeof header);
-    return package;
+    Bytes octets(sizeof header);
+    std::memcpy(octets.data(), &header, sizeof header);
+    return octets;
 }
 
-Header decodeHeader(const Bytes& package)
+Header decodeHeader(ByteView package)
 {
     Header header;
-    if (package.size() < sizeof header) throw UserError("shorter than a package header, which has 352 bytes");
-    std::memcpy(&header, package.data(), sizeof header);
+    if (package.size < sizeof header) throw UserError("shorter than a package header, which has 352 bytes");
+    std::memcpy(&header, package.data, sizeof header);
     return swapped(header);
 }
 
-Header readHeader(const std::string& path, const Bytes& package)
+Header readHeader(const std::string& path, ByteView package)
 {
     try {
         return decodeHeader(package);
@@ -86,15 +81,20 @@ std::vector<SSubFileInfo_S> entriesOf(const Header& header)
     return {header.stSubFileInfo, header.stSubFileInfo + count};
 }
 
-bool isInside(const SSubFileInfo_S& entry, const Bytes& package)
+bool isInside(const SSubFileInfo_S& entry, ByteView package)
 {
-    return std::uint64_t{sizeof(Header)} + entry.ulSubFileOffset + entry.ulSubFileLen <= package.size();
+    return std::uint64_t{sizeof(Header)} + entry.ulSubFileOffset + entry.ulSubFileLen <= package.size;
 }
 
-Bytes contentOf(const SSubFileInfo_S& entry, const Bytes& package)
+ByteView viewOf(const SSubFileInfo_S& entry, ByteView package)
 {
-    const auto start = package.begin() + sizeof(Header) + entry.ulSubFileOffset;
-    return Bytes(start, start + entry.ulSubFileLen);
+    return {package.data + sizeof(Header) + entry.ulSubFileOffset, entry.ulSubFileLen};
+}
+
+Bytes contentOf(const SSubFileInfo_S& entry, ByteView package)
+{
+    const ByteView content = viewOf(entry, package);
+    return Bytes(content.data, content.data + content.size);
 }
 
 std::string typeName(std::uint32_t type)
@@ -110,12 +110,12 @@ std::string typeName(std::uint32_t type)
     return number;
 }
 
-void printTable(const Header& header, const Bytes& package)
+void printTable(const Header& header, ByteView package)
 {
     const std::string description(header.strDescription, strnlen(header.strDescription, sizeof header.strDescription));
     printf("file id      0x%08x\n", header.ulFileID);
     printf("version      0x%08x\n", header.ulVersion);
-    printf("length       %u (the file has %zu)\n", header.ulLength, package.size());
+    printf("length       %u (the file has %zu)\n", header.ulLength, package.size);
     printf("compression  %u\n", header.ulCompressType);
     printf("header crc   0x%08x\n", header.ulHeaderCrc);
     printf("file crc     0x%08x\n", header.ulFileCRC);

@@ -17,25 +17,26 @@ using Header = SProgramFileHeader_S;
 
 struct SubFile {
     std::uint32_t type;
-    Bytes content;
+    ByteView content;
 };
 
 // Throws when a package would be longer than the checker can read.
 void requireReadable(std::size_t length);
 std::uint32_t packageLength(const std::vector<SubFile>& subFiles);
-// Fills in the header's table and puts the sub-files behind it in their order.
-Bytes encodePackage(Header header, const std::vector<SubFile>& subFiles);
-Header decodeHeader(const Bytes& package);
+// The octets of the header, its table filled in: the sub-files lie behind it in their order.
+Bytes encodeHeader(Header header, const std::vector<SubFile>& subFiles);
+Header decodeHeader(ByteView package);
 // The same of a file, whose name is put before what is wrong with it.
-Header readHeader(const std::string& path, const Bytes& package);
+Header readHeader(const std::string& path, ByteView package);
 // The table's entries that count: as many as the header says and the table has.
 std::vector<SSubFileInfo_S> entriesOf(const Header& header);
-bool isInside(const SSubFileInfo_S& entry, const Bytes& package);
-Bytes contentOf(const SSubFileInfo_S& entry, const Bytes& package);
+bool isInside(const SSubFileInfo_S& entry, ByteView package);
+ByteView viewOf(const SSubFileInfo_S& entry, ByteView package);
+Bytes contentOf(const SSubFileInfo_S& entry, ByteView package);
 // "payload", "signature", "crl", or the number of a type that the checker does not know.
 std::string typeName(std::uint32_t type);
 // Header and table in words.
-void printTable(const Header& header, const Bytes& package);
+void printTable(const Header& header, ByteView package);
 
 } // namespace pkgtool
 

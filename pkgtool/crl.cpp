@@ -114,7 +114,7 @@ std::string orDash(const std::string& text)
 
 void printBundle(const CrlBundle& bundle)
 {
-    printf("%s\n  %-20s  %-20s  verified  issuer\n", bundle.path().c_str(), "this update", "valid until");
+    printf("%s\n  %-20s  %-20s  verified  issuer\n", printable(bundle.path()).c_str(), "this update", "valid until");
     for (const PELNIC_CRL_INFO* crl : bundle.crls()) {
         const std::string serial = serialText(crl->issuer_sn);
         printf("  %-20s  %-20s  %-8s  %s%s\n", orDash(timeText(crl->update_time)).c_str(),

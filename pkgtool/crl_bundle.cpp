@@ -1,6 +1,7 @@
 #include "crl_bundle.h"
 
 #include "error.h"
+#include "files.h"
 #include "text.h"
 
 #include <algorithm>
@@ -128,7 +129,11 @@ VerifyContext newContext()
 CrlBundle::CrlBundle(const std::string& path, const std::vector<std::string>& certFiles)
     : path_(path), ctx_(newContext())
 {
-    for (const std::string& file : certFiles) require(pelnic_verify_add_cert_file(ctx_.get(), file.c_str()), file);
+    for (const std::string& file : certFiles) {
+        (void)MappedFile(file); // refuses what would make the library wait
+        require(pelnic_verify_add_cert_file(ctx_.get(), file.c_str()), file);
+    }
+    (void)MappedFile(path);
     summary_ = decode(ctx_.get(), path);
 }
 

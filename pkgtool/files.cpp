@@ -1,15 +1,23 @@
-// A new file is written beside its destination and renamed when it is complete.
 #include "files.h"
 
 #include "error.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <optional>
+#include <set>
 #include <utility>
 
 namespace pkgtool {
@@ -21,63 +29,315 @@ UserError fileError(const std::string& doing, const std::string& path)
     return UserError("cannot " + doing + " " + path + ": " + std::strerror(errno));
 }
 
-class File {
-public:
-    File(const std::string& path, int flags) : fd_(open(path.c_str(), flags | O_CLOEXEC, 0666)) {}
-    ~File()
-    {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
+// The file behind a name, whatever other names it has.
+using Identity = std::pair<dev_t, ino_t>;
 
-    bool isOpen() const { return fd_ >= 0; }
-    int fd() const { return fd_; }
-    bool close() { return ::close(std::exchange(fd_, -1)) == 0; }
-
-private:
-    int fd_;
-};
-
-bool writeAll(int fd, const Bytes& content)
+Identity identityOf(const struct stat& status)
 {
-    for (std::size_t done = 0; done < content.size();) {
-        const ssize_t count = write(fd, content.data() + done, content.size() - done);
-        if (count < 0) return false;
-        done += static_cast<std::size_t>(count);
-    }
-    return true;
+    return {status.st_dev, status.st_ino};
 }
 
-bool writeNewFile(const std::string& path, const Bytes& content)
+// ---- Reading ----
+
+// Every regular file that was read: none of them is written.
+std::set<Identity> inputs;
+
+const char* kindOf(mode_t mode)
 {
-    File file(path, O_WRONLY | O_CREAT | O_EXCL);
-    return file.isOpen() && writeAll(file.fd(), content) && fsync(file.fd()) == 0 && file.close();
+    switch (mode & S_IFMT) {
+    case S_IFDIR: return "is a directory";
+    case S_IFIFO: return "is a FIFO";
+    case S_IFSOCK: return "is a socket";
+    default: return "is a device";
+    }
+}
+
+struct Input {
+    Descriptor file;
+    struct stat status;
+};
+
+// Standard input may be of any kind, since a user who names it means to wait for it.
+Input openInput(const std::string& path)
+{
+    static bool usedStandardInput = false;
+    const bool isStandard = path == "-";
+    if (isStandard && std::exchange(usedStandardInput, true)) throw UserError("standard input can be read only once");
+    // Opening a FIFO that nobody writes to would wait.
+    const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    Input input{Descriptor(isStandard ? dup(STDIN_FILENO) : open(path.c_str(), flags)), {}};
+    if (!input.file.isOpen()) throw fileError("open", path);
+    if (fstat(input.file.get(), &input.status) != 0) throw fileError("read", path);
+    const bool isNull =
+        S_ISCHR(input.status.st_mode) && input.status.st_rdev == makedev(1, 3); // by custom an empty file
+    if (S_ISREG(input.status.st_mode)) {
+        inputs.insert(identityOf(input.status));
+    } else if (!isNull && (!isStandard || S_ISDIR(input.status.st_mode))) {
+        throw UserError("cannot read " + path + ": it " + kindOf(input.status.st_mode) + ", not a regular file",
+                        "what comes out of another command is read from standard input, which is called -");
+    }
+    return input;
+}
+
+UserError tooLarge(const std::string& path)
+{
+    return UserError("cannot read " + path + ": it has 2 GiB or more, and the checker reads no such file");
+}
+
+UserError changed(const std::string& path)
+{
+    return UserError("cannot read " + path + ": it changed while it was read");
+}
+
+// Of a regular file; 0 for what tells none.
+std::size_t lengthOf(const Input& input, const std::string& path)
+{
+    if (!S_ISREG(input.status.st_mode)) return 0;
+    if (static_cast<std::uintmax_t>(input.status.st_size) > MAX_READ) throw tooLarge(path);
+    return static_cast<std::size_t>(input.status.st_size);
+}
+
+Bytes readAll(const Input& input, const std::string& path)
+{
+    const std::size_t length = lengthOf(input, path);
+    Bytes content;
+    content.reserve(length);
+    std::array<unsigned char, 65536> block;
+    ssize_t count = 0;
+    while ((count = read(input.file.get(), block.data(), block.size())) > 0) {
+        if (content.size() + static_cast<std::size_t>(count) > MAX_READ) throw tooLarge(path);
+        content.insert(content.end(), block.begin(), block.begin() + count);
+    }
+    if (count < 0) throw fileError("read", path);
+    if (length != 0 && content.size() != length) throw changed(path);
+    return content;
+}
+
+[[noreturn]] void endByShrunkFile(int)
+{
+    constexpr char MESSAGE[] = "pkgtool: a file became shorter while it was read\n";
+    (void)!write(STDERR_FILENO, MESSAGE, sizeof MESSAGE - 1);
+    _exit(2);
+}
+
+// ---- Writing ----
+
+// The name of the only file under way, for a signal's handler.
+std::array<char, PATH_MAX> unfinished;
+
+void removeUnfinished()
+{
+    if (unfinished[0] != '\0') (void)unlink(unfinished.data());
+    unfinished[0] = '\0';
+}
+
+void endBySignal(int signal)
+{
+    removeUnfinished();
+    (void)raise(signal); // for which the default is set again
+}
+
+// Whatever ends a process from outside; what is ignored stays so.
+void removeUnfinishedOnSignals()
+{
+    struct sigaction action {};
+    action.sa_handler = endBySignal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGXCPU, SIGXFSZ}) {
+        struct sigaction old {};
+        if (sigaction(signal, nullptr, &old) == 0 && old.sa_handler == SIG_DFL) sigaction(signal, &action, nullptr);
+    }
+}
+
+std::string followLinks(const std::string& path)
+{
+    constexpr int MAX_LINKS = 40; // as the kernel has it
+    std::filesystem::path place(path);
+    std::error_code failed;
+    for (int i = 0; i < MAX_LINKS && std::filesystem::is_symlink(place, failed); ++i) {
+        place = place.parent_path() / std::filesystem::read_symlink(place, failed);
+    }
+    return place;
+}
+
+// What is there already, links followed.
+std::optional<struct stat> statusOf(const std::string& path)
+{
+    struct stat status {};
+    if ((path == "-" ? fstat(STDOUT_FILENO, &status) : stat(path.c_str(), &status)) == 0) return status;
+    if (errno != ENOENT) throw fileError("write", path);
+    return std::nullopt;
+}
+
+// By any of its names, /dev/stdout for one.
+bool isStandardOutput(const std::optional<struct stat>& status)
+{
+    struct stat out {};
+    return status && fstat(STDOUT_FILENO, &out) == 0 && identityOf(out) == identityOf(*status);
+}
+
+void requireWritable(const std::string& path, const std::optional<struct stat>& status, Existing existing)
+{
+    if (!status) return;
+    if (existing != Existing::Update && inputs.count(identityOf(*status)) != 0) {
+        throw UserError("cannot write " + path + ": it is one of the files that were read", "name another output");
+    }
+    if (S_ISDIR(status->st_mode)) throw UserError("cannot write " + path + ": it is a directory");
+    if (S_ISREG(status->st_mode) && existing == Existing::Refuse && !isStandardOutput(status)) {
+        throw UserError("cannot write " + path + ": it exists already", "--force replaces it");
+    }
+}
+
+mode_t modeOfNewFiles()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+// Beside the place, so that it can be renamed.
+Descriptor makeUnfinished(const std::string& place, const std::optional<struct stat>& replaced)
+{
+    const std::string name = std::filesystem::path(place).parent_path() / ".pkgtool.XXXXXX";
+    if (name.size() >= unfinished.size()) {
+        errno = ENAMETOOLONG;
+        return Descriptor();
+    }
+    removeUnfinishedOnSignals();
+    std::strcpy(unfinished.data(), name.c_str());
+    Descriptor file(mkostemp(unfinished.data(), O_CLOEXEC));
+    if (!file.isOpen()) return file;
+    // Only root gives files away; for others the file is their own, as any new one.
+    if (replaced) (void)!fchown(file.get(), replaced->st_uid, replaced->st_gid);
+    if (fchmod(file.get(), replaced ? replaced->st_mode & 07777 : modeOfNewFiles()) != 0) return Descriptor();
+    return file;
+}
+
+// Some file systems cannot rename without replacing, and some have no links.
+bool nameNewFile(const char* from, const char* to)
+{
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
+    return (errno == EINVAL || errno == ENOSYS) && link(from, to) == 0 && unlink(from) == 0;
 }
 
 } // namespace
 
-Bytes readFile(const std::string& path)
+Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
 {
-    const File file(path, O_RDONLY);
-    if (!file.isOpen()) throw fileError("open", path);
-    Bytes content;
-    std::array<unsigned char, 65536> block;
-    ssize_t count = 0;
-    while ((count = read(file.fd(), block.data(), block.size())) > 0) {
-        content.insert(content.end(), block.begin(), block.begin() + count);
-    }
-    if (count < 0) throw fileError("read", path);
-    return content;
+    std::swap(fd_, other.fd_);
+    return *this;
 }
 
-void writeFile(const std::string& path, const Bytes& content)
+Descriptor::~Descriptor()
 {
-    const std::string unfinished = path + ".unfinished." + std::to_string(getpid());
-    if (writeNewFile(unfinished, content) && rename(unfinished.c_str(), path.c_str()) == 0) return;
-    const UserError error = fileError("write", path);
-    unlink(unfinished.c_str());
-    throw error;
+    if (fd_ >= 0) ::close(fd_);
+}
+
+bool Descriptor::close()
+{
+    return ::close(std::exchange(fd_, -1)) == 0;
+}
+
+Bytes readFile(const std::string& path)
+{
+    return readAll(openInput(path), path);
+}
+
+MappedFile::MappedFile(const std::string& path) : path_(path)
+{
+    Input input = openInput(path);
+    status_ = input.status;
+    if (!S_ISREG(status_.st_mode)) {
+        bytes_ = readAll(input, path);
+        return;
+    }
+    const std::size_t size = lengthOf(input, path);
+    file_ = std::move(input.file);
+    if (size == 0) return; // which cannot be mapped
+    (void)std::signal(SIGBUS, endByShrunkFile);
+    void* const memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file_.get(), 0);
+    if (memory == MAP_FAILED) throw fileError("read", path);
+    memory_ = memory;
+}
+
+MappedFile::~MappedFile()
+{
+    if (memory_ != nullptr) munmap(memory_, static_cast<std::size_t>(status_.st_size));
+}
+
+ByteView MappedFile::content() const
+{
+    if (memory_ == nullptr) return bytes_;
+    return {static_cast<const unsigned char*>(memory_), static_cast<std::size_t>(status_.st_size)};
+}
+
+void MappedFile::requireUnchanged() const
+{
+    struct stat now {};
+    if (!file_.isOpen()) return;
+    const auto same = [](const timespec& a, const timespec& b) {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    if (fstat(file_.get(), &now) != 0 || now.st_size != status_.st_size || !same(now.st_mtim, status_.st_mtim)) {
+        throw changed(path_);
+    }
+}
+
+void requireWritable(const std::string& path, Existing existing)
+{
+    requireWritable(path, statusOf(path), existing);
+}
+
+OutputFile::OutputFile(const std::string& path, Existing existing) : path_(path), existing_(existing)
+{
+    const std::optional<struct stat> status = statusOf(path);
+    requireWritable(path, status, existing);
+    if (isStandardOutput(status)) {
+        (void)fflush(stdout);
+        file_ = Descriptor(dup(STDOUT_FILENO));
+    } else if (status && !S_ISREG(status->st_mode)) {
+        file_ = Descriptor(open(path.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    } else {
+        place_ = followLinks(path);
+        file_ = makeUnfinished(place_, status);
+    }
+    if (!file_.isOpen()) throw fileError("write", path);
+}
+
+OutputFile::~OutputFile()
+{
+    if (!place_.empty()) removeUnfinished();
+}
+
+void OutputFile::write(ByteView content)
+{
+    for (std::size_t done = 0; done < content.size;) {
+        const ssize_t count = ::write(file_.get(), content.data + done, content.size - done);
+        if (count < 0) throw fileError("write", path_);
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+void OutputFile::commit()
+{
+    if (place_.empty()) {
+        if (!file_.close()) throw fileError("write", path_);
+        return;
+    }
+    if (fsync(file_.get()) != 0 || !file_.close()) throw fileError("write", path_);
+    const bool isNamed = existing_ == Existing::Refuse ? nameNewFile(unfinished.data(), place_.c_str())
+                                                       : rename(unfinished.data(), place_.c_str()) == 0;
+    if (!isNamed) throw fileError("write", path_);
+    unfinished[0] = '\0';
+}
+
+void writeFile(const std::string& path, ByteView content, Existing existing)
+{
+    OutputFile file(path, existing);
+    file.write(content);
+    file.commit();
 }
 
 } // namespace pkgtool

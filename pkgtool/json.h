@@ -36,10 +36,11 @@ inline std::string textOf(const Json& value)
     return printable(value.is_string() ? value.get<std::string>() : value.dump());
 }
 
-// Names are not always UTF-8; what is not is replaced.
+// Names are not always UTF-8; what is not is replaced. ASCII alone is printed, since what goes to a terminal as JSON
+// can do there what any other text can.
 inline std::string dump(const Json& json, int indent = 2)
 {
-    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
 }
 
 inline void print(const Json& json)

@@ -4,11 +4,13 @@
 #include "error.h"
 #include "pkcs11.h"
 
+#include <openssl/conf.h>
 #include <openssl/ui.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <optional>
 
 namespace pkgtool {
@@ -31,7 +33,7 @@ std::optional<std::string> readPassword(const std::string& source)
         const Bytes content = readFile(source.substr(5));
         return std::string(content.begin(), std::find(content.begin(), content.end(), '\n'));
     }
-    throw UserError("password '" + source + "' is neither env:NAME nor file:PATH",
+    throw UserError("a password is given as env:NAME or file:PATH", // without what was given, which may be one
                     "a password on the command line is there for every user of the machine to see");
 }
 
@@ -78,11 +80,36 @@ void take(const OSSL_STORE_INFO* info, Content& content)
     }
 }
 
+// Keys may be in what OpenSSL's configuration loads, which main keeps OpenSSL from reading by itself. As leniently as
+// OpenSSL would.
+void loadProviders()
+{
+    OPENSSL_load_builtin_modules();
+    (void)CONF_modules_load_file(nullptr, nullptr,
+                                 CONF_MFLAGS_DEFAULT_SECTION | CONF_MFLAGS_IGNORE_MISSING_FILE |
+                                     CONF_MFLAGS_IGNORE_RETURN_CODES);
+    ERR_clear_error();
+}
+
+// A URI of a provider, if it is not the name of a file.
+bool isUri(const std::string& location)
+{
+    struct stat status {};
+    return location.find(':') != std::string::npos && stat(location.c_str(), &status) != 0;
+}
+
 // What is there of this type, or of any type when it is 0.
 Content readStore(const std::string& location, int type, Password& password)
 {
+    static std::once_flag once;
+    std::call_once(once, loadProviders);
     Content content;
-    const Store store(OSSL_STORE_open(location.c_str(), password.method(), &password, nullptr, nullptr));
+    const Bytes file = isUri(location) ? Bytes() : readFile(location);
+    const Bio bio = memoryBio(file);
+    const Store store(isUri(location)
+                          ? OSSL_STORE_open(location.c_str(), password.method(), &password, nullptr, nullptr)
+                          : OSSL_STORE_attach(bio.get(), "file", nullptr, nullptr, password.method(), &password,
+                                              nullptr, nullptr, nullptr));
     if (store == nullptr) return content;
     ensure(type == 0 || OSSL_STORE_expect(store.get(), type) == 1, "reading a key store");
     while (!OSSL_STORE_eof(store.get())) {
@@ -100,8 +127,7 @@ Content readStore(const std::string& location, int type, Password& password)
         throw UserError(location + " is encrypted", "name its password with --pass env:NAME or --pass file:PATH");
     }
     if (password.isWrong()) throw UserError("the password does not open " + location);
-    if (!isPkcs11Uri(location)) (void)readFile(location); // a file that cannot be read says so
-    throw UserError("no " + what + " in " + location, "PEM, DER and PKCS #12 are read");
+    throw UserError("no " + what + " in " + withoutPin(location), "PEM, DER and PKCS #12 are read");
 }
 
 bool isKeyOf(const X509* cert, const EVP_PKEY* key)
@@ -136,7 +162,8 @@ Identity loadIdentity(const std::string& certLocation, const std::string& keyLoc
     Identity identity{std::move(loadCertificates(certLocation, passwordSource).front()),
                       loadKey(keyLocation, passwordSource)};
     if (!isKeyOf(identity.cert.get(), identity.key.get())) {
-        throw UserError("the key " + keyLocation + " does not match the certificate of " + nameOf(identity.cert.get()),
+        throw UserError("the key " + withoutPin(keyLocation) + " does not match the certificate of " +
+                            nameOf(identity.cert.get()),
                         "keys and certificates belong together in the order of the command line; in a file of several "
                         "certificates the signer's own comes first");
     }

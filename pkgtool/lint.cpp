@@ -70,7 +70,7 @@ void printFindings(const Findings& findings)
     for (const Finding& finding : findings) {
         const std::string severity = severityText(finding.severity);
         const std::string shown = finding.severity == Severity::Error ? coloured(Colour::Red, severity) : severity;
-        printf("%s: %s [%s]\n", shown.c_str(), finding.sentence.c_str(), finding.id);
+        printf("%s: %s [%s]\n", shown.c_str(), printable(finding.sentence).c_str(), finding.id);
     }
 }
 

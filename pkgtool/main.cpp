@@ -1,8 +1,26 @@
 #include "commands.h"
 #include "error.h"
+#include "text.h"
 
+#include <fcntl.h>
+#include <openssl/crypto.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <new>
+
+namespace pkgtool {
+
+void addForceFlag(CLI::App* command, Existing& existing)
+{
+    command->add_flag_callback(
+        "--force", [&existing] { existing = Existing::Replace; }, "replace files that are there");
+}
+
+} // namespace pkgtool
 
 namespace {
 
@@ -32,23 +50,51 @@ int run(int argc, char** argv)
     } catch (const CLI::RuntimeError& status) {
         return status.get_exit_code();
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : USER_ERROR;
+        if (error.get_exit_code() == 0) return app.exit(error); // --help
+        throw pkgtool::UserError(error.what(),
+                                 "pkgtool --help lists the commands, and pkgtool COMMAND --help its options");
     }
     return 0;
+}
+
+void complain(const std::string& message, const std::string& hint = {})
+{
+    fprintf(stderr, "pkgtool: %s\n", pkgtool::printable(message).c_str());
+    if (!hint.empty()) fprintf(stderr, "hint: %s\n", pkgtool::printable(hint).c_str());
+}
+
+int runAndExplain(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const pkgtool::UserError& error) {
+        complain(error.what(), error.hint());
+        return USER_ERROR;
+    } catch (const std::bad_alloc&) {
+        complain("not enough memory");
+    } catch (const std::exception& error) {
+        complain(std::string("internal error: ") + error.what());
+    }
+    return INTERNAL_ERROR;
+}
+
+// A file that is opened must not become a standard stream that whoever started this has closed.
+void openStandardStreams()
+{
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDONLY); // to which nothing can be written
+    if (fd > STDERR_FILENO) close(fd);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    try {
-        return run(argc, argv);
-    } catch (const pkgtool::UserError& error) {
-        fprintf(stderr, "pkgtool: %s\n", error.what());
-        if (!error.hint().empty()) fprintf(stderr, "hint: %s\n", error.hint().c_str());
-        return USER_ERROR;
-    } catch (const std::exception& error) {
-        fprintf(stderr, "pkgtool: internal error: %s\n", error.what());
-        return INTERNAL_ERROR;
-    }
+    openStandardStreams();
+    // What only reads packages loads nothing that OPENSSL_CONF names; whoever uses keys reads it by itself.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
+    const int status = runAndExplain(argc, argv);
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
+    complain(std::string("write error: ") + std::strerror(errno));
+    return INTERNAL_ERROR;
 }

@@ -12,6 +12,7 @@
 #include <openssl/ts.h>
 #include <openssl/x509.h>
 
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -79,17 +80,20 @@ inline Bytes bytesOf(const ASN1_STRING* string)
     return Bytes(data, data + ASN1_STRING_length(string));
 }
 
-inline Bio memoryBio(const Bytes& content)
+inline Bio memoryBio(ByteView content)
 {
-    Bio bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+    static_assert(MAX_READ <= std::numeric_limits<int>::max());
+    ensure(content.size <= MAX_READ, "reading more than the checker does");
+    Bio bio(BIO_new_mem_buf(content.size == 0 ? "" : static_cast<const void*>(content.data),
+                            static_cast<int>(content.size)));
     ensure(bio != nullptr, "allocating");
     return bio;
 }
 
-inline Bytes digestOf(const EVP_MD* md, const Bytes& content)
+inline Bytes digestOf(const EVP_MD* md, ByteView content)
 {
     Bytes digest(static_cast<std::size_t>(EVP_MD_get_size(md)));
-    ensure(EVP_Digest(content.data(), content.size(), digest.data(), nullptr, md, nullptr) == 1, "hashing");
+    ensure(EVP_Digest(content.data, content.size, digest.data(), nullptr, md, nullptr) == 1, "hashing");
     return digest;
 }
 

@@ -22,6 +22,7 @@ struct PackOptions {
     std::string cms;
     std::vector<std::string> crls;
     std::string output;
+    Existing existing = Existing::Refuse;
     Header header{};
     std::string description;
     std::optional<std::uint32_t> count;
@@ -45,15 +46,8 @@ Bytes readCrls(const std::vector<std::string>& paths)
     return all;
 }
 
-std::vector<SubFile> readSubFiles(const PackOptions& options)
-{
-    std::vector<SubFile> subFiles{{SUB_FILE_PAYLOAD, readFile(options.payload)}};
-    if (!options.cms.empty()) subFiles.push_back({SUB_FILE_CMS, readFile(options.cms)});
-    if (!options.crls.empty()) subFiles.push_back({SUB_FILE_CRL, readCrls(options.crls)});
-    return subFiles;
-}
-
-void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& subFiles)
+void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& subFiles, const Bytes& signature,
+                     const Bytes& crls)
 {
     requireReadable(packageLength(subFiles));
     if (options.isUnsigned) {
@@ -65,15 +59,20 @@ void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& sub
                         "a package of one sub-file is accepted by every device without a check; if that is meant, say "
                         "--unsigned");
     }
-    if (subFiles[0].content.empty()) throw UserError(options.payload + " is empty, and the checker refuses that");
-    requireSignature(subFiles[1].content, subFiles[0].content, options.cms);
-    requireCrls(subFiles[2].content, CLI::detail::join(options.crls, ", "));
+    if (subFiles[0].content.size == 0) throw UserError(options.payload + " is empty, and the checker refuses that");
+    requireSignature(signature, subFiles[0].content, options.cms);
+    requireCrls(crls, CLI::detail::join(options.crls, ", "));
 }
 
 void pack(const PackOptions& options)
 {
-    const std::vector<SubFile> subFiles = readSubFiles(options);
-    if (!options.unchecked) requireSubFiles(options, subFiles);
+    const MappedFile image(options.payload);
+    const Bytes signature = options.cms.empty() ? Bytes() : readFile(options.cms);
+    const Bytes crls = readCrls(options.crls);
+    std::vector<SubFile> subFiles{{SUB_FILE_PAYLOAD, image.content()}};
+    if (!options.cms.empty()) subFiles.push_back({SUB_FILE_CMS, signature});
+    if (!options.crls.empty()) subFiles.push_back({SUB_FILE_CRL, crls});
+    if (!options.unchecked) requireSubFiles(options, subFiles, signature, crls);
 
     Header header = options.header;
     if (options.description.size() > sizeof header.strDescription) {
@@ -82,14 +81,19 @@ void pack(const PackOptions& options)
     std::copy(options.description.begin(), options.description.end(), header.strDescription);
     header.ulSubFileNum = options.count.value_or(static_cast<std::uint32_t>(subFiles.size()));
     header.ulLength = options.length.value_or(packageLength(subFiles));
-    writeFile(options.output, encodePackage(header, subFiles));
+    OutputFile package(options.output, options.existing);
+    package.write(encodeHeader(header, subFiles));
+    for (const SubFile& subFile : subFiles) package.write(subFile.content);
+    image.requireUnchanged();
+    package.commit();
 }
 
 // ---- unpack and list ----
 
-void unpack(const std::string& path, const std::string& directory)
+void unpack(const std::string& path, const std::string& directory, Existing existing)
 {
-    const Bytes package = readFile(path);
+    const MappedFile file(path);
+    const ByteView package = file.content();
     const std::vector<SSubFileInfo_S> entries = entriesOf(readHeader(path, package));
     const auto outside = [&](const SSubFileInfo_S& entry) { return !isInside(entry, package); };
     if (std::any_of(entries.begin(), entries.end(), outside)) {
@@ -98,16 +102,23 @@ void unpack(const std::string& path, const std::string& directory)
     std::error_code failed;
     std::filesystem::create_directories(directory, failed);
     if (failed) throw UserError("cannot make " + directory + ": " + failed.message());
+    const auto nameOf = [&](std::size_t i) {
+        return directory + "/" + std::to_string(i + 1) + "-" + typeName(entries[i].ulSubFileID);
+    };
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        const std::string name = std::to_string(i + 1) + "-" + typeName(entries[i].ulSubFileID);
-        writeFile(directory + "/" + name, contentOf(entries[i], package));
+        // The user has not chosen these names, so none leads out of the directory.
+        if (std::filesystem::is_symlink(nameOf(i), failed))
+            throw UserError("cannot write " + nameOf(i) + ": it is a link");
+        requireWritable(nameOf(i), existing);
     }
+    for (std::size_t i = 0; i < entries.size(); ++i) writeFile(nameOf(i), viewOf(entries[i], package), existing);
+    file.requireUnchanged();
 }
 
 void list(const std::string& path)
 {
-    const Bytes package = readFile(path);
-    printTable(readHeader(path, package), package);
+    const MappedFile package(path);
+    printTable(readHeader(path, package.content()), package.content());
 }
 
 } // namespace
@@ -116,11 +127,12 @@ void addPackCommand(CLI::App& app)
 {
     const auto options = std::make_shared<PackOptions>();
     CLI::App* const command = app.add_subcommand("pack", "Put payload, signature and CRLs into a package");
-    command->add_option("--payload", options->payload, "the image")->required();
+    command->add_option("--payload", options->payload, "the image; - is standard input")->required();
     command->add_option("--cms", options->cms, "its signature, DER or PEM");
     command->add_option("--crl", options->crls, "CRLs, DER or PEM: one of each CA; may be repeated")
         ->allow_extra_args(false);
-    command->add_option("-o,--output", options->output, "the package")->required();
+    command->add_option("-o,--output", options->output, "the package; - is standard output")->required();
+    addForceFlag(command, options->existing);
     command->add_flag("--unsigned", options->isUnsigned, "pack a payload alone: every device accepts it unchecked");
     command->add_flag("--unchecked", options->unchecked, "pack whatever there is, even what the checker will refuse");
 
@@ -142,14 +154,16 @@ void addUnpackCommand(CLI::App& app)
     struct Options {
         std::string package;
         std::string directory;
+        Existing existing = Existing::Refuse;
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("unpack", "Write a package's sub-files into a directory");
     command->add_option("package", options->package)->required();
     command->add_option("-d,--directory", options->directory, "made if it is not there")->required();
+    addForceFlag(command, options->existing);
     command->footer("The files are named after place and type: 1-payload, 2-signature, 3-crl, 1-0x20000000.\n\n" +
                     app.get_footer());
-    command->callback([options] { unpack(options->package, options->directory); });
+    command->callback([options] { unpack(options->package, options->directory, options->existing); });
 }
 
 void addListCommand(CLI::App& app)

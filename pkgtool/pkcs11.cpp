@@ -7,11 +7,19 @@
 
 #include <openssl/engine.h>
 
+#include <regex>
+
 namespace pkgtool {
 
 bool isPkcs11Uri(const std::string& location)
 {
     return location.rfind("pkcs11:", 0) == 0;
+}
+
+std::string withoutPin(const std::string& location)
+{
+    static const std::regex pin("(pin-value=)[^&;]*");
+    return isPkcs11Uri(location) ? std::regex_replace(location, pin, "$1...") : location;
 }
 
 #ifndef OPENSSL_NO_ENGINE
@@ -49,7 +57,8 @@ Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin
     if (pin) ensure(ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin->c_str(), 0) == 1, "handing over the PIN");
     Pkey key(ENGINE_load_private_key(engine.get(), uri.c_str(), nullptr, nullptr));
     if (key == nullptr) {
-        throw UserError("no private key at " + uri, "look with p11tool --list-all; a PIN comes from --pass");
+        throw UserError("no private key at " + withoutPin(uri),
+                        "look with p11tool --list-all; a PIN comes from --pass");
     }
     return key;
 }
@@ -58,7 +67,7 @@ Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin
 
 Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>&)
 {
-    throw UserError("no private key at " + uri, "load a pkcs11 provider in openssl.cnf");
+    throw UserError("no private key at " + withoutPin(uri), "load a pkcs11 provider in openssl.cnf");
 }
 
 #endif

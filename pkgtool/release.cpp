@@ -29,6 +29,7 @@ using Words = std::vector<std::string>;
 struct ReleaseOptions {
     std::string image;
     std::string output;
+    Existing existing = Existing::Refuse;
     std::string pki;
     std::string config;
     Words fields; // of the package's header, as words for pack
@@ -133,6 +134,7 @@ void release(const ReleaseOptions& options)
     const fs::path configPath = fs::absolute(options.pki.empty() ? options.config : options.pki + "/release.toml");
     const std::string image = fs::absolute(options.image);
     const std::string output = fs::absolute(options.output);
+    requireWritable(output, options.existing);
     Config config = readConfig(configPath);
     fs::current_path(configPath.parent_path()); // where its paths begin
     const std::string root = rootOf(config.of("verify"));
@@ -147,7 +149,7 @@ void release(const ReleaseOptions& options)
               Words{"--payload=" + image, "--cms=" + cms, "--output=" + package} + config.of("pack") + options.fields);
     printf("packed              %s octets\n", std::to_string(fs::file_size(package)).c_str());
 
-    const Verdict verdict = judge(readFile(package), loadRoot(root));
+    const Verdict verdict = judge(MappedFile(package).content(), loadRoot(root));
     if (!verdict.isAccepted() || !verdict.isSigned) {
         (void)run("explain", addExplainCommand, Words{package} + rootWords);
         throw CLI::RuntimeError(verdict.isAccepted() ? NOT_SIGNED : REFUSED);
@@ -155,7 +157,7 @@ void release(const ReleaseOptions& options)
     printf("checked             accepted\n");
     const int findings = run("lint", addLintCommand, Words{package} + rootWords + config.of("lint"));
     if (findings == 0) printf("lint                nothing worse than notes\n");
-    fs::rename(package, output);
+    writeFile(output, MappedFile(package).content(), options.existing);
     printf("written             %s\n", printable(options.output).c_str());
     if (findings != 0) throw CLI::RuntimeError(findings);
 }
@@ -169,6 +171,7 @@ void addReleaseCommand(CLI::App& app)
         app.add_subcommand("release", "Sign, stamp, pack, check and lint in one step, with settings from a file");
     command->add_option("image", options->image, "the image to sign")->required();
     command->add_option("-o,--output", options->output, "the package")->required();
+    addForceFlag(command, options->existing);
     CLI::Option_group* const from = command->add_option_group("settings", "Who signs, and how; one of");
     from->add_option("--pki", options->pki, "a directory of pkgtool pki new, whose release.toml is read");
     from->add_option("--config", options->config, "a file like that one");

@@ -19,6 +19,7 @@ using Strings = std::vector<std::string>;
 struct SignOptions {
     std::string payload;
     std::string output;
+    Existing existing = Existing::Refuse;
     bool pem = false;
     Strings certs;
     Strings keys;
@@ -183,7 +184,7 @@ MakeSignature signElsewhere(const SignOptions& options, const Signer& signer, st
 {
     return [&options, &signer, i](const Bytes& toBeSigned) {
         if (!options.toBeSigned.empty()) {
-            writeFile(options.toBeSigned[i], toBeSigned);
+            writeFile(options.toBeSigned[i], toBeSigned, options.existing);
             return Bytes();
         }
         Bytes signature = readFile(options.signatures[i]);
@@ -197,6 +198,16 @@ MakeSignature signElsewhere(const SignOptions& options, const Signer& signer, st
     };
 }
 
+// Now rather than after an authority was asked, or some of the files were written.
+void requireOutputs(const SignOptions& options)
+{
+    for (const Strings& paths : {options.toBeSigned, options.tsaRequests, Strings{options.output}}) {
+        for (const std::string& path : paths) {
+            if (!path.empty()) requireWritable(path, options.existing);
+        }
+    }
+}
+
 void sign(const SignOptions& options)
 {
     requireConsistent(options);
@@ -205,8 +216,11 @@ void sign(const SignOptions& options)
     appendCertificates(options.chain, chain);
     const Stamp stamp = timestampSource(options);
     const Asn1Time signingTime = signingTimeOf(options);
-    const Bytes payload = readFile(options.payload);
-    requireReadable(sizeof(Header) + payload.size());
+    const MappedFile image(options.payload);
+    const ByteView payload = image.content();
+    if (payload.size == 0) throw UserError(options.payload + " is empty, and the checker refuses that");
+    requireReadable(sizeof(Header) + payload.size);
+    requireOutputs(options);
 
     const Cms cms = newDetached();
     for (const Cert& cert : chain) addCertificate(cms.get(), cert.get());
@@ -218,13 +232,16 @@ void sign(const SignOptions& options)
         CMS_SignerInfo* const info = addSigner(cms.get(), signer.identity, how);
         addCertificate(cms.get(), signer.identity.cert.get());
         if (stamp) attachTimestamp(info, stamp(i, signatureOf(info), signer.md));
-        if (!options.tsaRequests.empty()) writeFile(options.tsaRequests[i], makeQuery(signatureOf(info), signer.md));
+        if (!options.tsaRequests.empty()) {
+            writeFile(options.tsaRequests[i], makeQuery(signatureOf(info), signer.md), options.existing);
+        }
     }
     if (options.output.empty()) return;
 
     const Bytes der = encode(cms.get());
     if (stamp) requireSignature(der, payload, "the signature");
-    writeFile(options.output, options.pem ? armour(der) : der);
+    image.requireUnchanged();
+    writeFile(options.output, options.pem ? armour(der) : der, options.existing);
 }
 
 CLI::Option* addRepeatable(CLI::App* command, const std::string& name, Strings& values, const std::string& text)
@@ -239,8 +256,9 @@ void addSignCommand(CLI::App& app)
     const auto options = std::make_shared<SignOptions>();
     SignOptions& o = *options;
     CLI::App* const command = app.add_subcommand("sign", "Make a payload's detached, timestamped CMS signature");
-    command->add_option("payload", o.payload, "the image to sign")->required();
-    CLI::Option* const output = command->add_option("-o,--output", o.output, "the signature");
+    command->add_option("payload", o.payload, "the image to sign; - is standard input")->required();
+    CLI::Option* const output = command->add_option("-o,--output", o.output, "the signature; - is standard output");
+    addForceFlag(command, o.existing);
     command->add_flag("--pem", o.pem, "write PEM instead of DER");
 
     CLI::Option_group* const who = command->add_option_group("signers", "Who signs; repeat for several signers");

@@ -2,7 +2,6 @@
 #ifndef PKGTOOL_TEXT_H
 #define PKGTOOL_TEXT_H
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -10,13 +9,10 @@
 
 namespace pkgtool {
 
-// With a question mark for every control character, so that foreign text cannot take the terminal over.
-inline std::string printable(std::string text)
-{
-    const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
-    std::replace_if(text.begin(), text.end(), isControl, '?');
-    return text;
-}
+// Foreign text, from a package, a server or a file's name, on its way to a terminal. What could take the terminal over
+// or show one thing as another is escaped: control characters, changes of direction, and octets that are no UTF-8. What
+// has been through here once comes out the same.
+std::string printable(const std::string& text);
 
 inline std::string hexadecimal(std::uint32_t word)
 {

@@ -76,12 +76,12 @@ bool isTimeSigned(const PELNIC_VRF* vrf, const PELNIC_PKCS7_SIGNER_INFO& signer)
 }
 
 // Of an accepted package: the checker wants no signature of some, and no signature on some timestamps.
-bool isSignedPackage(const Bytes& package)
+bool isSignedPackage(ByteView package)
 {
     const Header header = decodeHeader(package);
     Header raw;
-    std::memcpy(&raw, package.data(), sizeof raw);
-    const PELNIC_VERIFY_SIGNATURE_S parts = pkgcheck_locate(package.data(), &raw);
+    std::memcpy(&raw, package.data, sizeof raw);
+    const PELNIC_VERIFY_SIGNATURE_S parts = pkgcheck_locate(package.data, &raw);
     if (header.ulSubFileNum == 1 || parts.uiCmsLength == 0) return false;
     const VerifyContext ctx = newContext();
     auto* const vrf = static_cast<PELNIC_VRF*>(ctx.get());
@@ -106,11 +106,11 @@ Root loadRoot(const std::string& path)
     return root;
 }
 
-Verdict judge(const Bytes& package, const Root& root)
+Verdict judge(ByteView package, const Root& root)
 {
     try {
         (void)decodeHeader(package);
-        requireReadable(package.size());
+        requireReadable(package.size);
     } catch (const UserError& error) {
         return {
             exitStatus(-1), error.what(), std::nullopt, {}, false}; // no more than the checker's reading of the file
@@ -119,7 +119,7 @@ Verdict judge(const Bytes& package, const Root& root)
     recording = &verdict.log;
     const TextFile out;
     PKGCHECK_JOB job{root.content.data(), static_cast<PNV_UINT32>(root.content.size()), record, out.file(), 0};
-    verdict.status = exitStatus(pkgcheck_check(package.data(), static_cast<PNV_UINT32>(package.size()), &job));
+    verdict.status = exitStatus(pkgcheck_check(package.data, static_cast<PNV_UINT32>(package.size), &job));
     verdict.message = out.firstLine();
     if (job.code != 0) verdict.code = job.code;
     recording = nullptr;

@@ -34,7 +34,7 @@ struct Verdict {
 
     bool isAccepted() const { return status == 0; }
 };
-Verdict judge(const Bytes& package, const Root& root);
+Verdict judge(ByteView package, const Root& root);
 
 // The exit status for packages that are accepted and not signed, unless the user allows them.
 constexpr int NOT_SIGNED = 3;

@@ -56,7 +56,10 @@ static_assert(sizeof(Answer) <= 512, "POSIX keeps writes of 512 bytes to a pipe 
 Verdict judgeFile(const std::string& path, const Root& root)
 {
     try {
-        return judge(readFile(path), root);
+        const MappedFile package(path);
+        Verdict verdict = judge(package.content(), root);
+        package.requireUnchanged();
+        return verdict;
     } catch (const UserError& error) {
         return {0xFF, error.what(), std::nullopt, {}, false}; // the checker, too, refuses what it cannot read
     }

@@ -8,7 +8,8 @@ document=$(realpath "$1")
 mkdir -p "$2"
 dir=$(realpath "$2")
 
-# A build tree from the last time stays, since paths in it are the same.
+# A build tree from the last time stays, since paths in it are the same; what the commands made there goes.
+rm -rf "$dir/build/trial"
 find "$dir" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$dir" -xf -
 

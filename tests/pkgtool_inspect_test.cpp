@@ -48,7 +48,7 @@ TEST_F(PkgtoolInspect, ShowsHeaderAndTable)
     EXPECT_EQ(json["sub_files"], Json::parse(R"([
         {"type": "0x20000000", "offset": 0, "length": 3, "is_inside": true},
         {"type": "payload", "offset": 100, "length": 200, "is_inside": false}])"));
-    EXPECT_NE(Inspect(Build(package)).out.find("description  board?\n"), std::string::npos);
+    EXPECT_NE(Inspect(Build(package)).out.find("description  board\\x1b\n"), std::string::npos);
 }
 
 TEST_F(PkgtoolInspect, ShowsTheSignature)

@@ -78,7 +78,7 @@ protected:
     }
     Words SignCommand(const Words& options, const std::string& output = "signature") const
     {
-        return Words{"sign", payloadFile_, "-o", room_.Path(output)} + options;
+        return Words{"sign", payloadFile_, "--force", "-o", room_.Path(output)} + options;
     }
     Bytes Sign(const Words& options, const Words& environment = {}) const
     {
@@ -93,7 +93,8 @@ protected:
     }
     Words PackCommand(const std::string& cmsFile) const
     {
-        return Words{"pack", "--payload", payloadFile_, "--cms", cmsFile, "-o", room_.Path("package")} + CrlOptions();
+        return Words{"pack", "--force", "--payload", payloadFile_, "--cms", cmsFile, "-o", room_.Path("package")} +
+               CrlOptions();
     }
 
     // pkgtool refuses to pack this signature and says why, and the checker refuses it as well.
@@ -220,11 +221,15 @@ TEST_F(Pkgtool, ReadsKeysInEveryForm)
     EXPECT_EQ(Sign(pkcs12 + Words{"--pass", "file:" + passwordFile} + LocalAuthority()), expected);
 
     ExpectUserError(SignCommand(encrypted + others, "none"), "is encrypted", "--pass");
-    ExpectUserError(SignCommand(encrypted + others + Words{"--pass", "test-only"}, "none"), "neither env:NAME",
+    ExpectUserError(SignCommand(encrypted + others + Words{"--pass", "test-only"}, "none"), "env:NAME or file:PATH",
                     "every user of the machine");
     EXPECT_NE(Run(SignCommand(pkcs12 + others + Words{"--pass", "env:PASSWORD"}), {"PASSWORD=wrong"})
                   .err.find("the password does not open"),
               std::string::npos);
+    for (const Words& command :
+         {encrypted + Words{"--pass", "test-only"}, Words{"--p12", "pkcs11:token=a?pin-value=test-only"}}) {
+        EXPECT_EQ(Run(SignCommand(command + others, "none")).err.find("test-only"), std::string::npos);
+    }
 }
 
 TEST_F(Pkgtool, SignsInAPkcs11Token)
@@ -721,7 +726,7 @@ TEST_F(Pkgtool, ListsHeaderAndTable)
                           "header crc   0x00000000\n"
                           "file crc     0x00000000\n"
                           "reserved     0x00000000\n"
-                          "description  Release?[31m 1.2\n"
+                          "description  Release\\x1b[31m 1.2\n"
                           "sub-files    3\n"
                           "  0x00000001  payload    offset          0  length         16\n"
                           "  0x10000001  signature  offset         16  length          3\n"
@@ -744,8 +749,8 @@ TEST_F(Pkgtool, RefusesWhatIsShorterThanAHeader)
 TEST_F(Pkgtool, WritesWholeFilesOrNothing)
 {
     const Words pack{
-        PkgtoolPath(),        "pack", "--unsigned", "--payload", room_.Write("big", Bytes(4096, 0x55)), "-o",
-        room_.Path("package")};
+        PkgtoolPath(),         "pack",   "--unsigned", "--payload", room_.Write("big", Bytes(4096, 0x55)), "-o",
+        room_.Path("package"), "--force"};
     room_.Write("package", Text("old"));
     const Words before = room_.Files();
     const Words limited{"sh", "-c", "trap '' XFSZ; ulimit -f 1; exec \"$@\"", "sh"};
