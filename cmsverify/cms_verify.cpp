@@ -5,6 +5,7 @@
 #include "pelnic_asn1_utils.h"
 #include "pelnic_base64.h"
 #include "pelnic_cms_utils.h"
+#include "pelnic_faults.h"
 #include "pelnic_pkcs7_verify.h"
 #include "pelnic_pki_impl.h"
 #include "pelnic_plt_proxy.h"
@@ -134,53 +135,60 @@ const PNV_CHAR* pelnic_get_version(void)
 
 // ---- Files
 
-static PELNIC_ERROR_CODE emptyPath(const PELNIC_VRF* pVrf)
+static bool isEmptyPath(const PELNIC_VRF* pVrf, const PNV_CHAR* path)
 {
-    PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, PELNIC_ERR_SYS_FILE_OPEN, "Empty file path.");
-    return PELNIC_ERR_NULL_POINTER; // not the code that is logged; callers tell the two apart
+    return path == nullptr || pelnic_strlen(pVrf, path) == 0;
 }
 
-static PELNIC_ERROR_CODE readWhole(const PELNIC_VRF* pVrf, PNV_FILE_HANDLE file, PNV_BYTE** data, PNV_UINT32* size)
+// Not the code that is logged; callers tell the two apart.
+#define PNV_EMPTY_PATH(pVrf) \
+    (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, PELNIC_ERR_SYS_FILE_OPEN, "Empty file path."), PELNIC_ERR_NULL_POINTER)
+
+// A block for the whole file.
+static PELNIC_ERROR_CODE allocateForFile(const PELNIC_VRF* pVrf, PNV_FILE_HANDLE file, PNV_BYTE** data,
+                                         PNV_UINT32* size)
 {
     const PNV_UINT64 fileSize = pelnic_get_file_size(pVrf, file);
-    PELNIC_ERROR_CODE rc = 0;
-    if (fileSize == 0) rc = PELNIC_ERR_SYS_FILE_EMPTY;
-    if (fileSize > MAX_FILE) rc = PELNIC_ERR_SYS_FILE_TOO_LARGE;
-    if (rc != 0) return PNV_FAIL(pVrf, rc);
-    const PNV_UINT32 length = static_cast<PNV_UINT32>(fileSize);
+    if (fileSize == 0) return PELNIC_ERR_SYS_FILE_EMPTY;
+    if (fileSize > MAX_FILE) return PELNIC_ERR_SYS_FILE_TOO_LARGE;
     void* block = nullptr;
-    rc = pelnic_malloc(pVrf, &block, length);
-    if (rc == 0 && block == nullptr) rc = PELNIC_ERR_SYS_MEM_ALLOC;
-    if (rc != 0) return PNV_FAIL(pVrf, rc);
-    if (pelnic_fread(pVrf, block, length, file) != length) {
-        pelnic_free(pVrf, block);
-        return PELNIC_ERR_SYS_FILE_READ;
-    }
+    const PELNIC_ERROR_CODE rc = pelnic_malloc(pVrf, &block, static_cast<PNV_UINT32>(fileSize));
+    if (rc != 0) return rc;
+    if (block == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
     *data = static_cast<PNV_BYTE*>(block);
-    *size = length;
+    *size = static_cast<PNV_UINT32>(fileSize);
     return 0;
 }
 
 PELNIC_ERROR_CODE _pnvReadFile(const PELNIC_VRF* pVrf, const PNV_CHAR* pszFilePath, PNV_BYTE** data, PNV_UINT32* size)
 {
-    if (pszFilePath == nullptr || pelnic_strlen(pVrf, pszFilePath) == 0) return emptyPath(pVrf);
+    if (isEmptyPath(pVrf, pszFilePath)) return PNV_EMPTY_PATH(pVrf);
     const PNV_FILE_HANDLE file = pelnic_fopen(pVrf, pszFilePath, "rb");
     if (file == nullptr) {
         return PNV_FAIL_MSG(pVrf, PELNIC_ERR_SYS_FILE_OPEN, "Can not open file '%s'.", pszFilePath);
     }
-    const PELNIC_ERROR_CODE rc = readWhole(pVrf, file, data, size);
-    (void)pelnic_fclose(pVrf, file); // nothing was written
-    return rc;
+    PNV_SCOPE_EXIT closeFile{[&] { (void)pelnic_fclose(pVrf, file); }}; // nothing was written
+    PNV_BYTE* block = nullptr;
+    PNV_UINT32 length = 0;
+    const PELNIC_ERROR_CODE rc = allocateForFile(pVrf, file, &block, &length);
+    if (rc != 0) return PNV_FAIL(pVrf, rc);
+    if (pelnic_fread(pVrf, block, length, file) != length) {
+        pelnic_free(pVrf, block);
+        return PELNIC_ERR_SYS_FILE_READ;
+    }
+    *data = block;
+    *size = length;
+    return 0;
 }
 
-// Runs an operation of the public interface on the contents of a file.
+// Runs an operation of the public interface on the contents of a file; unlogged.
 template <typename Operation>
 static PELNIC_ERROR_CODE withFile(PELNIC_VRF* pVrf, const PNV_CHAR* path, Operation operation)
 {
     PNV_BYTE* data = nullptr;
     PNV_UINT32 size = 0;
     PELNIC_ERROR_CODE rc = _pnvReadFile(pVrf, path, &data, &size);
-    if (rc != 0) return PNV_FAIL(pVrf, rc);
+    if (rc != 0) return rc;
     rc = operation(data, size);
     pelnic_free(pVrf, data);
     return rc;
@@ -207,6 +215,7 @@ static PELNIC_ERROR_CODE copyAsText(const PELNIC_VRF* pVrf, const PNV_BYTE* cont
         return rc;
     }
     *ppText = static_cast<PNV_CHAR*>(block);
+    (*ppText)[length] = '\0'; // what every search in it relies on
     return 0;
 }
 
@@ -219,6 +228,16 @@ static PELNIC_ERROR_CODE keep(PELNIC_VRF* pVrf, Object* object, List* list, peln
     return rc;
 }
 
+// Decodes what could not be read as a certificate. Where it is a CRL, that attempt may have failed in any way.
+static bool decodeAsCrl(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded, PNV_UINT32 length, PELNIC_X509_CRL** ppCrl,
+                        PNV_UINT32* decoded, const FaultWatch& asCert)
+{
+    const FaultWatch asCrl{pVrf};
+    if (pelnic_x509_decode_crl(pVrf, encoded, length, ppCrl, decoded) != 0) return false;
+    if (!asCrl.failed()) asCert.forgive();
+    return true;
+}
+
 PELNIC_ERROR_CODE _pnvDecodeStreamCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbContent, PNV_UINT32 nContentLength,
                                           LIST_TYPE_PELNIC_X509_CERT* pCertList, LIST_TYPE_PELNIC_X509_CRL* pCrlList)
 {
@@ -229,9 +248,10 @@ PELNIC_ERROR_CODE _pnvDecodeStreamCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbCo
         PELNIC_X509_CERT* pCert = nullptr;
         PELNIC_X509_CRL* pCrl = nullptr;
         PELNIC_ERROR_CODE rc = 0;
+        const FaultWatch watch{pVrf};
         if (pelnic_x509_decode_cert(pVrf, encoded, left, &pCert, &decoded) == 0) {
             rc = keep(pVrf, pCert, pCertList, _pnvFreeCertElement);
-        } else if (pelnic_x509_decode_crl(pVrf, encoded, left, &pCrl, &decoded) == 0) {
+        } else if (decodeAsCrl(pVrf, encoded, left, &pCrl, &decoded, watch)) {
             rc = keep(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
         } else {
             return 0; // whatever this is, it ends the stream
@@ -325,18 +345,22 @@ PELNIC_ERROR_CODE _pnvPemDecodeCrl(const PELNIC_VRF* pVrf, const PNV_CHAR* block
 PELNIC_ERROR_CODE _pnvAddPemCertToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, PNV_UINT32 nBlockLength,
                                        LIST_TYPE_PELNIC_X509_CERT* pCertList)
 {
+    const FaultWatch watch{pVrf};
     PELNIC_X509_CERT* pCert = nullptr;
     if (_pnvPemDecodeCert(pVrf, block, nBlockLength, &pCert) == 0) {
         (void)keep(pVrf, pCert, pCertList, _pnvFreeCertElement);
     }
+    if (pCertList == nullptr) watch.forgive(); // nobody wants it
     return 0;
 }
 
 PELNIC_ERROR_CODE _pnvAddPemCrlToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, PNV_UINT32 nBlockLength,
                                       LIST_TYPE_PELNIC_X509_CRL* pCrlList)
 {
+    const FaultWatch watch{pVrf};
     PELNIC_X509_CRL* pCrl = nullptr;
     if (_pnvPemDecodeCrl(pVrf, block, nBlockLength, &pCrl) == 0) (void)keep(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
+    if (pCrlList == nullptr) watch.forgive(); // nobody wants it
     return 0;
 }
 
@@ -382,16 +406,11 @@ PELNIC_ERROR_CODE _pnvDecodeCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbContent,
 
 // ---- Adding certificates and CRLs
 
-// In scope while certificates and CRLs are taken in. Where one that fails is left out, this is what remembers it.
-struct INTAKE {
-    PELNIC_VRF* const pVrf;
-    const PNV_UINT32 faults;
-    explicit INTAKE(PELNIC_VRF* ctx) : pVrf(ctx), faults(ctx->nCallbackFaults) {}
-    ~INTAKE()
-    {
-        if (pVrf->nCallbackFaults != faults) pVrf->bInputLost = 1;
-    }
-};
+// Called where an operation goes on towards success: what a failing callback has cost it until here is lost for good.
+static void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch)
+{
+    if (watch.failed()) pVrf->bInputLost = 1;
+}
 
 static PELNIC_ERROR_CODE addByKind(const PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert, PNV_BOOL isCa)
 {
@@ -400,9 +419,11 @@ static PELNIC_ERROR_CODE addByKind(const PELNIC_VRF* pVrf, PELNIC_X509_CERT* cer
 
 static PELNIC_ERROR_CODE addRoot(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
 {
+    const FaultWatch watch{pVrf};
     PNV_BOOL isCa = 0;
     PELNIC_ERROR_CODE rc = pelnic_pki_is_ca_cert(pVrf, cert, &isCa);
     if (rc != 0) return PNV_FAIL_MSG(pVrf, rc, "Failed to get ca attribute for certificate.");
+    spoilIfFailed(pVrf, watch); // a CA may have looked like none
     rc = addByKind(pVrf, cert, isCa);
     if (rc == PELNIC_ERR_CERT_DUPLICATE) {
         PNV_LOG(pVrf, PELNIC_LOG_TYPE_WARNING, rc, "Duplicate certificate add.");
@@ -424,6 +445,7 @@ PELNIC_ERROR_CODE _pnvAddRootToStore(PELNIC_VRF* pVrf, LIST_TYPE_PELNIC_X509_CER
 
 static PELNIC_ERROR_CODE addCarriedCert(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
 {
+    const FaultWatch watch{pVrf};
     PNV_BOOL isSelfSigned = 0;
     PELNIC_ERROR_CODE rc = pelnic_x509_is_self_signed(pVrf, cert, &isSelfSigned);
     if (rc != 0) return PNV_FAIL_MSG(pVrf, rc, "Failed to check self sign for certificate.");
@@ -435,6 +457,7 @@ static PELNIC_ERROR_CODE addCarriedCert(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert
                 "There is a root certificate, which is not allowed when add crl or cms.");
         return 0;
     }
+    spoilIfFailed(pVrf, watch); // a CA may have looked like none
     cert->bFromPackage = 1;
     rc = addByKind(pVrf, cert, isCa);
     if (rc == PELNIC_ERR_CERT_DUPLICATE) return 0;
@@ -456,6 +479,8 @@ PELNIC_ERROR_CODE _pnvAddCrlToStore(PELNIC_VRF* pVrf, LIST_TYPE_PELNIC_X509_CRL*
     for (PNV_UINT32 i = 0; i < crlList->num; ++i) {
         if (pelnic_list_add(pVrf, _pnvAsList(&pVrf->crl_list), crlList->data[i], CLSP_END) == 0) {
             ++crlList->data[i]->iRef;
+        } else {
+            pVrf->bInputLost = 1;
         }
     }
     return 0;
@@ -481,12 +506,14 @@ static void freeInput(PELNIC_VRF* pVrf, DECODED_INPUT* input)
 
 static PELNIC_ERROR_CODE addCerts(PELNIC_VRF* pVrf, const PNV_BYTE* pbCert, PNV_UINT32 nCertLength)
 {
-    const INTAKE intake{pVrf};
+    const FaultWatch watch{pVrf};
     LIST_TYPE_PELNIC_X509_CERT certs = {};
     PNV_SCOPE_EXIT freeCerts{[&] { pelnic_list_free(pVrf, _pnvAsList(&certs), _pnvFreeCertElement); }};
     PELNIC_ERROR_CODE rc = pelnic_list_init(pVrf, _pnvAsList(&certs), 0);
     if (rc == 0) rc = _pnvDecodeCertCrl(pVrf, pbCert, nCertLength, &certs, nullptr);
-    return rc != 0 ? rc : _pnvAddRootToStore(pVrf, &certs);
+    if (rc != 0) return rc;
+    if (certs.num != 0) spoilIfFailed(pVrf, watch);
+    return _pnvAddRootToStore(pVrf, &certs);
 }
 
 PELNIC_ERROR_CODE pelnic_verify_add_cert(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCert, PNV_UINT32 nCertLength)
@@ -502,18 +529,20 @@ PELNIC_ERROR_CODE pelnic_verify_add_cert(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbC
 
 PELNIC_ERROR_CODE pelnic_verify_add_cert_file(PELNIC_VRF_CTX ctx, const PNV_CHAR* pszCertFile)
 {
-    const PELNIC_ERROR_CODE rc = checkContext(ctx);
+    PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pszCertFile == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
-    return withFile(pVrf, pszCertFile,
-                    [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_cert(ctx, data, size); });
+    rc = withFile(pVrf, pszCertFile,
+                  [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_cert(ctx, data, size); });
+    if (rc != 0) return PNV_FAIL(pVrf, rc);
+    return 0;
 }
 
 static PELNIC_ERROR_CODE addCrls(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UINT32 nCrlLength)
 {
     if (pVrf->crl_frozen != 0) return PELNIC_ERR_CRL_FROZEN;
-    const INTAKE intake{pVrf};
+    const FaultWatch watch{pVrf};
     DECODED_INPUT input = {};
     PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
     PELNIC_ERROR_CODE rc = initInput(pVrf, &input);
@@ -525,6 +554,7 @@ static PELNIC_ERROR_CODE addCrls(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UI
         // With the code of the CRLs: the certificates are only a help.
         PNV_LOG(pVrf, PELNIC_LOG_TYPE_WARNING, rc, "Failed to add certificate into store.");
     }
+    spoilIfFailed(pVrf, watch);
     return rc;
 }
 
@@ -541,17 +571,19 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCr
 
 PELNIC_ERROR_CODE pelnic_verify_add_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR* pszCrlFile)
 {
-    const PELNIC_ERROR_CODE rc = checkContext(ctx);
+    PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pszCrlFile == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
-    return withFile(pVrf, pszCrlFile,
-                    [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_crl(ctx, data, size); });
+    rc = withFile(pVrf, pszCrlFile,
+                  [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_crl(ctx, data, size); });
+    if (rc != 0) return PNV_FAIL(pVrf, rc);
+    return 0;
 }
 
 // ---- Detached signatures
 
-// Duplicates are left out, and so are failures, after which the context accepts nothing.
+// Duplicates are left out, and so are failures.
 static void copyCrlsIntoPki(PELNIC_VRF* pVrf)
 {
     for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
@@ -561,31 +593,31 @@ static void copyCrlsIntoPki(PELNIC_VRF* pVrf)
 
 void _pnvSyncCrl(PELNIC_VRF* pVrf)
 {
-    const INTAKE intake{pVrf};
+    const FaultWatch watch{pVrf};
     copyCrlsIntoPki(pVrf);
+    spoilIfFailed(pVrf, watch); // the list goes now, whatever did not get into the store
     pelnic_list_free(pVrf, _pnvAsList(&pVrf->crl_list), _pnvFreeCrlElement);
     pVrf->crl_frozen = 1;
 }
 
-// Where an armoured signature's Base64 text begins and ends. Only the CMS armour's missing end has a code of its own.
+// Where an armoured signature's Base64 text begins and ends. Unlogged; no *ppBody for an armour of another kind. Only
+// the CMS armour's missing end has a code of its own.
 static PELNIC_ERROR_CODE findCmsBody(const PELNIC_VRF* pVrf, const PNV_CHAR* text, const PNV_CHAR** ppBody,
                                      const PNV_CHAR** ppEnd)
 {
     constexpr PNV_CHAR CMS_BEGIN[] = "-----BEGIN CMS-----";
     constexpr PNV_CHAR PKCS7_BEGIN[] = "-----BEGIN PKCS7-----";
-    PELNIC_ERROR_CODE unclosed = PELNIC_ERR_CMS_FORMAT;
     if (pelnic_strncmp(pVrf, text, CMS_BEGIN, lengthOf(CMS_BEGIN)) == 0) {
         *ppBody = text + lengthOf(CMS_BEGIN);
         *ppEnd = pelnic_strstr(pVrf, text, "-----END CMS-----");
-    } else if (pelnic_strncmp(pVrf, text, PKCS7_BEGIN, lengthOf(PKCS7_BEGIN)) == 0) {
+        return *ppEnd != nullptr ? 0 : PELNIC_ERR_CMS_FORMAT;
+    }
+    if (pelnic_strncmp(pVrf, text, PKCS7_BEGIN, lengthOf(PKCS7_BEGIN)) == 0) {
         *ppBody = text + lengthOf(PKCS7_BEGIN);
         *ppEnd = pelnic_strstr(pVrf, text, "-----END PKCS7-----");
-        unclosed = PELNIC_ERR_FAILED;
-    } else {
-        return PELNIC_ERR_CMS_FORMAT;
+        return *ppEnd != nullptr ? 0 : PELNIC_ERR_FAILED;
     }
-    if (*ppEnd == nullptr) return PNV_FAIL(pVrf, unclosed);
-    return 0;
+    return PELNIC_ERR_CMS_FORMAT;
 }
 
 PELNIC_ERROR_CODE _pnvPemDecodeCms(PELNIC_VRF* pVrf, const PNV_CHAR* text, PNV_UINT32 nSigLength,
@@ -594,10 +626,10 @@ PELNIC_ERROR_CODE _pnvPemDecodeCms(PELNIC_VRF* pVrf, const PNV_CHAR* text, PNV_U
     const PNV_CHAR* body = nullptr;
     const PNV_CHAR* end = nullptr;
     PELNIC_ERROR_CODE rc = findCmsBody(pVrf, text, &body, &end);
-    if (rc != 0) return rc;
-    rc = PELNIC_ERR_CMS_FORMAT;
+    if (body == nullptr) return rc;
+    if (rc != 0) return PNV_FAIL(pVrf, rc);
     // An end marker may share its dashes with the begin marker.
-    if (end < body || static_cast<size_t>(end - body) > nSigLength) return PNV_FAIL(pVrf, rc);
+    if (end < body || static_cast<size_t>(end - body) > nSigLength) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
     PNV_BYTE* pDer = nullptr;
     PNV_UINT32 length = 0;
     rc = decodeBody(pVrf, body, static_cast<PNV_UINT32>(end - body), &pDer, &length);
@@ -611,6 +643,7 @@ PELNIC_ERROR_CODE _pnvPemDecodeCms(PELNIC_VRF* pVrf, const PNV_CHAR* text, PNV_U
 
 static void addCertOfSignature(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
 {
+    const FaultWatch watch{pVrf};
     PNV_BOOL isSelfSigned = 0;
     if (pelnic_x509_is_self_signed(pVrf, cert, &isSelfSigned) != 0) return;
     if (isSelfSigned != 0) {
@@ -619,17 +652,20 @@ static void addCertOfSignature(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
         return;
     }
     PNV_BOOL isCa = 0;
-    (void)pelnic_pki_is_ca_cert(pVrf, cert, &isCa); // one that cannot tell is no CA
+    (void)pelnic_pki_is_ca_cert(pVrf, cert, &isCa); // if this cannot be told, treat it as no CA
+    if (watch.failed()) return;                     // in the wrong store it would stay there
     cert->bFromPackage = 1;
-    (void)addByKind(pVrf, cert, isCa); // one that is missing later refuses the signature
+    (void)addByKind(pVrf, cert, isCa); // if it could not be added, the signature is refused later for want of it
 }
 
 PELNIC_ERROR_CODE _pnvExtractCertsIntoVerifyContext(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* p7signed)
 {
     const PELNIC_X509_CERT_BUNDLE* const pBundle = p7signed->signed_data->certificates;
     if (pBundle == nullptr) return 0;
-    const INTAKE intake{pVrf};
-    for (PNV_UINT32 i = 0; i < pBundle->certs.num; ++i) addCertOfSignature(pVrf, pBundle->certs.data[i]);
+    // After a failing callback this run accepts nothing. What it leaves out must not come behind what follows it when
+    // the next run takes the same certificates in: the first of two CAs decides.
+    const LIST_TYPE_PELNIC_X509_CERT& certs = pBundle->certs;
+    for (PNV_UINT32 i = 0; i < certs.num && !_pnvIsDisturbed(pVrf); ++i) addCertOfSignature(pVrf, certs.data[i]);
     return 0;
 }
 
@@ -803,19 +839,20 @@ PELNIC_ERROR_CODE _pnvVerifyCms(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* p7
 PELNIC_ERROR_CODE _pnvDecodeCms(PELNIC_VRF* pVrf, const PNV_BYTE* pbSignature, PNV_UINT32 nSigLength,
                                 PELNIC_PKCS7_CONTENT** ppContent)
 {
-    if (!isPem(pVrf, pbSignature)) {
+    PELNIC_ERROR_CODE rc = 0;
+    if (isPem(pVrf, pbSignature)) {
+        PNV_CHAR* text = nullptr;
+        rc = copyAsText(pVrf, pbSignature, nSigLength, &text);
+        if (rc != 0) return rc; // unlogged
+        rc = _pnvPemDecodeCms(pVrf, text, nSigLength, ppContent);
+        pelnic_free(pVrf, text);
+    } else {
         PNV_UINT32 decoded = 0;
-        const PELNIC_ERROR_CODE rc = pelnic_pkcs7_decode_signed(pVrf, pbSignature, nSigLength, ppContent, &decoded);
-        if (rc != 0) return PNV_FAIL(pVrf, rc);
-        return 0;
+        rc = pelnic_pkcs7_decode_signed(pVrf, pbSignature, nSigLength, ppContent, &decoded);
     }
-    PNV_CHAR* text = nullptr;
-    PELNIC_ERROR_CODE rc = copyAsText(pVrf, pbSignature, nSigLength, &text);
-    if (rc != 0) return rc;
-    rc = _pnvPemDecodeCms(pVrf, text, nSigLength, ppContent);
-    pelnic_free(pVrf, text);
-    if (rc != 0) return PNV_FAIL(pVrf, rc);
-    return 0;
+    if (rc == 0) return 0;
+    _pnvReportFaults(pVrf, __func__);
+    return PNV_FAIL(pVrf, rc);
 }
 
 PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbSignature,
@@ -825,6 +862,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pbSignature == nullptr || nSigLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
+    const OperationRun run{pVrf};
     _pnvSyncCrl(pVrf); // whatever becomes of the signature, the CRLs are frozen
     if (nSigLength < MIN_INPUT) return PELNIC_ERR_CMS_FORMAT;
     PELNIC_PKCS7_CONTENT* pContent = nullptr;
@@ -838,8 +876,9 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
         return PELNIC_ERR_CMS_NO_SIGNER;
     }
     rc = _pnvVerifyCms(pVrf, pContent);
-    if (rc != 0) return PNV_FAIL(pVrf, rc);
-    return 0;
+    if (rc == 0) return 0;
+    _pnvReportFaults(pVrf, __func__);
+    return PNV_FAIL(pVrf, rc);
 }
 
 static PELNIC_ERROR_CODE feedEntry(const PELNIC_VRF* pVrf, const PELNIC_VERIFY_DIGEST_INFO* pInfo,
@@ -929,7 +968,8 @@ static PELNIC_ERROR_CODE feedFile(PELNIC_VRF* pVrf, PNV_FILE_HANDLE file)
     if (pelnic_malloc(pVrf, &block, CONTENT_BLOCK) != 0 || block == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
     PELNIC_ERROR_CODE rc = 0;
     const PNV_BYTE* const content = static_cast<const PNV_BYTE*>(block);
-    for (size_t got = pelnic_fread(pVrf, block, CONTENT_BLOCK, file); got != 0 && rc == 0;) {
+    // A count that the block cannot hold is a read error like any other: the file's end.
+    for (size_t got = pelnic_fread(pVrf, block, CONTENT_BLOCK, file); got != 0 && got <= CONTENT_BLOCK && rc == 0;) {
         rc = pelnic_verify_detach_signature_update(pVrf, content, static_cast<PNV_INT>(got));
         if (rc == 0) got = pelnic_fread(pVrf, block, CONTENT_BLOCK, file);
     }
@@ -939,7 +979,7 @@ static PELNIC_ERROR_CODE feedFile(PELNIC_VRF* pVrf, PNV_FILE_HANDLE file)
 
 PELNIC_ERROR_CODE _pnvUpdateContent(PELNIC_VRF* pVrf, const PNV_CHAR* srcfile)
 {
-    if (srcfile == nullptr || pelnic_strlen(pVrf, srcfile) == 0) return emptyPath(pVrf);
+    if (isEmptyPath(pVrf, srcfile)) return PNV_EMPTY_PATH(pVrf);
     const PNV_FILE_HANDLE file = pelnic_fopen(pVrf, srcfile, "rb");
     PELNIC_ERROR_CODE rc = PELNIC_ERR_SYS_FILE_OPEN;
     if (file == nullptr) return PNV_FAIL_MSG(pVrf, rc, "Can't open file '%s'.", srcfile);
@@ -1208,14 +1248,15 @@ PELNIC_ERROR_CODE _pnvGetCrlInfo(PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl, 
 static PELNIC_ERROR_CODE takeInBundle(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UINT32 nCrlLength,
                                       DECODED_INPUT* input)
 {
-    const INTAKE intake{pVrf};
+    const FaultWatch watch{pVrf};
     const PELNIC_ERROR_CODE rc = _pnvDecodeCertCrl(pVrf, pbCrl, nCrlLength, &input->certs, &input->crls);
     if (rc != 0 || input->crls.num == 0) return PELNIC_ERR_CRL_DECODE;
     if (input->crls.num > PELNIC_CRL_BUNDLE_MAX) return PELNIC_ERR_CRL_TOO_MANY;
+    spoilIfFailed(pVrf, watch);
     if (_pnvAddCrlToStore(pVrf, &input->crls) != 0 || _pnvAddCertToStore(pVrf, &input->certs) != 0) {
         return PELNIC_ERR_CRL_DECODE;
     }
-    copyCrlsIntoPki(pVrf); // the list is kept, and nothing is frozen
+    copyCrlsIntoPki(pVrf); // the list is kept, and nothing is frozen: what fails here is tried again by begin
     return 0;
 }
 
@@ -1225,13 +1266,12 @@ static PELNIC_ERROR_CODE summarise(PELNIC_VRF* pVrf, const LIST_TYPE_PELNIC_X509
     PELNIC_CRL_BUNDLE_INFO* pBundle = nullptr;
     if (_pnvNewRecord(pVrf, &pBundle) != 0) return PELNIC_ERR_CRL_DECODE;
     pBundle->st_size = sizeof(PELNIC_CRL_BUNDLE_INFO);
-    const PNV_UINT32 faults = pVrf->nCallbackFaults;
     for (PNV_UINT32 i = 0; i < crls.num; ++i) {
         PELNIC_CRL_INFO** const slot = pBundle->crl_info_list + pBundle->crl_count;
         if (_pnvGetCrlInfo(pVrf, crls.data[i], slot) == 0) ++pBundle->crl_count; // one without memory is left out
     }
     // What a failing callback left out may be what makes the other bundle newer: such a summary compares with none.
-    const bool complete = pVrf->nCallbackFaults == faults;
+    const bool complete = _pnvMayAccept(pVrf);
     for (PNV_INT i = 0; !complete && i < pBundle->crl_count; ++i) pBundle->crl_info_list[i]->valid = 0;
     *ppResult = pBundle;
     return 0;
@@ -1244,23 +1284,30 @@ PELNIC_ERROR_CODE pelnic_decode_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCrl, P
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pbCrl == nullptr || nCrlLength == 0 || ppResult == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
+    const OperationRun run{pVrf};
     DECODED_INPUT input = {};
     PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
     rc = initInput(pVrf, &input);
     if (rc == 0) rc = takeInBundle(pVrf, pbCrl, nCrlLength, &input);
     if (rc == 0) rc = summarise(pVrf, input.crls, ppResult);
+    _pnvReportFaults(pVrf, __func__); // also of a summary in which nothing is valid for that
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     return 0;
 }
 
 PELNIC_ERROR_CODE pelnic_decode_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR* crlFile, PELNIC_CRL_BUNDLE_INFO** pResult)
 {
-    const PELNIC_ERROR_CODE rc = checkContext(ctx);
+    PELNIC_ERROR_CODE rc = checkContext(ctx);
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (crlFile == nullptr || pResult == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
-    return withFile(pVrf, crlFile,
-                    [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_decode_crl(ctx, data, size, pResult); });
+    PNV_BYTE* data = nullptr;
+    PNV_UINT32 size = 0;
+    rc = _pnvReadFile(pVrf, crlFile, &data, &size);
+    if (rc != 0) return PNV_FAIL(pVrf, rc);
+    rc = pelnic_decode_crl(ctx, data, size, pResult); // logs by itself
+    pelnic_free(pVrf, data);
+    return rc;
 }
 
 // Summaries may be a caller's own: everything in them is read within its bounds.

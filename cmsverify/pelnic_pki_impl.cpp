@@ -2,7 +2,7 @@
 #include "pelnic_pki_impl.h"
 
 #include "pelnic_asn1_utils.h"
-#include "pelnic_pki_index.h"
+#include "pelnic_faults.h"
 #include "pelnic_plt_proxy.h"
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
@@ -28,6 +28,7 @@ static const PELNIC_PKI_LOCAL_STORE* localStoreOf(const PELNIC_VRF* ctx)
 
 PELNIC_ERROR_CODE pelnic_pki_init(PELNIC_VRF* ctx)
 {
+    if (ctx == nullptr) return PELNIC_ERR_NULL_POINTER;
     PELNIC_PKI* pPki = nullptr;
     const PELNIC_ERROR_CODE rc = _pnvNewRecord(ctx, &pPki);
     if (rc != 0) return rc;
@@ -83,10 +84,10 @@ static bool isIdentical(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* stored, c
            pelnic_compare_asn_bits(ctx, stored->signature, added->signature) == 0;
 }
 
-static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_CERT* list, PELNIC_X509_CERT** pIndex,
-                                   PELNIC_X509_CERT* cert)
+static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_CERT* list,
+                                   PkiIndex<PELNIC_X509_CERT>* pIndex, PELNIC_X509_CERT* cert)
 {
-    PELNIC_X509_CERT* const stored = _pnvFindDuplicateCert(*pIndex, cert);
+    PELNIC_X509_CERT* const stored = _pnvFindDuplicateCert(list, pIndex, cert);
     if (stored != nullptr) {
         // The caller vouches for what a package had brought before, if it really is the same.
         if (cert->bFromPackage == 0 && isIdentical(ctx, stored, cert)) stored->bFromPackage = 0;
@@ -95,6 +96,7 @@ static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_
     const PELNIC_ERROR_CODE rc = pelnic_list_add(ctx, _pnvAsList(list), cert, CLSP_END);
     if (rc != 0) return rc;
     ++cert->iRef;
+    cert->pki.found = PkiFindings{};
     _pnvIndexCert(pIndex, cert);
     return 0;
 }
@@ -108,29 +110,29 @@ template <typename Store> static PELNIC_ERROR_CODE ensureStore(const PELNIC_VRF*
 
 PELNIC_ERROR_CODE pelnic_pki_store_add_trust_cert(const PELNIC_VRF* ctx, PELNIC_X509_CERT* cert)
 {
-    if (cert == nullptr) return PELNIC_ERR_NULL_POINTER;
+    if (ctx == nullptr || cert == nullptr) return PELNIC_ERR_NULL_POINTER;
     PELNIC_PKI_STORE* const pStore = storeOf(ctx);
     if (pStore == nullptr) return PELNIC_ERR_NO_PKI;
     PNV_BOOL isCa = 0;
     if (pelnic_pki_is_ca_cert(ctx, cert, &isCa) != 0 || isCa == 0) return PELNIC_ERR_CERT_NOT_CA;
     const PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->trust_store);
     if (rc != 0) return rc;
-    return addToList(ctx, &pStore->trust_store->ca_certs, &pStore->trust_store->pCertIndex, cert);
+    return addToList(ctx, &pStore->trust_store->ca_certs, &pStore->trust_store->cert_index, cert);
 }
 
 PELNIC_ERROR_CODE pelnic_pki_store_add_local_cert(const PELNIC_VRF* ctx, PELNIC_X509_CERT* cert)
 {
-    if (cert == nullptr) return PELNIC_ERR_NULL_POINTER;
+    if (ctx == nullptr || cert == nullptr) return PELNIC_ERR_NULL_POINTER;
     PELNIC_PKI_STORE* const pStore = storeOf(ctx);
     if (pStore == nullptr) return PELNIC_ERR_NO_PKI;
     const PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->local_store);
     if (rc != 0) return rc;
-    return addToList(ctx, &pStore->local_store->local_certs, &pStore->local_store->pCertIndex, cert);
+    return addToList(ctx, &pStore->local_store->local_certs, &pStore->local_store->cert_index, cert);
 }
 
 PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CRL* crl)
 {
-    if (crl == nullptr) return PELNIC_ERR_NULL_POINTER;
+    if (ctx == nullptr || crl == nullptr) return PELNIC_ERR_NULL_POINTER;
     PELNIC_PKI_STORE* const pStore = storeOf(ctx);
     if (pStore == nullptr) return PELNIC_ERR_NO_PKI;
     PELNIC_ERROR_CODE rc = ensureStore(ctx, &pStore->trust_store);
@@ -140,15 +142,29 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CR
         rc = pelnic_list_init(ctx, _pnvAsList(list), 0);
         if (rc != 0) return rc;
     }
-    if (_pnvFindDuplicateCrl(pStore->trust_store->pCrlIndex, crl) != nullptr) return PELNIC_ERR_CRL_DUPLICATE;
+    if (_pnvFindDuplicateCrl(list, &pStore->trust_store->crl_index, crl) != nullptr) return PELNIC_ERR_CRL_DUPLICATE;
     rc = pelnic_list_add(ctx, _pnvAsList(list), crl, CLSP_END);
     if (rc != 0) return rc;
     ++crl->iRef;
-    _pnvIndexCrl(&pStore->trust_store->pCrlIndex, crl);
+    crl->pki.found = PkiFindings{};
+    _pnvIndexCrl(&pStore->trust_store->crl_index, crl);
     return 0;
 }
 
 // ---- Issuers
+
+// What this run has found out about a record so far.
+template <typename Record>
+static PkiFindings& findingsOf(const PELNIC_VRF* ctx, const OperationRun& run, const Record* record)
+{
+    PkiFindings& found = record->pki.found;
+    if (run.isOutermost() || found.pVrf != ctx || found.nRun != run.number()) {
+        found = PkiFindings{};
+        found.pVrf = ctx;
+        found.nRun = run.number();
+    }
+    return found;
+}
 
 static PELNIC_ERROR_CODE requireKeyUsage(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_UINT32 bit)
 {
@@ -186,7 +202,8 @@ PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_C
     pelnic_free_pubkey(ctx, pPubKey);
     if (rc != 0) return rc;
     if (verified != 1) return PELNIC_ERR_CERT_SIGNATURE;
-    cert->pIssuer = candidate;
+    // For good, so not where a failing callback may have hidden an earlier candidate.
+    if (!_pnvIsDisturbed(ctx)) cert->pIssuer = candidate;
     return 0;
 }
 
@@ -194,12 +211,11 @@ const PELNIC_X509_CERT* _pnvFindCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X
 {
     const PELNIC_PKI_TRUST_STORE* const pTrust = trustStoreOf(ctx);
     if (pTrust == nullptr) return nullptr;
-    const PNV_UINT32 faults = ctx->nCallbackFaults;
-    for (PNV_UINT32 i = cert->nIssuersRefused; i < pTrust->ca_certs.num; ++i) {
+    const OperationRun run{ctx};
+    PkiFindings& found = findingsOf(ctx, run, cert);
+    for (PNV_UINT32& i = found.nTrustTried; i < pTrust->ca_certs.num; ++i) {
         const PELNIC_X509_CERT* const candidate = pTrust->ca_certs.data[i];
         if (_pnvCheckCertIssuer(ctx, cert, candidate) == 0) return candidate;
-        // A refusal for want of memory or of an answer can change.
-        if (ctx->nCallbackFaults == faults) cert->nIssuersRefused = i + 1;
     }
     return nullptr;
 }
@@ -218,14 +234,17 @@ static PNV_UINT32 longestChain(const PELNIC_VRF* ctx)
     return pTrust == nullptr ? 1 : pTrust->ca_certs.num + 1;
 }
 
-// The self-signed test, whose no is remembered as well: certificates whose subject is their issuer are told apart only
-// by a signature check.
+// The self-signed test, whose no is noted too: certificates whose subject is their issuer are told apart only by a
+// signature check.
 static PELNIC_ERROR_CODE testSelfSigned(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL* isSelfSigned)
 {
+    if (ctx == nullptr) return PELNIC_ERR_NULL_POINTER;
+    const OperationRun run{ctx};
+    PkiFindings& found = findingsOf(ctx, run, cert);
     *isSelfSigned = 0;
-    if (cert->bNotSelfSigned != 0 && cert->pIssuer != cert) return 0;
+    if (found.bNotSelfSigned != 0 && cert->pIssuer != cert) return 0;
     const PELNIC_ERROR_CODE rc = pelnic_x509_is_self_signed(ctx, cert, isSelfSigned);
-    if (rc == 0 && *isSelfSigned == 0) cert->bNotSelfSigned = 1;
+    if (rc == 0 && *isSelfSigned == 0) found.bNotSelfSigned = 1;
     return rc;
 }
 
@@ -261,41 +280,31 @@ PELNIC_ERROR_CODE _pnvCheckCrlIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CR
     return rc != 0 ? rc : _pnvVerifyCrlByIssuer(ctx, crl, cert);
 }
 
-// Whether a refusal is about the certificate and the CRL, which do not change, and not about memory.
-static bool isLastingRefusal(PELNIC_ERROR_CODE rc)
+// The list's first certificate that issued the CRL, or null. The first *tried are known not to have.
+static const PELNIC_X509_CERT* findCrlIssuerIn(const PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_X509_CERT& list,
+                                               const PELNIC_X509_CRL* crl, PNV_UINT32* tried)
 {
-    return rc == PELNIC_ERR_FAILED || rc == PELNIC_ERR_NO_KEY_USAGE || rc == PELNIC_ERR_CERT_USAGE ||
-           rc == PELNIC_ERR_CRL_VERIFY;
-}
-
-// The list's first certificate that issued the CRL, or null. *refused counts those at the list's start known not to
-// have.
-static const PELNIC_X509_CERT* findCrlIssuerIn(const PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_X509_CERT* list,
-                                               const PELNIC_X509_CRL* crl, PNV_UINT32* refused)
-{
-    bool lasting = true;
-    for (PNV_UINT32 i = *refused; i < list->num; ++i) {
-        const PELNIC_X509_CERT* const candidate = list->data[i];
-        const PELNIC_ERROR_CODE rc = crl->pIssuer == candidate ? 0 : _pnvCheckCrlIssuer(ctx, crl, candidate);
-        if (rc == 0) {
-            crl->pIssuer = candidate;
-            return candidate;
-        }
-        lasting = lasting && isLastingRefusal(rc);
-        if (lasting) *refused = i + 1;
+    const PELNIC_X509_CERT*& issuer = crl->pki.found.pCrlIssuer;
+    for (PNV_UINT32& i = *tried; i < list.num; ++i) {
+        const PELNIC_X509_CERT* const candidate = list.data[i];
+        if (issuer != candidate && _pnvCheckCrlIssuer(ctx, crl, candidate) != 0) continue;
+        issuer = candidate;
+        return candidate;
     }
     return nullptr;
 }
 
 const PELNIC_X509_CERT* pelnic_pki_find_crl_issuer(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl)
 {
-    if (crl == nullptr) return nullptr;
+    if (ctx == nullptr || crl == nullptr) return nullptr;
+    const OperationRun run{ctx};
+    PkiFindings& found = findingsOf(ctx, run, crl);
     const PELNIC_X509_CERT* issuer = nullptr;
     const PELNIC_PKI_TRUST_STORE* const pTrust = trustStoreOf(ctx);
-    if (pTrust != nullptr) issuer = findCrlIssuerIn(ctx, &pTrust->ca_certs, crl, &crl->nTrustRefused);
+    if (pTrust != nullptr) issuer = findCrlIssuerIn(ctx, pTrust->ca_certs, crl, &found.nTrustTried);
     if (issuer != nullptr) return issuer;
     const PELNIC_PKI_LOCAL_STORE* const pLocal = localStoreOf(ctx);
-    return pLocal == nullptr ? nullptr : findCrlIssuerIn(ctx, &pLocal->local_certs, crl, &crl->nLocalRefused);
+    return pLocal == nullptr ? nullptr : findCrlIssuerIn(ctx, pLocal->local_certs, crl, &found.nLocalTried);
 }
 
 const PELNIC_X509_CERT* pelnic_pki_find_cert_by_issuer_sn(const PELNIC_VRF* ctx, const PELNIC_X509_NAME* issuer,
@@ -312,6 +321,11 @@ const PELNIC_X509_CERT* pelnic_pki_find_cert_by_issuer_sn(const PELNIC_VRF* ctx,
 
 // ---- The walk
 
+[[nodiscard]] static PELNIC_ERROR_CODE checkCrlOf(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCert,
+                                                  const PELNIC_X509_CRL** ppCrl);
+
+static_assert(sizeof(PkiFindings::nResult) == MAX_NESTED_VERIFICATIONS * sizeof(PELNIC_ERROR_CODE));
+
 PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pSubjCert,
                                                 const PELNIC_X509_CERT** ppAuthor, PNV_BOOL* verifyDone)
 {
@@ -327,7 +341,7 @@ PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X5
     }
     if (ctx->vrf_params.no_check_crl == 0) {
         const PELNIC_X509_CRL* pCrl = nullptr;
-        rc = _pnvCheckCrlOfCert(ctx, pSubjCert, &pCrl);
+        rc = checkCrlOf(ctx, pSubjCert, &pCrl);
         if (rc != 0) return rc;
         // Choosing a direct CRL has verified its issuer, and that is the certificate's own.
         PNV_BOOL isIndirect = 0;
@@ -369,25 +383,37 @@ static void reportNoCrl(PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
     ctx->last_err = rc;
 }
 
-static PELNIC_X509_CERT_MEMO& memoOf(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
-{
-    if (cert->memo.nEpoch != ctx->nEpoch) {
-        cert->memo = PELNIC_X509_CERT_MEMO{};
-        cert->memo.nEpoch = ctx->nEpoch;
-    }
-    return cert->memo;
-}
-
 static PELNIC_ERROR_CODE verifyAtDepth(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
 {
-    const PNV_UINT32 faults = ctx->nCallbackFaults;
+    ++ctx->nVerificationsInProgress;
     ++ctx->curr_depth;
     const PELNIC_ERROR_CODE rc = walkChain(ctx, cert);
     --ctx->curr_depth;
-    // Without memory or an answer a CRL can be lost or pass for inapplicable or direct, and a CA for none: no ground to
-    // accept on.
-    const bool isCertain = ctx->nCallbackFaults == faults && ctx->bInputLost == 0;
-    return rc == 0 && !isCertain ? PELNIC_ERR_SYS_MEM_ALLOC : rc;
+    --ctx->nVerificationsInProgress;
+    // A failed callback may have hidden a CRL, made one look inapplicable or direct, or made a CA look like none.
+    return rc == 0 && !_pnvMayAccept(ctx) ? PELNIC_ERR_SYS_MEM_ALLOC : rc;
+}
+
+// The same, but once for each certificate and depth: many CRLs ask the same of their issuers, on every level of the
+// chain. The depth counts because it decides what is too deep below; all else stays as it is during an outermost
+// verification.
+static PELNIC_ERROR_CODE verifyOnce(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PkiFindings* found)
+{
+    const PNV_INT depth = ctx->curr_depth;
+    if (depth < 0) return verifyAtDepth(ctx, cert); // set so by a caller of internal functions
+    if (ctx->nVerificationsInProgress == 0) ++ctx->nVerification;
+    if (found->nVerification != ctx->nVerification) {
+        found->nVerification = ctx->nVerification;
+        found->nVerifiedDepths = 0;
+    }
+    const PNV_UINT32 depthBit = 1u << depth;
+    if ((found->nVerifiedDepths & depthBit) != 0) {
+        reportNoCrl(ctx, found->nResult[depth]);
+    } else {
+        found->nResult[depth] = verifyAtDepth(ctx, cert);
+        found->nVerifiedDepths |= depthBit;
+    }
+    return found->nResult[depth];
 }
 
 PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL reset_depth,
@@ -400,20 +426,11 @@ PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT
         PNV_LOG(ctx, PELNIC_LOG_TYPE_ERROR, 0, "The path of certificate is too deep.");
         return PELNIC_ERR_PATH_TOO_DEEP;
     }
-    if (ctx->curr_depth == 0) ++ctx->nEpoch;
-    // The depth counts: it decides what is too deep below. All else stays as it is during an outermost verification,
-    // which accepts nothing once a callback has failed.
-    const PNV_INT depth = ctx->curr_depth;
-    const PNV_UINT32 depthBit = 1u << depth;
-    PELNIC_X509_CERT_MEMO& memo = memoOf(ctx, cert);
-    if ((memo.nVerifiedDepths & depthBit) == 0) {
-        memo.nResult[depth] = verifyAtDepth(ctx, cert);
-        memo.nVerifiedDepths |= depthBit;
-    } else {
-        reportNoCrl(ctx, memo.nResult[depth]);
-    }
-    *result = memo.nResult[depth] == 0 ? 1 : 0;
-    return memo.nResult[depth];
+    const OperationRun run{ctx};
+    const PELNIC_ERROR_CODE rc = verifyOnce(ctx, cert, &findingsOf(ctx, run, cert));
+    *result = rc == 0 ? 1 : 0;
+    if (rc != 0 && run.isOutermost()) _pnvReportFaults(ctx, __func__);
+    return rc;
 }
 
 // ---- Revocation
@@ -570,7 +587,7 @@ PELNIC_ERROR_CODE _pnvIsCertRevoked(const PELNIC_VRF* ctx, const PELNIC_X509_CER
     return ctx->base_time < revokedAt ? 0 : PELNIC_ERR_CERT_REVOKED;
 }
 
-PELNIC_ERROR_CODE _pnvCheckCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCert, const PELNIC_X509_CRL** ppCrl)
+static PELNIC_ERROR_CODE checkCrlOf(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCert, const PELNIC_X509_CRL** ppCrl)
 {
     if (ctx->vrf_params.no_check_crl != 0) return 0;
     const PELNIC_X509_CRL* const crl = _pnvFindBestCrlOfCert(ctx, pCert);
@@ -582,5 +599,13 @@ PELNIC_ERROR_CODE _pnvCheckCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pC
         if (entry != nullptr) rc = _pnvIsCertRevoked(ctx, pCert, entry);
     }
     if (rc == 0 || rc == PELNIC_ERR_CERT_REVOKED) *ppCrl = crl;
+    return rc;
+}
+
+PELNIC_ERROR_CODE _pnvCheckCrlOfCert(PELNIC_VRF* ctx, PELNIC_X509_CERT* pCert, PELNIC_X509_CRL** ppCrl)
+{
+    const PELNIC_X509_CRL* crl = nullptr;
+    const PELNIC_ERROR_CODE rc = checkCrlOf(ctx, pCert, &crl);
+    if (crl != nullptr) *ppCrl = const_cast<PELNIC_X509_CRL*>(crl); // the store's, which holds it as it was added
     return rc;
 }

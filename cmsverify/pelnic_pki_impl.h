@@ -5,8 +5,11 @@
 #ifndef PELNIC_PKI_IMPL_H
 #define PELNIC_PKI_IMPL_H
 
+#include "pelnic_pki_index.h"
 #include "pelnic_x509_crl.h"
 #include "pelnic_x509_templ.h"
+
+constexpr PNV_UINT32 MAX_NESTED_VERIFICATIONS = 11;
 
 typedef struct pelnic_pki_ver_flag_st {
     PNV_UINT32 ulFlags;
@@ -23,18 +26,18 @@ typedef struct pelnic_pki_verify_param_st {
 
 typedef struct pelnic_pki_local_store_st {
     LIST_TYPE_PELNIC_X509_CERT local_certs;
-    PELNIC_X509_CERT* pCertIndex;
+    PkiIndex<PELNIC_X509_CERT> cert_index;
 } PELNIC_PKI_LOCAL_STORE;
 
 typedef struct pelnic_pki_trust_store_st {
     LIST_TYPE_PELNIC_X509_CERT ca_certs;
     LIST_TYPE_PELNIC_X509_CRL crl_store;
-    PELNIC_X509_CERT* pCertIndex;
-    PELNIC_X509_CRL* pCrlIndex;
+    PkiIndex<PELNIC_X509_CERT> cert_index;
+    PkiIndex<PELNIC_X509_CRL> crl_index;
 } PELNIC_PKI_TRUST_STORE;
 
 // Stores come into being with their first element and only grow; they are searched in the order of insertion, but for
-// duplicates, which are looked up in an index beside each list. An object is in one store at most.
+// duplicates, which are looked up in an index beside each list.
 typedef struct pelnic_pki_store_st {
     PELNIC_PKI_LOCAL_STORE* local_store; // signers and timestamp authorities
     PELNIC_PKI_VERIFY_PARAM verify_param;
@@ -69,10 +72,11 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx);
 
 // Walks from the certificate to the end of its chain; with reset_depth as an outermost verification. *result is true
 // only with code 0. PELNIC_ERR_NULL_POINTER; PELNIC_ERR_PATH_TOO_DEEP when 11 verifications are in progress (logged);
-// PELNIC_ERR_CERT_NO_ISSUER when the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC when a callback failed on
-// the way to an acceptance, or before it while certificates and CRLs were taken in; the codes of the checks on the way.
+// PELNIC_ERR_CERT_NO_ISSUER when the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC when it would accept, but a
+// callback has failed in this run or has spoiled the context (pelnic_faults.h); the codes of the checks on the way.
 // Within an outermost verification a nested one runs once for each certificate and depth; asked again, it logs again
-// that it found no CRL, but not what lay below.
+// that it found no CRL, but not what lay below. Outermost is what no other verification is in progress around, whatever
+// curr_depth says.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        PNV_BOOL reset_depth, PNV_BOOL* result);
 // The certificate that issued a CRL and verifies its signature: the trust store's first, else the local store's, or
@@ -85,11 +89,12 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx);
 
 // PELNIC_ERR_CERT_NOT_YET_VALID, PELNIC_ERR_CERT_EXPIRED or a conversion's code; both bounds are inclusive.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCertDate(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
-// 0 when candidate issued cert, and records it as the one issuer that cert will ever have. PELNIC_ERR_CERT_SIGNATURE
-// for a bad signature or another issuer on record, PELNIC_ERR_CERT_USAGE without keyCertSign.
+// 0 when candidate issued cert, and records it as the one issuer that cert will ever have, unless a callback has failed
+// in this run. PELNIC_ERR_CERT_SIGNATURE for a bad signature or another issuer on record, PELNIC_ERR_CERT_USAGE without
+// keyCertSign.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                     const PELNIC_X509_CERT* candidate);
-// The trust store's first certificate that issued cert, or null. Candidates that have been refused are not asked again.
+// The trust store's first certificate that issued cert, or null. In one run no candidate is asked twice.
 [[nodiscard]] const PELNIC_X509_CERT* _pnvFindCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
 [[nodiscard]] PELNIC_ERROR_CODE _pnvVerifyCertByIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        const PELNIC_X509_CERT* issuer);
@@ -120,8 +125,7 @@ PNV_DECLARE_LIST(PELNIC_CRL_SCORE_INFO);
 
 // 0 when the certificate is covered and not revoked, with the CRL used; PELNIC_ERR_CERT_REVOKED, with it too;
 // PELNIC_ERR_CRL_NOT_FOUND, PELNIC_ERR_CRL_VERIFY, PELNIC_ERR_CERT_NO_ISSUER or another code when no CRL can be used.
-[[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCert,
-                                                   const PELNIC_X509_CRL** ppCrl);
+[[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCrlOfCert(PELNIC_VRF* ctx, PELNIC_X509_CERT* pCert, PELNIC_X509_CRL** ppCrl);
 // The best CRL whose issuer verifies, or null with the reason in the context's last_err.
 [[nodiscard]] const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
 // Appends a score entry for each stored CRL that can speak for the certificate.

@@ -77,7 +77,7 @@ template <typename Object> static Object* find(Object* root, const Object& wante
     while (root != nullptr) {
         const PNV_INT result = order(wanted, *root);
         if (result == 0) return root;
-        root = result < 0 ? root->index.pBefore : root->index.pAfter;
+        root = result < 0 ? root->pki.pBefore : root->pki.pAfter;
     }
     return nullptr;
 }
@@ -85,52 +85,76 @@ template <typename Object> static Object* find(Object* root, const Object& wante
 // Turns a link to the left on one level into one to the right.
 template <typename Object> static Object* skew(Object* root)
 {
-    Object* const left = root->index.pBefore;
-    if (left == nullptr || left->index.nLevel != root->index.nLevel) return root;
-    root->index.pBefore = left->index.pAfter;
-    left->index.pAfter = root;
+    Object* const left = root->pki.pBefore;
+    if (left == nullptr || left->pki.nLevel != root->pki.nLevel) return root;
+    root->pki.pBefore = left->pki.pAfter;
+    left->pki.pAfter = root;
     return left;
 }
 
 // Raises the middle one of three on one level.
 template <typename Object> static Object* split(Object* root)
 {
-    Object* const right = root->index.pAfter;
-    if (right == nullptr || right->index.pAfter == nullptr) return root;
-    if (right->index.pAfter->index.nLevel != root->index.nLevel) return root;
-    root->index.pAfter = right->index.pBefore;
-    right->index.pBefore = root;
-    ++right->index.nLevel;
+    Object* const right = root->pki.pAfter;
+    if (right == nullptr || right->pki.pAfter == nullptr) return root;
+    if (right->pki.pAfter->pki.nLevel != root->pki.nLevel) return root;
+    root->pki.pAfter = right->pki.pBefore;
+    right->pki.pBefore = root;
+    ++right->pki.nLevel;
     return right;
 }
 
 template <typename Object> static Object* insert(Object* root, Object* added)
 {
     if (root == nullptr) {
-        added->index = {nullptr, nullptr, 1};
+        added->pki.pBefore = nullptr;
+        added->pki.pAfter = nullptr;
+        added->pki.nLevel = 1;
         return added;
     }
-    Object*& side = order(*added, *root) < 0 ? root->index.pBefore : root->index.pAfter;
+    Object*& side = order(*added, *root) < 0 ? root->pki.pBefore : root->pki.pAfter;
     side = insert(side, added);
     return split(skew(root));
 }
 
-PELNIC_X509_CERT* _pnvFindDuplicateCert(PELNIC_X509_CERT* index, const PELNIC_X509_CERT* cert)
+template <typename List, typename Object>
+static Object* findDuplicate(const List& list, const PkiIndex<Object>& index, const Object& wanted)
 {
-    return find(index, *cert);
+    Object* const indexed = find(index.pRoot, wanted);
+    if (indexed != nullptr || index.bIncomplete == 0) return indexed;
+    for (PNV_UINT32 i = 0; i < list.num; ++i) {
+        if (order(wanted, *list.data[i]) == 0) return list.data[i];
+    }
+    return nullptr;
 }
 
-PELNIC_X509_CRL* _pnvFindDuplicateCrl(PELNIC_X509_CRL* index, const PELNIC_X509_CRL* crl)
+template <typename Object> static void enter(PkiIndex<Object>* pIndex, Object* added)
 {
-    return find(index, *crl);
+    if (added->pki.nLevel != 0) { // its links are another index's
+        pIndex->bIncomplete = 1;
+    } else {
+        pIndex->pRoot = insert(pIndex->pRoot, added);
+    }
 }
 
-void _pnvIndexCert(PELNIC_X509_CERT** pIndex, PELNIC_X509_CERT* cert)
+PELNIC_X509_CERT* _pnvFindDuplicateCert(const LIST_TYPE_PELNIC_X509_CERT* list,
+                                        const PkiIndex<PELNIC_X509_CERT>* pIndex, const PELNIC_X509_CERT* cert)
 {
-    *pIndex = insert(*pIndex, cert);
+    return findDuplicate(*list, *pIndex, *cert);
 }
 
-void _pnvIndexCrl(PELNIC_X509_CRL** pIndex, PELNIC_X509_CRL* crl)
+PELNIC_X509_CRL* _pnvFindDuplicateCrl(const LIST_TYPE_PELNIC_X509_CRL* list, const PkiIndex<PELNIC_X509_CRL>* pIndex,
+                                      const PELNIC_X509_CRL* crl)
 {
-    *pIndex = insert(*pIndex, crl);
+    return findDuplicate(*list, *pIndex, *crl);
+}
+
+void _pnvIndexCert(PkiIndex<PELNIC_X509_CERT>* pIndex, PELNIC_X509_CERT* cert)
+{
+    enter(pIndex, cert);
+}
+
+void _pnvIndexCrl(PkiIndex<PELNIC_X509_CRL>* pIndex, PELNIC_X509_CRL* crl)
+{
+    enter(pIndex, crl);
 }

@@ -1,4 +1,4 @@
-// The objects of a store in the order of what makes two of them duplicates, so that thousands are added without
+// An index of a store's objects by the fields that make two of them duplicates, so that thousands are added without
 // comparing each with all others. The links lie in the objects: an insertion allocates nothing and cannot fail. Orders
 // are this module's own and compare octets without the memcmp callback, whose sign nobody promises.
 #ifndef PELNIC_PKI_INDEX_H
@@ -6,13 +6,24 @@
 
 #include "pelnic_x509_templ.h"
 
-// The indexed duplicate of an object, or null: a certificate of the same issuer, serial number and key, or a CRL with
-// the same signature.
-[[nodiscard]] PELNIC_X509_CERT* _pnvFindDuplicateCert(PELNIC_X509_CERT* index, const PELNIC_X509_CERT* cert);
-[[nodiscard]] PELNIC_X509_CRL* _pnvFindDuplicateCrl(PELNIC_X509_CRL* index, const PELNIC_X509_CRL* crl);
+// An object has links for one index. One that is in another store already is kept out, and from then on a duplicate
+// that the index does not know is looked for in the list.
+template <typename Object> struct PkiIndex {
+    Object* pRoot;
+    PNV_BOOL bIncomplete;
+};
 
-// Puts in an object that has no duplicate there.
-void _pnvIndexCert(PELNIC_X509_CERT** pIndex, PELNIC_X509_CERT* cert);
-void _pnvIndexCrl(PELNIC_X509_CRL** pIndex, PELNIC_X509_CRL* crl);
+// The stored duplicate of an object, or null: a certificate of the same issuer, serial number and key, or a CRL with
+// the same signature.
+[[nodiscard]] PELNIC_X509_CERT* _pnvFindDuplicateCert(const LIST_TYPE_PELNIC_X509_CERT* list,
+                                                      const PkiIndex<PELNIC_X509_CERT>* pIndex,
+                                                      const PELNIC_X509_CERT* cert);
+[[nodiscard]] PELNIC_X509_CRL* _pnvFindDuplicateCrl(const LIST_TYPE_PELNIC_X509_CRL* list,
+                                                    const PkiIndex<PELNIC_X509_CRL>* pIndex,
+                                                    const PELNIC_X509_CRL* crl);
+
+// Enters an object that has no duplicate there.
+void _pnvIndexCert(PkiIndex<PELNIC_X509_CERT>* pIndex, PELNIC_X509_CERT* cert);
+void _pnvIndexCrl(PkiIndex<PELNIC_X509_CRL>* pIndex, PELNIC_X509_CRL* crl);
 
 #endif

@@ -1,6 +1,8 @@
 // Proxies for the callback table, the calendar arithmetic and the single logging entry.
 #include "pelnic_plt_proxy.h"
 
+#include "pelnic_faults.h"
+
 constexpr PNV_UINT32 LOG_MESSAGE_SIZE = 2048;
 
 static const PELNIC_SYS_MEM_FUNCS& mem(const PELNIC_VRF* ctx)
@@ -240,10 +242,10 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
     const PNV_THREAD_ID thread = plt.get_thread_id == nullptr ? nullptr : plt.get_thread_id();
     const PNV_TIME_T time = plt.get_utc_time == nullptr ? 0 : plt.get_utc_time();
 
-    const PNV_UINT32 faults = ctx->nCallbackFaults;
+    const FaultWatch watch{ctx};
     void* block = nullptr;
     if (pelnic_malloc_with0(ctx, &block, LOG_MESSAGE_SIZE) != 0) {
-        ctx->nCallbackFaults = faults; // a log that fails changes no verdict
+        watch.forgive(); // a log that fails changes no verdict
         log_func(PELNIC_LOG_TYPE_ERROR, __FILE__, __LINE__, __func__, thread, time, PELNIC_ERR_SYS_MEM_ALLOC,
                  "Allocate memory for log message failed.");
         log_func(log_level, filename, line, function, thread, time, rc, msg);

@@ -16,6 +16,13 @@ typedef struct pelnic_verify_process_st {
     LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO md_info_list;
 } PELNIC_VERIFY_PROCESS;
 
+// The run in progress, if there is one. Written by class OperationRun alone.
+typedef struct pelnic_run_st {
+    PNV_UINT64 nNumber; // of the current or latest run
+    PNV_UINT32 nInProgress;
+    PNV_UINT32 nFaultsBefore; // nCallbackFaults when it began
+} PELNIC_RUN;
+
 struct pelnic_vrf_st {
     size_t st_size;
     PNV_BOOL crl_frozen; // set by the first begin: no CRL can be added any more
@@ -28,13 +35,11 @@ struct pelnic_vrf_st {
     PELNIC_ERROR_CODE last_err;
     PNV_INT curr_depth; // nested certificate verifications in progress
     PNV_BYTE resv[64];
-    // Memory, copy and verification callbacks that failed so far. Some failures pass for an answer where they happen,
-    // and a verdict that was reached meanwhile must not be an acceptance.
-    mutable PNV_UINT32 nCallbackFaults;
-    // One of them failed while certificates or CRLs were taken in. What is missing for that may be what revokes, so
-    // that nothing is accepted from then on.
-    PNV_BOOL bInputLost;
-    PNV_UINT32 nEpoch; // of the outermost certificate verifications, the latest: what earlier ones found out is void
+    mutable PNV_UINT32 nCallbackFaults; // failing callbacks so far; pelnic_faults.h tells what they mean
+    PNV_BOOL bInputLost;                // one of them cost a certificate or CRL for good
+    mutable PELNIC_RUN run;
+    PNV_UINT32 nVerificationsInProgress; // calls of pelnic_pki_verify_cert, the nested ones included
+    PNV_UINT32 nVerification;            // number of the current or latest outermost one
 };
 
 #endif

@@ -67,24 +67,30 @@ typedef struct pelnic_x509_certinfo_st {
     PELNIC_X509_EXTENSION_BUNDLE* extensions; // null when absent
 } PELNIC_X509_CERTINFO;
 
-// Where an object stands in the index of its store.
-template <typename Object> struct PELNIC_INDEX_LINKS {
-    Object* pBefore;
-    Object* pAfter;
+typedef struct pelnic_x509_cert_st PELNIC_X509_CERT;
+
+// What the PKI finds out about a record, so that it finds it out once in a run. Void in any other run or context.
+struct PkiFindings {
+    const PELNIC_VRF* pVrf; // context and number of the run
+    PNV_UINT64 nRun;
+    PNV_UINT32 nTrustTried;             // index of the first CA not yet tried as its issuer
+    PNV_UINT32 nLocalTried;             // the same in the local store, for a CRL
+    const PELNIC_X509_CERT* pCrlIssuer; // has verified the CRL's signature
+    PNV_BOOL bNotSelfSigned;            // its signature does not verify with its own key
+    PNV_UINT32 nVerification;           // number of the outermost verification that the rest is about
+    PNV_UINT32 nVerifiedDepths;         // bit d: nResult[d] is what verifying it at depth d returned
+    PELNIC_ERROR_CODE nResult[11];      // MAX_NESTED_VERIFICATIONS
+};
+
+// The PKI's own notes on a record, which nobody else reads or writes.
+template <typename Record> struct PkiNotes {
+    PkiFindings found;
+    // Where the record stands in the index of its store; level 0 in none.
+    Record* pBefore;
+    Record* pAfter;
     PNV_UINT32 nLevel;
 };
 
-constexpr PNV_UINT32 MAX_NESTED_VERIFICATIONS = 11;
-
-// What one outermost verification has found out about a certificate, so that it is found out once: many CRLs ask the
-// same of their issuers, on every level of the chain.
-typedef struct pelnic_x509_cert_memo_st {
-    PNV_UINT32 nEpoch;          // the context's, when the rest was written
-    PNV_UINT32 nVerifiedDepths; // bit d: nResult[d] is what verifying it at depth d returned
-    PELNIC_ERROR_CODE nResult[MAX_NESTED_VERIFICATIONS];
-} PELNIC_X509_CERT_MEMO;
-
-typedef struct pelnic_x509_cert_st PELNIC_X509_CERT;
 struct pelnic_x509_cert_st {
     PELNIC_ASN_OCTS* raw_signed; // the whole encoding of toBeSigned, which is what the signature covers
     PELNIC_X509_CERTINFO* toBeSigned;
@@ -92,11 +98,8 @@ struct pelnic_x509_cert_st {
     PELNIC_ASN_BITS* signature;
     mutable const PELNIC_X509_CERT* pIssuer; // not owned; once found it stays
     PNV_INT32 iRef;
-    PNV_BOOL bFromPackage;              // came with a signature, a token or a CRL: never ends a chain
-    mutable PNV_BOOL bNotSelfSigned;    // the check of its signature with its own key has said no
-    mutable PNV_UINT32 nIssuersRefused; // the first so many of the trust store did not issue it
-    mutable PELNIC_X509_CERT_MEMO memo;
-    PELNIC_INDEX_LINKS<PELNIC_X509_CERT> index;
+    PNV_BOOL bFromPackage; // came with a signature, a token or a CRL: never ends a chain
+    mutable PkiNotes<PELNIC_X509_CERT> pki;
 };
 PNV_DECLARE_LIST(PELNIC_X509_CERT);
 
@@ -135,11 +138,7 @@ struct pelnic_x509_crl_st {
     PELNIC_X509_ALGO_IDENTIFIER* algorithm;
     PELNIC_ASN_BITS* signature;
     PNV_INT32 iRef;
-    // What the search for its issuer has learnt, so that no signature is checked twice against one candidate.
-    mutable const PELNIC_X509_CERT* pIssuer; // not owned; verified the signature
-    mutable PNV_UINT32 nTrustRefused;        // the first so many of the trust store are not its issuer
-    mutable PNV_UINT32 nLocalRefused;        // the same for the local store
-    PELNIC_INDEX_LINKS<PELNIC_X509_CRL> index;
+    mutable PkiNotes<PELNIC_X509_CRL> pki;
 };
 
 typedef struct pelnic_x509_crl_bundle_st {

@@ -202,8 +202,8 @@ std::optional<Failure> ChainWalk::readBest(const PELNIC_X509_CERT* cert, const P
     const Json revoked = memberOf(find(*best->raw_signed), "revoked");
     const auto entry = std::find_if(revoked.begin(), revoked.end(),
                                     [&](const Json& e) { return e["serial"] == memberOf(link, "serial"); });
-    const PELNIC_X509_CRL* used = nullptr;
-    const PELNIC_ERROR_CODE rc = _pnvCheckCrlOfCert(vrf_, cert, &used);
+    PELNIC_X509_CRL* used = nullptr;
+    const PELNIC_ERROR_CODE rc = _pnvCheckCrlOfCert(vrf_, const_cast<PELNIC_X509_CERT*>(cert), &used);
     if (rc == 0) {
         json["says"] = entry == revoked.end() ? "does not list it" : "revokes it only later";
         return std::nullopt;

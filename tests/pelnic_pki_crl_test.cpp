@@ -50,8 +50,8 @@ protected:
 
     const DemoPki pki_;
     const PELNIC_X509_CERT* root_ = nullptr;
-    const PELNIC_X509_CERT* ca_ = nullptr;
-    const PELNIC_X509_CERT* signer_ = nullptr;
+    PELNIC_X509_CERT* ca_ = nullptr;
+    PELNIC_X509_CERT* signer_ = nullptr;
 };
 
 // ---- Whose CRL it is ----
@@ -530,14 +530,14 @@ TEST_F(CertRevoked, PassesOnFailures)
 
 class CrlOfCert : public CrlTest {
 protected:
-    PELNIC_ERROR_CODE Check(const PELNIC_X509_CERT* cert)
+    PELNIC_ERROR_CODE Check(PELNIC_X509_CERT* cert)
     {
         used_ = &mark_;
         return _pnvCheckCrlOfCert(stores_, cert, &used_);
     }
 
-    const PELNIC_X509_CRL mark_{};
-    const PELNIC_X509_CRL* used_ = nullptr; // the mark while nothing was written
+    PELNIC_X509_CRL mark_{};
+    PELNIC_X509_CRL* used_ = nullptr; // the mark while nothing was written
 };
 
 TEST_F(CrlOfCert, IsNotAskedForWhenTheCheckIsOff)

@@ -26,7 +26,7 @@ const Bytes& Sample()
 template <typename Object> std::size_t HeightOf(const Object* index)
 {
     if (index == nullptr) return 0;
-    return 1 + std::max(HeightOf(index->index.pBefore), HeightOf(index->index.pAfter));
+    return 1 + std::max(HeightOf(index->pki.pBefore), HeightOf(index->pki.pAfter));
 }
 constexpr std::size_t kMostHeight = 20; // 2^10 is more than the count, and no way is twice as long as another
 
@@ -52,17 +52,18 @@ TEST(PkiIndex, FindsEachCertificateAndStaysLow)
     for (Series series : kSeries) {
         CleanPlan plan;
         Stores stores(plan);
-        PELNIC_X509_CERT* index = nullptr;
+        LIST_TYPE_PELNIC_X509_CERT none{};
+        PkiIndex<PELNIC_X509_CERT> index{};
         for (std::size_t i = 0; i < kCount; ++i) {
             PELNIC_X509_CERT* const cert = stores.Cert(series(i));
-            ASSERT_EQ(_pnvFindDuplicateCert(index, cert), nullptr);
+            ASSERT_EQ(_pnvFindDuplicateCert(&none, &index, cert), nullptr);
             _pnvIndexCert(&index, cert);
-            ASSERT_EQ(_pnvFindDuplicateCert(index, stores.Cert(series(i))), cert);
+            ASSERT_EQ(_pnvFindDuplicateCert(&none, &index, stores.Cert(series(i))), cert);
         }
         for (std::size_t i = 0; i < kCount; ++i) {
-            EXPECT_NE(_pnvFindDuplicateCert(index, stores.Cert(series(i))), nullptr);
+            EXPECT_NE(_pnvFindDuplicateCert(&none, &index, stores.Cert(series(i))), nullptr);
         }
-        EXPECT_LE(HeightOf(index), kMostHeight);
+        EXPECT_LE(HeightOf(index.pRoot), kMostHeight);
     }
 }
 
@@ -72,14 +73,16 @@ TEST(PkiIndex, FindsEachCrlAndStaysLow)
     const auto nth = [&](std::size_t i) { return Replace(sample, {2}, Bits(0, Number(i))); };
     CleanPlan plan;
     Stores stores(plan);
-    PELNIC_X509_CRL* index = nullptr;
+    LIST_TYPE_PELNIC_X509_CRL none{};
+    PkiIndex<PELNIC_X509_CRL> index{};
     for (std::size_t i = 0; i < kCount; ++i) {
         PELNIC_X509_CRL* const crl = stores.Crl(nth(i));
-        ASSERT_EQ(_pnvFindDuplicateCrl(index, crl), nullptr);
+        ASSERT_EQ(_pnvFindDuplicateCrl(&none, &index, crl), nullptr);
         _pnvIndexCrl(&index, crl);
     }
-    for (std::size_t i = 0; i < kCount; ++i) EXPECT_NE(_pnvFindDuplicateCrl(index, stores.Crl(nth(i))), nullptr);
-    EXPECT_LE(HeightOf(index), kMostHeight);
+    for (std::size_t i = 0; i < kCount; ++i)
+        EXPECT_NE(_pnvFindDuplicateCrl(&none, &index, stores.Crl(nth(i))), nullptr);
+    EXPECT_LE(HeightOf(index.pRoot), kMostHeight);
 }
 
 // The order takes for equal what the comparisons of names, numbers and keys take for equal, tags included.
@@ -118,9 +121,10 @@ TEST(PkiIndex, AgreesWithTheComparisons)
                                pelnic_compare_x509_name(stores, one.issuer, other.issuer) == 0 &&
                                pelnic_compare_asn_bits(stores, &one.subjectPubKey->subjectPublicKey,
                                                        &other.subjectPubKey->subjectPublicKey) == 0;
-            PELNIC_X509_CERT* index = nullptr;
+            LIST_TYPE_PELNIC_X509_CERT none{};
+            PkiIndex<PELNIC_X509_CERT> index{};
             _pnvIndexCert(&index, stored);
-            EXPECT_EQ(_pnvFindDuplicateCert(index, added) != nullptr, equal);
+            EXPECT_EQ(_pnvFindDuplicateCert(&none, &index, added) != nullptr, equal);
         }
     }
 }

@@ -137,6 +137,8 @@ public:
 
     // From here on verify_final answers this without any RSA, and the calls before it succeed. The rest is unchanged.
     void StubVerification(PELNIC_ERROR_CODE code, PNV_INT verdict);
+    // These signatures stay good under the stub.
+    void Spare(std::set<Bytes> signatures) { spared_ = std::move(signatures); }
     // From here on a signature that was good once in this process is good again without any RSA. For sweeps, which ask
     // the same a thousand times.
     void RememberGoodSignatures() { remembers_ = true; }
@@ -186,6 +188,7 @@ private:
     std::optional<Fault> fault_;
     std::size_t faultsMet_ = 0;
     std::optional<Stub> stub_;
+    std::set<Bytes> spared_;
     bool remembers_ = false;
     PNV_THREAD_ID thread_ = nullptr;
     PNV_TIME_T now_ = 0;
