@@ -35,8 +35,7 @@ PELNIC_ERROR_CODE _pnvDecodeCert(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT_
     if (pelnic_list_init(pVrf, _pnvAsList(&pCerts->certs), pRawCerts->bundle.num) != 0) return PELNIC_ERR_CMS_DECODE;
     for (PNV_UINT32 i = 0; i < pRawCerts->bundle.num; ++i) {
         if (appendDecoded(pVrf, pCerts, pRawCerts->bundle.data[i]) != 0) {
-            const PELNIC_ERROR_CODE rc = PELNIC_ERR_CMS_DECODE;
-            return PNV_FAIL(pVrf, rc);
+            return PNV_FAIL(pVrf, PELNIC_ERR_CMS_DECODE);
         }
     }
     freeCerts.armed = false;

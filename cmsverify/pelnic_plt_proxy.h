@@ -78,6 +78,8 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
 
 // Logs a failure and has its code as value. rc is evaluated twice: pass a variable or a constant.
 #define PNV_FAIL(pVrf, rc) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, nullptr), rc)
+// The end of an operation: 0, or a failure that is logged.
+#define PNV_DONE(pVrf, rc) ((rc) == 0 ? 0 : PNV_FAIL(pVrf, rc))
 #define PNV_FAIL_MSG(pVrf, rc, ...) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, __VA_ARGS__), rc)
 
 // Undoes what the function has acquired so far, on every return until it is disarmed. Guards undo in reverse order.

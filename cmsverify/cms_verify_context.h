@@ -1,0 +1,12 @@
+// The verify context.
+#ifndef CMS_VERIFY_CONTEXT_H
+#define CMS_VERIFY_CONTEXT_H
+
+#include "pelnic_vrf.h"
+
+// The tests of pelnic_verify_create_ctx, in their order; unlogged.
+[[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCreateParams(const PELNIC_CTX_CREATE_PARAMS* pParams);
+// What every operation asks of its handle first; never logged.
+[[nodiscard]] PELNIC_ERROR_CODE checkContext(PELNIC_VRF_CTX ctx);
+
+#endif
