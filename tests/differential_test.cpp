@@ -8,6 +8,8 @@
 #include "support/process.h"
 #include "verify_signature.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <iomanip>
 #include <iostream>

@@ -153,7 +153,7 @@ TEST(WorkLaws, ForgedCrlsOfNamesakes)
         EXPECT_EQ(stores.Verify(signer), 0u);
         ExpectAtMost(
             Times(n, "CAs and as many forged CRLs of one name"), meter.Spent(),
-            {n * (n + 1) + 2, 80 * n * n + 120 * n + 100, 9 * n * n + 10 * n + 50, 20 * n + 2560, 5200 * n + 15000});
+            {n * (n + 1) + 2, 80 * n * n + 120 * n + 200, 9 * n * n + 10 * n + 50, 20 * n + 2560, 5200 * n + 15000});
         const Meter again(plan); // nothing that was refused is remembered
         EXPECT_EQ(stores.Verify(signer), 0u);
         EXPECT_EQ(again.Spent().checks, n * (n + 1) + 2);
