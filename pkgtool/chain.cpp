@@ -70,10 +70,9 @@ bool hasKeyUsage(const PELNIC_VRF* vrf, const PELNIC_X509_CERT* cert, PNV_UINT32
     return pelnic_x509_cert_get_keyusage(vrf, cert, &usage) == 0 && (usage & bit) != 0;
 }
 
-Json ChainWalk::find(const PELNIC_ASN_OCTS& signedPart) const
+const Json& ChainWalk::find(const PELNIC_ASN_OCTS& signedPart) const
 {
-    const auto found = contents_.objects.find(Bytes(signedPart.octs, signedPart.octs + signedPart.len));
-    return found != contents_.objects.end() ? found->second : Json::object();
+    return contents_.objects.at(Bytes(signedPart.octs, signedPart.octs + signedPart.len));
 }
 
 Json ChainWalk::describe(const PELNIC_X509_CERT* cert) const
@@ -85,8 +84,10 @@ Json ChainWalk::describe(const PELNIC_X509_CERT* cert) const
 
 Json ChainWalk::describe(const PELNIC_X509_CRL* crl) const
 {
-    Json json = find(*crl->raw_signed);
-    json.erase("revoked"); // as long as it likes; what counts here comes below
+    Json json;
+    for (const auto& [name, value] : find(*crl->raw_signed).items()) {
+        if (name != "revoked") json[name] = value; // that is as long as it likes, and what counts of it comes below
+    }
     return json;
 }
 
@@ -199,7 +200,7 @@ std::optional<Failure> ChainWalk::readBest(const PELNIC_X509_CERT* cert, const P
 {
     json["is_chosen"] = true;
     next_ = isIndirect(vrf_, best) ? _pnvFindCertIssuer(vrf_, cert) : pelnic_pki_find_crl_issuer(vrf_, best);
-    const Json revoked = memberOf(find(*best->raw_signed), "revoked");
+    const Json& revoked = memberOf(find(*best->raw_signed), "revoked");
     const auto entry = std::find_if(revoked.begin(), revoked.end(),
                                     [&](const Json& e) { return e["serial"] == memberOf(link, "serial"); });
     PELNIC_X509_CRL* used = nullptr;

@@ -45,7 +45,8 @@ private:
     std::string now() const { return timeText(vrf_->base_time); }
     Json describe(const PELNIC_X509_CERT* cert) const;
     Json describe(const PELNIC_X509_CRL* crl) const;
-    Json find(const PELNIC_ASN_OCTS& signedPart) const;
+    // Both read with one decoder, so that what one has the other has too.
+    const Json& find(const PELNIC_ASN_OCTS& signedPart) const;
 
     std::optional<Reason> judgeDates(const PELNIC_X509_CERT* cert, const Json& link) const;
     Reason judgeTop(const PELNIC_X509_CERT* cert, const Json& link) const;

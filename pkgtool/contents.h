@@ -1,4 +1,4 @@
-// What is in a package, decoded as far as it goes and judged by nobody: OpenSSL reads more than the checker does. The
+// What is in a package, decoded as the checker decodes it, and by OpenSSL where only that can; judged by nobody. The
 // members of these documents are described in docs/explain.md.
 #ifndef PKGTOOL_CONTENTS_H
 #define PKGTOOL_CONTENTS_H
@@ -19,6 +19,13 @@ constexpr const char* CRL_FILE = "crl file";
 constexpr const char* SIGNATURE = "signature";
 constexpr const char* TOKEN = "token";
 } // namespace source
+
+// Which of the two readers of reader.h takes an object.
+namespace read_by {
+constexpr const char* BOTH = "both";
+constexpr const char* CHECKER = "checker";
+constexpr const char* OPENSSL = "openssl";
+} // namespace read_by
 
 struct Contents {
     Json root;     // the certificate that is trusted, or null when it cannot be read

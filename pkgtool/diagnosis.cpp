@@ -5,9 +5,9 @@
 #include "container.h"
 #include "crl_bundle.h"
 #include "error.h"
+#include "library.h"
 
 #include "cmsverify/cms_verify.h"
-#include "cmsverify/pelnic_asn1_decode.h"
 #include "cmsverify/pelnic_cms_utils.h"
 #include "cmsverify/pelnic_pkcs7_verify.h"
 #include "cmsverify/pelnic_x509_cert.h"
@@ -33,18 +33,6 @@ Reason refine(Reason reason, const std::function<void()>& check)
     }
     return reason;
 }
-
-struct ReleaseSignature {
-    const PELNIC_VRF* vrf;
-    void operator()(PELNIC_PKCS7_CONTENT* content) const { pelnic_pkcs7_free_signed(vrf, content); }
-};
-using SignatureRecord = std::unique_ptr<PELNIC_PKCS7_CONTENT, ReleaseSignature>;
-
-struct ReleaseOctets {
-    const PELNIC_VRF* vrf;
-    void operator()(PELNIC_ASN_OCTS* octets) const { pelnic_asn_free(vrf, octets, &PELNIC_ASN_OCTS_item, 0); }
-};
-using OctetsRecord = std::unique_ptr<PELNIC_ASN_OCTS, ReleaseOctets>;
 
 // Takes the steps of a verification. The library ends at the first that fails; here the rest is still told, as far as
 // it can be.
@@ -96,7 +84,7 @@ void Replay::fail(PELNIC_ERROR_CODE rc, const Failure& what)
 {
     if (hasFailed()) return;
     code = rc;
-    const Json subject = memberOf(what.about, "subject");
+    const Json& subject = memberOf(what.about, "subject");
     failure = {{"at", what.at},
                {"kind", what.reason.kind},
                {"subject", subject.is_null() ? memberOf(what.about, "issuer") : subject},
@@ -209,7 +197,7 @@ void Replay::checkSignature(const PELNIC_VERIFY_SIGNATURE_S& sig)
     }
     (void)_pnvExtractCertsIntoVerifyContext(vrf_, decoded);
     const LIST_TYPE_PELNIC_PKCS7_SIGNER_INFO& infos = decoded->signed_data->signer_infos->infos;
-    const Json content = memberOf(contents_.subFiles[*indexOf(SUB_FILE_CMS)], "content");
+    const Json& content = memberOf(contents_.subFiles[*indexOf(SUB_FILE_CMS)], "content");
     for (PNV_UINT32 i = 0; i < infos.num; ++i) {
         checkSigner(infos.data[i], elementOf(memberOf(content, "signers"), i), "/signers/" + std::to_string(i));
     }
@@ -280,7 +268,7 @@ void Replay::checkToken(const PELNIC_PKCS7_CONTENT* token, const PELNIC_PKCS7_SI
     (void)_pnvExtractCertsIntoVerifyContext(vrf_, token);
     const PELNIC_PKCS7_SIGNER_INFO_BUNDLE* const signersOfToken = token->signed_data->signer_infos;
     for (PNV_UINT32 i = 0; signersOfToken != nullptr && i < signersOfToken->infos.num; ++i) {
-        const Json authority = elementOf(memberOf(view, "signers"), i);
+        const Json& authority = elementOf(memberOf(view, "signers"), i);
         node["authorities"].push_back({{"subject", nullptr},
                                        {"issuer", memberOf(authority, "issuer")},
                                        {"serial", memberOf(authority, "serial")},

@@ -132,16 +132,11 @@ void printChain(const Json& chain, const Screen& screen, const std::string& at, 
     for (std::size_t i = 0; i < chain.size(); ++i) {
         const Json& cert = chain[i];
         const std::string place = at + "/" + std::to_string(i);
-        if (!cert.contains("subject")) {
-            screen.line(place, depth, "a certificate that only the checker can decode");
-            continue;
-        }
         screen.line(place, depth,
                     briefName(cert["subject"]) + ", " + dayOf(cert["not_before"]) + " to " + dayOf(cert["not_after"]) +
                         " (" + textOf(cert["source"]) + ")");
         for (std::size_t k = 0; k < cert["crls"].size(); ++k) {
             const Json& crl = cert["crls"][k];
-            if (!crl.contains("issuer")) continue;
             char score[16];
             (void)snprintf(score, sizeof score, "0x%02x", crl["score"].get<unsigned>());
             screen.line(place + "/crls/" + std::to_string(k), depth + 1,

@@ -15,9 +15,9 @@ namespace {
 constexpr int WEAK_KEY_BITS = 2048;
 constexpr std::time_t DAY = 86400;
 
-std::string pointerTo(const char* array, std::size_t i)
+std::string pointerTo(const std::string& array, std::size_t i)
 {
-    return std::string(array) + "/" + std::to_string(i);
+    return array + "/" + std::to_string(i);
 }
 
 std::optional<std::time_t> secondsOf(const Json& time)
@@ -43,12 +43,11 @@ std::optional<std::size_t> indexOf(const Contents& contents, std::uint32_t type)
     return std::nullopt;
 }
 
-// What was decoded of it, or an empty object.
-Json contentOf(const Contents& contents, std::uint32_t type)
+// What was decoded of it, or null.
+const Json& contentOf(const Contents& contents, std::uint32_t type)
 {
     const std::optional<std::size_t> index = indexOf(contents, type);
-    return index && contents.subFiles[*index].contains("content") ? contents.subFiles[*index]["content"]
-                                                                  : Json::object();
+    return index ? memberOf(contents.subFiles[*index], "content") : NO_VALUE;
 }
 
 std::string placeOf(const Contents& contents, std::uint32_t type)
@@ -132,6 +131,36 @@ void lintUnsigned(const Contents& contents, Findings& findings)
                               : "there is no signature: every device accepts the package without a word"});
 }
 
+// ---- What only one of two readers takes ----
+
+std::string whatIs(const Json& object, const char* member)
+{
+    if (object.contains("subject")) return "the certificate " + briefName(object["subject"]);
+    if (object.contains("issuer")) return "the CRL of " + briefName(object["issuer"]);
+    if (object.contains("form")) return "the signature";
+    return std::string(member) == "read_by" ? "the timestamp" : "the timestamp's TSTInfo";
+}
+
+void lintReaders(const Json& object, const std::string& at, Findings& findings)
+{
+    for (const char* member : {"read_by", "tst_info_read_by"}) {
+        if (memberOf(object, member) == read_by::CHECKER) {
+            findings.push_back({"read-by-checker-alone", Severity::Warning, at,
+                                whatIs(object, member) + " is taken by the checker, and OpenSSL refuses to decode it"});
+        }
+        if (memberOf(object, member) == read_by::OPENSSL) {
+            findings.push_back({"read-by-openssl-alone", Severity::Warning, at,
+                                whatIs(object, member) + " can be decoded by OpenSSL, and not by the checker"});
+        }
+    }
+    for (const char* member : {"certificates", "crls", "signers", "timestamps"}) {
+        const Json& array = memberOf(object, member);
+        for (std::size_t i = 0; i < array.size(); ++i) {
+            lintReaders(array[i], at + pointerTo(std::string("/") + member, i), findings);
+        }
+    }
+}
+
 // ---- Signers and certificates ----
 
 void lintAttributes(const Json& signer, const std::string& at, Findings& findings)
@@ -189,6 +218,7 @@ void lintCertificates(const Json& certificates, const std::string& at, Findings&
 {
     for (std::size_t i = 0; i < certificates.size(); ++i) {
         const Json& cert = certificates[i];
+        if (!cert.contains("subject")) continue; // no certificate, and the package is refused for it
         const std::string place = at + pointerTo("/certificates", i);
         const std::string name = briefName(cert["subject"]);
         if (cert["is_self_issued"] == true) {
@@ -228,7 +258,7 @@ void lintRenewedCas(const Contents& contents, Findings& findings)
 std::optional<std::time_t> latestTimestamp(const Contents& contents)
 {
     std::optional<std::time_t> latest;
-    const Json signature = contentOf(contents, SUB_FILE_CMS);
+    const Json& signature = contentOf(contents, SUB_FILE_CMS);
     if (!signature.contains("signers")) return latest;
     for (const Json& signer : signature["signers"]) {
         for (const Json& token : signer["timestamps"]) {
@@ -283,11 +313,20 @@ Findings lintContainer(const Contents& contents, std::size_t size)
     return findings;
 }
 
+Findings lintReading(const Contents& contents)
+{
+    Findings findings;
+    for (const std::uint32_t type : {SUB_FILE_CMS, SUB_FILE_CRL}) {
+        lintReaders(contentOf(contents, type), placeOf(contents, type), findings);
+    }
+    return findings;
+}
+
 Findings lintSignature(const Contents& contents)
 {
     Findings findings;
     const std::string place = placeOf(contents, SUB_FILE_CMS);
-    const Json signature = contentOf(contents, SUB_FILE_CMS);
+    const Json& signature = contentOf(contents, SUB_FILE_CMS);
     if (!signature.contains("signers")) return findings;
     lintSigners(signature["signers"], place, findings);
     lintCertificates(signature["certificates"], place, findings);
@@ -299,7 +338,7 @@ Findings lintCrls(const Contents& contents, const Limits& limits)
 {
     Findings findings;
     const std::string place = placeOf(contents, SUB_FILE_CRL);
-    const Json file = contentOf(contents, SUB_FILE_CRL);
+    const Json& file = contentOf(contents, SUB_FILE_CRL);
     if (!file.contains("crls")) return findings;
     const std::optional<std::time_t> signedAt = latestTimestamp(contents);
     for (std::size_t i = 0; i < file["crls"].size(); ++i) {

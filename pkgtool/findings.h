@@ -29,6 +29,8 @@ struct Limits {
 };
 
 Findings lintContainer(const Contents& contents, std::size_t size);
+// What only one of the two readers takes.
+Findings lintReading(const Contents& contents);
 Findings lintSignature(const Contents& contents);
 Findings lintCrls(const Contents& contents, const Limits& limits);
 

@@ -20,10 +20,19 @@ std::string listText(const Json& values)
     return text;
 }
 
+// Which reader took it, unless both did.
+std::string readersText(const Json& object)
+{
+    if (object["read_by"] == read_by::CHECKER) return ", which OpenSSL cannot decode";
+    return object["read_by"] == read_by::OPENSSL ? ", which the checker cannot decode" : "";
+}
+
 void printCertificate(const Json& cert, const std::string& indent)
 {
-    printf("%scertificate %s, serial %s\n", indent.c_str(), textOf(cert["subject"]).c_str(),
-           textOf(cert["serial"]).c_str());
+    if (!cert.contains("subject"))
+        return (void)printf("%s%s among the certificates\n", indent.c_str(), textOf(cert["problem"]).c_str());
+    printf("%scertificate %s, serial %s%s\n", indent.c_str(), textOf(cert["subject"]).c_str(),
+           textOf(cert["serial"]).c_str(), readersText(cert).c_str());
     printf("%s    issued by %s\n", indent.c_str(), textOf(cert["issuer"]).c_str());
     printf("%s    %s to %s, %s %s, signed with %s\n", indent.c_str(), textOf(cert["not_before"]).c_str(),
            textOf(cert["not_after"]).c_str(), textOf(cert["key"]).c_str(), textOf(cert["key_bits"]).c_str(),
@@ -33,8 +42,9 @@ void printCertificate(const Json& cert, const std::string& indent)
 
 void printCrl(const Json& crl, const std::string& indent)
 {
-    printf("%sCRL of %s%s\n", indent.c_str(), textOf(crl["issuer"]).c_str(),
-           crl["is_indirect"] == true ? ", and for other issuers" : "");
+    printf("%sCRL of %s%s%s\n", indent.c_str(), textOf(crl["issuer"]).c_str(),
+           crl["is_indirect"] == true ? ", and for other issuers" : "", readersText(crl).c_str());
+    if (!crl["scope"].empty()) printf("%s    limited to: %s\n", indent.c_str(), listText(crl["scope"]).c_str());
     printf("%s    %s to %s, signed with %s\n", indent.c_str(), textOf(crl["this_update"]).c_str(),
            textOf(crl["next_update"]).c_str(), textOf(crl["signature_algorithm"]).c_str());
     if (crl["revoked"].empty()) printf("%s    revokes nothing\n", indent.c_str());
@@ -49,11 +59,13 @@ void printSignedData(const Json& data, const std::string& indent);
 
 void printToken(const Json& token, const std::string& indent)
 {
-    if (!token["problem"].is_null())
-        return (void)printf("%stimestamp: %s\n", indent.c_str(), textOf(token["problem"]).c_str());
-    printf("%stimestamp %s, serial %s, policy %s, imprint by %s\n", indent.c_str(), textOf(token["time"]).c_str(),
-           textOf(token["serial"]).c_str(), textOf(token["policy"]).c_str(), textOf(token["imprint"]).c_str());
-    printSignedData(token, indent + "    ");
+    if (!token["problem"].is_null()) printf("%stimestamp: %s\n", indent.c_str(), textOf(token["problem"]).c_str());
+    if (token.contains("time")) {
+        printf("%stimestamp %s, serial %s, policy %s, imprint by %s%s\n", indent.c_str(), textOf(token["time"]).c_str(),
+               textOf(token["serial"]).c_str(), textOf(token["policy"]).c_str(), textOf(token["imprint"]).c_str(),
+               readersText(token).c_str());
+    }
+    if (token.contains("signers")) printSignedData(token, indent + "    ");
 }
 
 void printSigner(const Json& signer, const std::string& indent)
@@ -83,11 +95,11 @@ void printContent(const Json& content)
         for (const Json& crl : content["crls"]) printCrl(crl, indent);
         if (content["unread_bytes"] != 0)
             printf("  %s bytes of something else\n", textOf(content["unread_bytes"]).c_str());
-    } else if (content["problem"].is_null()) {
-        printSignedData(content, indent);
-    } else {
-        printf("  %s\n", textOf(content["problem"]).c_str());
+        return;
     }
+    if (!content["problem"].is_null()) printf("  %s\n", textOf(content["problem"]).c_str());
+    if (content["read_by"] == read_by::CHECKER) printf("  OpenSSL cannot decode this signature\n");
+    if (content.contains("signers")) printSignedData(content, indent);
 }
 
 void inspect(const std::string& path, bool json)

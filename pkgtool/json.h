@@ -18,15 +18,18 @@ inline Json orNull(const std::string& text)
     return text.empty() ? Json() : Json(text);
 }
 
-// A member of an object, or null when there is no such object or member.
-inline Json memberOf(const Json& object, const char* name)
+inline const Json NO_VALUE;
+
+// A member inside an object, or null when there is no such object or member.
+inline const Json& memberOf(const Json& object, const char* name)
 {
-    return object.is_object() && object.contains(name) ? object[name] : Json();
+    const auto found = object.find(name);
+    return found != object.end() ? *found : NO_VALUE;
 }
 
-inline Json elementOf(const Json& array, std::size_t i)
+inline const Json& elementOf(const Json& array, std::size_t i)
 {
-    return array.is_array() && i < array.size() ? array[i] : Json();
+    return array.is_array() && i < array.size() ? array[i] : NO_VALUE;
 }
 
 // A value for people: names come from packages, and go to a terminal.

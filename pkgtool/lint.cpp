@@ -58,6 +58,7 @@ Findings lintAll(const LintOptions& options)
     const Contents contents = readContents(package, root.content, root.source);
     Findings findings = lintVerdict(package, root);
     append(findings, lintContainer(contents, package.size()));
+    append(findings, lintReading(contents));
     append(findings, lintSignature(contents));
     append(findings, lintCrls(contents, options.limits));
     std::stable_sort(findings.begin(), findings.end(),

@@ -613,8 +613,8 @@ TEST_F(PkgtoolExplain, TellsTheWholeChain)
     EXPECT_EQ(signer["chain"][2]["crls"], Json::array());
     EXPECT_EQ(signer["chain"][0]["crls"], Json::parse(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
-        "signature_algorithm": "RSA-SHA256", "is_indirect": false, "source": "crl file", "score": 224,
-        "is_chosen": true, "says": "revokes it only later"}])"));
+        "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "source": "crl file",
+        "read_by": "both", "score": 224, "is_chosen": true, "says": "revokes it only later"}])"));
     EXPECT_EQ(signer["chain"][1]["crls"][0]["says"], "does not list it");
     EXPECT_EQ(signer["chain"][1]["crls"][0]["score"], 96);
 }

@@ -60,7 +60,7 @@ TEST_F(PkgtoolInspect, ShowsTheSignature)
         "issuer": "C=ZZ,O=Example,CN=Test Signing CA", "serial": "23", "not_before": "2020-01-01T00:00:00Z",
         "not_after": "2040-01-01T00:00:00Z", "key": "RSA", "key_bits": 2048, "signature_algorithm": "RSA-SHA256",
         "is_ca": false, "is_self_issued": false, "usage": ["digitalSignature", "codeSigning"],
-        "source": "signature"})"));
+        "source": "signature", "read_by": "both"})"));
     const Json signer = signature["signers"][0];
     EXPECT_EQ(signer["issuer"], "C=ZZ,O=Example,CN=Test Signing CA");
     EXPECT_EQ(signer["serial"], "23");
@@ -80,9 +80,10 @@ TEST_F(PkgtoolInspect, ShowsCrls)
     EXPECT_EQ(der["crls"].size(), 3u);
     EXPECT_EQ(der["crls"][1], Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
-        "signature_algorithm": "RSA-SHA256", "is_indirect": false, "revoked": [
+        "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "revoked": [
             {"serial": "23", "date": "2025-06-01T00:00:00Z", "reason": "keyCompromise"},
-            {"serial": "7F", "date": "2025-06-01T00:00:00Z", "reason": null}], "source": "crl file"})"));
+            {"serial": "7F", "date": "2025-06-01T00:00:00Z", "reason": null}], "source": "crl file",
+        "read_by": "both"})"));
 
     PackageSpec package = Package();
     package.subFiles[2].content = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("CERTIFICATE", Build(pki_.tsaCa)));
@@ -110,13 +111,34 @@ TEST_F(PkgtoolInspect, SaysItInWords)
     }
 }
 
+// Timestamps inside timestamps, as deep as a file allows: nobody looks at the second one.
+TEST_F(PkgtoolInspect, ShowsTimestampsInsideTimestampsOnlyOnce)
+{
+    CmsSpec cms = DemoCms(pki_);
+    TokenSpec token = DemoToken(pki_);
+    token.cms.certificates.clear();
+    token.cms.signers[0].signature = Bytes(1, 0x01);
+    Bytes innermost = Seq();
+    for (int depth = 0; depth < 20; ++depth) {
+        token.cms.signers[0].unsignedAttributes = {
+            [&](const Bytes&) { return Attribute(oid::timestampToken, innermost); }};
+        innermost = TimestampToken(token, {});
+    }
+    cms.signers[0].unsignedAttributes = {[&](const Bytes&) { return Attribute(oid::timestampToken, innermost); }};
+    PackageSpec package = Package();
+    package.subFiles[1].content = DetachedCms(payload_, cms);
+    const Json outer = InspectJson(package)["sub_files"][1]["content"]["signers"][0]["timestamps"][0];
+    EXPECT_EQ(outer["time"], "2026-01-01T00:00:00Z");
+    EXPECT_EQ(outer["signers"][0]["timestamps"], Json::array());
+}
+
 TEST_F(PkgtoolInspect, ShowsWhatItCannotDecode)
 {
     PackageSpec package = Package();
     package.subFiles[1].content = Bytes(40, 0x30);
     package.subFiles[2].content.push_back(0x00);
     const Json json = InspectJson(package);
-    EXPECT_EQ(json["sub_files"][1]["content"]["problem"], "not a CMS signature that can be decoded");
+    EXPECT_EQ(json["sub_files"][1]["content"]["problem"], "not a CMS signature that the checker can decode");
     EXPECT_EQ(json["sub_files"][2]["content"]["unread_bytes"], 1);
 
     CmsSpec cms = DemoCms(pki_);

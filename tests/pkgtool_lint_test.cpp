@@ -166,6 +166,85 @@ TEST_F(PkgtoolLint, FindsSignedAttributesWithoutContentType)
     ExpectFound(Package(DemoCms(pki_, token)), kWarnings, {"no-content-type"});
 }
 
+// ---- What the checker reads, and OpenSSL does not ----
+
+// A version with a leading zero, which DER does not have and only OpenSSL minds.
+Edit PaddedVersion(std::uint8_t version)
+{
+    return [version](Bytes signedData) { return Replace(signedData, {0}, Tlv(0x02, Bytes{0x00, version})); };
+}
+
+TEST_F(PkgtoolLint, APaddedVersionHidesNoUnsignedToken)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.signers.clear();
+    CmsSpec cms = DemoCms(pki_, token);
+    cms.edit = PaddedVersion(1);
+    ExpectFound(Package(cms), kErrors, {"timestamp-without-signers", "read-by-checker-alone"});
+    token.cms.edit = PaddedVersion(3);
+    ExpectFound(Package(DemoCms(pki_, token)), kErrors, {"timestamp-without-signers", "read-by-checker-alone"});
+}
+
+TEST_F(PkgtoolLint, APaddedVersionHidesNoTwoDirectSigners)
+{
+    CmsSpec cms = Direct(DemoCms(pki_));
+    cms.signers.push_back(cms.signers[0]);
+    cms.signers[0].brokenSignature = true;
+    cms.edit = PaddedVersion(1);
+    ExpectFound(Package(cms), kErrors, {"signer-without-attributes", "last-signer-decides", "read-by-checker-alone"});
+}
+
+TEST_F(PkgtoolLint, FindsWhatOneReaderAloneTakes)
+{
+    const auto found = [&](const PackageSpec& package, int status) {
+        std::map<std::string, std::string> places;
+        const Json report = Lint(Build(package), status);
+        for (const Json& finding : report["findings"]) {
+            const std::string id = finding["id"];
+            if (id.rfind("read-by-", 0) == 0) places[finding["at"]] = id + ": " + finding["message"].get<std::string>();
+        }
+        return places;
+    };
+    using Places = std::map<std::string, std::string>;
+    CmsSpec cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(With(Signer(KeyId::Rsa2048F), &CertSpec::editTbs, [](Bytes der) {
+        return Replace(der, {tbs::version}, Ctx(0, Tlv(0x02, Bytes{0x00, 0x02})));
+    })));
+    EXPECT_EQ(found(Package(cms), kWarnings),
+              (Places{{"/sub_files/1/content", "read-by-checker-alone: the signature is taken by the checker, and "
+                                               "OpenSSL refuses to decode it"},
+                      {"/sub_files/1/content/certificates/2",
+                       "read-by-checker-alone: the certificate CN=Test Signer is taken by the checker, and OpenSSL "
+                       "refuses to decode it"}}));
+    // A serial number of 0: the checker refuses the signature that has it.
+    cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(With(Signer(KeyId::Rsa2048F), &CertSpec::serial, Bytes{0x00})));
+    EXPECT_EQ(
+        found(Package(cms), kErrors),
+        (Places{{"/sub_files/1/content", "read-by-openssl-alone: the signature can be decoded by OpenSSL, and not "
+                                         "by the checker"},
+                {"/sub_files/1/content/certificates/2",
+                 "read-by-openssl-alone: the certificate CN=Test Signer can be decoded by OpenSSL, and not by the "
+                 "checker"}}));
+    // A tsa name, which RFC 3161 allows.
+    TokenSpec token = DemoToken(pki_);
+    token.tsa = Ctx(0, Ctx(4, TestName("Test TSA")));
+    EXPECT_EQ(found(Package(DemoCms(pki_, token)), kErrors),
+              (Places{{"/sub_files/1/content/signers/0/timestamps/0",
+                       "read-by-openssl-alone: the timestamp's TSTInfo can be decoded by OpenSSL, and not by the "
+                       "checker"}}));
+    // A label that the checker does not look for.
+    PackageSpec package = Package();
+    package.subFiles[2].content = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("X509 CRL", Build(pki_.signingCrl)),
+                                      Pem("X509 CRL", Build(pki_.tsaCrl)));
+    EXPECT_EQ(found(package, kClean), Places());
+    package.subFiles[2].content = Cat(package.subFiles[2].content, Pem("CRL", Build(CrlOf(pki_.tsaCa))));
+    EXPECT_EQ(found(package, kWarnings),
+              (Places{{"/sub_files/2/content/crls/3",
+                       "read-by-openssl-alone: the CRL of CN=Test TSA CA can be decoded by OpenSSL, and not by the "
+                       "checker"}}));
+}
+
 TEST_F(PkgtoolLint, FindsACarriedRootAndACaWithTwoKeys)
 {
     CmsSpec cms = DemoCms(pki_);
