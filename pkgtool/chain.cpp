@@ -91,6 +91,18 @@ Json ChainWalk::describe(const PELNIC_X509_CRL* crl) const
     return json;
 }
 
+const Json* ChainWalk::entryFor(const PELNIC_X509_CRL* crl, const Json& serial)
+{
+    const auto [found, isNew] = entries_.try_emplace(crl);
+    if (isNew) {
+        for (const Json& entry : memberOf(find(*crl->raw_signed), "revoked")) {
+            found->second.try_emplace(textOf(entry["serial"]), &entry);
+        }
+    }
+    const auto entry = found->second.find(textOf(serial));
+    return entry != found->second.end() ? entry->second : nullptr;
+}
+
 std::optional<Reason> ChainWalk::judgeDates(const PELNIC_X509_CERT* cert, const Json& link) const
 {
     const std::string name = "certificate " + briefName(memberOf(link, "subject"));
@@ -200,13 +212,11 @@ std::optional<Failure> ChainWalk::readBest(const PELNIC_X509_CERT* cert, const P
 {
     json["is_chosen"] = true;
     next_ = isIndirect(vrf_, best) ? _pnvFindCertIssuer(vrf_, cert) : pelnic_pki_find_crl_issuer(vrf_, best);
-    const Json& revoked = memberOf(find(*best->raw_signed), "revoked");
-    const auto entry = std::find_if(revoked.begin(), revoked.end(),
-                                    [&](const Json& e) { return e["serial"] == memberOf(link, "serial"); });
+    const Json* const entry = entryFor(best, memberOf(link, "serial"));
     PELNIC_X509_CRL* used = nullptr;
     const PELNIC_ERROR_CODE rc = _pnvCheckCrlOfCert(vrf_, const_cast<PELNIC_X509_CERT*>(cert), &used);
     if (rc == 0) {
-        json["says"] = entry == revoked.end() ? "does not list it" : "revokes it only later";
+        json["says"] = entry == nullptr ? "does not list it" : "revokes it only later";
         return std::nullopt;
     }
     const std::string name = briefName(memberOf(link, "subject"));
@@ -217,9 +227,9 @@ std::optional<Failure> ChainWalk::readBest(const PELNIC_X509_CERT* cert, const P
                        {"crl-undecodable", "whether " + name + " is revoked cannot be told",
                         "have certificate and CRL issued again with well-formed extensions"}};
     }
-    const std::string since = entry == revoked.end() ? "?" : textOf((*entry)["date"]).substr(0, 10);
+    const std::string since = entry == nullptr ? "?" : textOf((*entry)["date"]).substr(0, 10);
     const std::string why =
-        entry == revoked.end() || (*entry)["reason"].is_null() ? "" : " (" + textOf((*entry)["reason"]) + ")";
+        entry == nullptr || (*entry)["reason"].is_null() ? "" : " (" + textOf((*entry)["reason"]) + ")";
     return Failure{
         at,
         link,

@@ -6,6 +6,7 @@
 
 #include "cmsverify/pelnic_pki_impl.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,6 +49,10 @@ private:
     // Both read with one decoder, so that what one has the other has too.
     const Json& find(const PELNIC_ASN_OCTS& signedPart) const;
 
+    // The first entry for that serial number, or null. A CRL's entries are gone through once, however many signers it
+    // speaks for.
+    const Json* entryFor(const PELNIC_X509_CRL* crl, const Json& serial);
+
     std::optional<Reason> judgeDates(const PELNIC_X509_CERT* cert, const Json& link) const;
     Reason judgeTop(const PELNIC_X509_CERT* cert, const Json& link) const;
     Reason judgeUnusable(const PELNIC_X509_CRL* crl, const PELNIC_X509_CERT* root, const Json& json) const;
@@ -61,6 +66,7 @@ private:
 
     PELNIC_VRF* vrf_;
     const Contents& contents_;
+    std::map<const PELNIC_X509_CRL*, std::map<std::string, const Json*>> entries_;
     const PELNIC_X509_CERT* next_ = nullptr;
 };
 

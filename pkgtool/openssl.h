@@ -45,6 +45,13 @@ using TsReq = Owned<TS_REQ, TS_REQ_free>;
 using TsResp = Owned<TS_RESP, TS_RESP_free>;
 using TsTstInfo = Owned<TS_TST_INFO, TS_TST_INFO_free>;
 
+// What a package says depends on no configuration of this machine, and no provider that one names is loaded. To be
+// called before anything else of OpenSSL is.
+inline void ignoreConfiguration()
+{
+    (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr); // what follows fails too, and says so
+}
+
 // Throws what OpenSSL's error queue holds, unless ok.
 inline void ensure(bool ok, const char* doing)
 {

@@ -152,5 +152,42 @@ TEST_F(PkgtoolInspect, ShowsWhatItCannotDecode)
     EXPECT_NE(run.err.find("shorter than a package header"), std::string::npos) << run.err;
 }
 
+// ---- Whatever only reads packages ----
+
+// A configuration that would have foreign code loaded, and SHA-256 not found.
+TEST_F(PkgtoolInspect, IsLikeEveryReadingCommandUnderAHostileOpenSslConfiguration)
+{
+    const std::string package = dir_.Write("package", Build(Package()));
+    const std::string crls = dir_.Write("crls", pki_.Crls());
+    const std::string foreign = dir_.Path("foreign.so");
+    const std::string configuration =
+        dir_.Write("hostile.cnf", Text("openssl_conf = init\n[init]\nalg_section = algorithms\nproviders = providers\n"
+                                       "[algorithms]\ndefault_properties = fips=yes\n"
+                                       "[providers]\nforeign = foreign\n[foreign]\nmodule = " +
+                                       foreign + "\nactivate = 1\n"));
+    const std::vector<std::string> environment{"OPENSSL_CONF=" + configuration};
+    const std::string root = DataPath("test_root.der");
+    for (const std::vector<std::string>& command :
+         std::vector<std::vector<std::string>>{{"inspect", package},
+                                               {"list", package},
+                                               {"explain", package, "--root", root},
+                                               {"lint", package, "--root", root},
+                                               {"verify", package},
+                                               {"crl", "show", "--root", root, crls}}) {
+        SCOPED_TRACE(command[0]);
+        std::vector<std::string> argv = command;
+        argv.insert(argv.begin(), PkgtoolPath());
+        const ProcessResult plain = RunProcess(argv);
+        const ProcessResult run = RunProcess(argv, environment);
+        EXPECT_EQ(run.status, plain.status);
+        EXPECT_EQ(run.out, plain.out);
+        EXPECT_EQ(run.err, plain.err);
+        if (!CanTrace()) continue;
+        const std::string files = RunTraced(argv, environment).files;
+        EXPECT_EQ(files.find(configuration), std::string::npos) << files;
+        EXPECT_EQ(files.find(foreign), std::string::npos) << files;
+    }
+}
+
 } // namespace
 } // namespace pnvtest

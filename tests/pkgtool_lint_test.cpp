@@ -280,6 +280,27 @@ TEST_F(PkgtoolLint, FindsCrlsOfTheWrongLength)
     ExpectFound(Package(), kClean, {"crl-begins-later"});
 }
 
+// Of several timestamps the latest counts: until then the CRLs have to go on.
+TEST_F(PkgtoolLint, HoldsCrlsAgainstTheLatestTimestamp)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers.push_back(cms.signers[0]);
+    cms.signers[1].unsignedAttributes = {
+        Timestamp(With(DemoToken(pki_), &TokenSpec::time, GenTime("20260615000000Z")))};
+    ExpectFound(Package(cms), kWarnings, {"crl-ends-soon"}); // on 1 July
+    std::swap(cms.signers[0], cms.signers[1]);
+    ExpectFound(Package(cms), kWarnings, {"crl-ends-soon"});
+}
+
+TEST_F(PkgtoolLint, SaysOfNoCrlThatHasEndedThatItEndsSoon)
+{
+    PackageSpec package = Package();
+    CrlSpec ended = pki_.signingCrl;
+    ended.nextUpdate = UtcTime("251231000000Z");
+    package.subFiles[2].content = Cat(package.subFiles[2].content, Build(ended));
+    ExpectFound(package, kClean, {});
+}
+
 TEST_F(PkgtoolLint, FindsCrlsThatListNothingOrSpeakForOthers)
 {
     pki_.signingCrl.revoked.clear();
