@@ -958,6 +958,7 @@ TEST_F(AddCrls, LeavesOutACrlThatCannotBeKept)
 
 struct FileOperation {
     const char* name;
+    const char* function;
     PELNIC_ERROR_CODE (*add)(PELNIC_VRF_CTX, const PNV_CHAR*);
     Bytes (*good)();
     PELNIC_ERROR_CODE noneInside; // the code for a file without any of what is wanted
@@ -970,6 +971,14 @@ protected:
         return GetParam().add(static_cast<PELNIC_VRF*>(stores_), path.c_str());
     }
     std::size_t Added() const { return Trusted().size() + Parked().size(); }
+    static std::string Name() { return GetParam().function; }
+    // Who has logged, in order.
+    std::vector<std::string> Functions() const
+    {
+        std::vector<std::string> names;
+        for (const LogRecord& record : plan_.Logs()) names.push_back(record.function);
+        return names;
+    }
     void ExpectRefused(const std::string& path, PELNIC_ERROR_CODE code)
     {
         plan_.ClearLogs();
@@ -980,12 +989,13 @@ protected:
 
     const TempDir dir_;
 };
-INSTANTIATE_TEST_SUITE_P(, AddFile,
-                         ::testing::Values(FileOperation{"Cert", &pelnic_verify_add_cert_file,
-                                                         [] { return Build(Root()); }, PELNIC_ERR_CERT_INVALID},
-                                           FileOperation{"Crl", &pelnic_verify_add_crl_file,
-                                                         [] { return Build(CrlOf(Root())); }, PELNIC_ERR_CRL_DECODE}),
-                         [](const auto& operation) { return operation.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    , AddFile,
+    ::testing::Values(FileOperation{"Cert", "pelnic_verify_add_cert_file", &pelnic_verify_add_cert_file,
+                                    [] { return Build(Root()); }, PELNIC_ERR_CERT_INVALID},
+                      FileOperation{"Crl", "pelnic_verify_add_crl_file", &pelnic_verify_add_crl_file,
+                                    [] { return Build(CrlOf(Root())); }, PELNIC_ERR_CRL_DECODE}),
+    [](const auto& operation) { return operation.param.name; });
 
 TEST_P(AddFile, TakesDer)
 {
@@ -1010,16 +1020,20 @@ TEST_P(AddFile, LogsWhatReadingSays)
 {
     ExpectRefused("", PELNIC_ERR_NULL_POINTER);
     EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_SYS_FILE_OPEN, "Empty file path."));
+    EXPECT_EQ(Functions(), (std::vector<std::string>{"_pnvReadFile", Name()}));
     ExpectRefused(dir_.Path("missing"), PELNIC_ERR_SYS_FILE_OPEN);
     ExpectRefused(dir_.Write("empty", {}), PELNIC_ERR_SYS_FILE_EMPTY);
     ExpectRefused(dir_.WriteSparse("large", kLargestFile + 1, GetParam().good()), PELNIC_ERR_SYS_FILE_TOO_LARGE);
     plan_.Fail(Call::Fread, 1);
     ExpectRefused(dir_.Write("good", GetParam().good()), PELNIC_ERR_SYS_FILE_READ);
+    EXPECT_EQ(Functions(), std::vector<std::string>{Name()});
 }
 
 TEST_P(AddFile, LogsWhatAddingSays)
 {
     ExpectRefused(dir_.Write("file", Bytes(38, 0x00)), GetParam().noneInside);
+    const std::string name = Name();
+    EXPECT_EQ(Functions(), (std::vector<std::string>{name.substr(0, name.rfind("_file")), name}));
 }
 
 // A FIFO has no size, a directory none that makes sense, and the null device is empty.

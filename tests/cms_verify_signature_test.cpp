@@ -1174,6 +1174,23 @@ TEST_F(QuickSignature, RefusesAShortReadOfTheSignatureOnly)
     EXPECT_EQ(Quick(content_, signature_), good);
 }
 
+// The signature is read as it is; what comes behind it is a count that no block can hold.
+size_t ReadTooMuch(void* buf, size_t size, PNV_FILE_HANDLE h)
+{
+    PELNIC_CALLBACK_FUNCS defaults{};
+    (void)pelnic_set_callback_funcs(&defaults);
+    const size_t got = defaults.plt_funcs.sys_funcs.file_funcs.fread(buf, size, h);
+    return size == 4096 ? static_cast<size_t>(-1) : got;
+}
+
+TEST_F(QuickSignature, TakesAnImpossibleCountForTheEnd)
+{
+    Provide();
+    Current()->callback_funcs.plt_funcs.sys_funcs.file_funcs.fread = ReadTooMuch;
+    EXPECT_EQ(Quick(content_, signature_), bad);
+    EXPECT_EQ(Quick(content_, dir_.Write("nothing", DetachedCms({}, DemoCms(pki_)))), good);
+}
+
 TEST_F(QuickSignature, TakesAReadErrorForTheEnd)
 {
     EXPECT_EQ(Quick(dir_.Path(), signature_), bad);
