@@ -1,5 +1,17 @@
 // What stands behind the public operations: the stages, and the verification of a detached signature. Failures are
 // logged with their code at error level, and the code is returned, unless a line says otherwise.
+//
+// The order of the checks decides which code begin returns where several apply; signer after signer:
+//   1. the encoding                  PELNIC_ERR_CMS_FORMAT, PELNIC_ERR_CMS_DECODE, PELNIC_ERR_CMS_NO_SIGNER
+//   2. the timestamp's imprint       PELNIC_ERR_CMS_DECODE, PELNIC_ERR_TSP_DECODE, PELNIC_ERR_UNSUPPORTED_ALGO,
+//                                    PELNIC_ERR_TSP_IMPRINT_MISMATCH            (RFC 3161, 2.4.2)
+//   3. each signer of the token: its certificate   PELNIC_ERR_TSP_CERT_NOT_FOUND, PELNIC_ERR_NO_KEY_USAGE,
+//                                    PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_VERIFY (RFC 3161, 2.3)
+//   4. and its signature             PELNIC_ERR_CMS_SIGNATURE, PELNIC_ERR_TSP_VERIFY
+//   5. the signer's certificate      PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND, then as in 3 (RFC 5652, 5.3)
+//   6. its signed attributes         PELNIC_ERR_CMS_SIGNATURE, PELNIC_ERR_CMS_NO_MESSAGE_DIGEST,
+//                                    PELNIC_ERR_CMS_DIGEST_CONFLICT               (RFC 5652, 5.4 and 11.2)
+// The time of 2 is the time at which 3 and 5 judge.
 #ifndef CMS_VERIFY_H
 #define CMS_VERIFY_H
 

@@ -53,7 +53,7 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx)
     pelnic_free(ctx, ctx->pki_ctx);
 }
 
-// ---- Stores
+// ---- Stores (a CA by RFC 5280, 4.2.1.9)
 
 PELNIC_ERROR_CODE pelnic_pki_is_ca_cert(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL* is_ca)
 {
@@ -151,7 +151,7 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CR
     return 0;
 }
 
-// ---- Issuers
+// ---- Issuers (RFC 5280, 6.1.3 (a)(1), 6.1.4 (n), and 6.3.3 (f), (g))
 
 // What this run has found out about a record so far.
 template <typename Record>
@@ -182,8 +182,9 @@ PELNIC_ERROR_CODE _pnvCheckCertDate(const PELNIC_VRF* ctx, const PELNIC_X509_CER
     PELNIC_ERROR_CODE rc = pelnic_convert_datetime_to_time(ctx, &validity->notBefore, &notBefore);
     if (rc == 0) rc = pelnic_convert_datetime_to_time(ctx, &validity->notAfter, &notAfter);
     if (rc != 0) return rc;
+    // "the period of time from notBefore through notAfter, inclusive" (RFC 5280, 4.1.2.5)
     if (ctx->base_time < notBefore) return PELNIC_ERR_CERT_NOT_YET_VALID;
-    return notAfter >= ctx->base_time ? 0 : PELNIC_ERR_CERT_EXPIRED;
+    return ctx->base_time > notAfter ? PELNIC_ERR_CERT_EXPIRED : 0;
 }
 
 PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
@@ -319,7 +320,7 @@ const PELNIC_X509_CERT* pelnic_pki_find_cert_by_issuer_sn(const PELNIC_VRF* ctx,
     return nullptr;
 }
 
-// ---- The walk
+// ---- The walk (RFC 5280, 6.1)
 
 [[nodiscard]] static PELNIC_ERROR_CODE checkCrlOf(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCert,
                                                   const PELNIC_X509_CRL** ppCrl);
@@ -433,7 +434,7 @@ PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT
     return rc;
 }
 
-// ---- Revocation
+// ---- Revocation (RFC 5280, 6.3.3): score the CRLs, sort them, pick the best, look the certificate up in it
 
 PNV_BOOL _pnvCrlGetIssuerScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* pCrl, const PELNIC_X509_CERT* pCert,
                                const PELNIC_X509_CERT* pCrtRoot, PNV_UINT32* score)

@@ -2,6 +2,19 @@
 //
 // Every certificate below a self-signed one must be covered by a CRL that chains to the same root. What came with a
 // signature, a token or a CRL can be a link of a chain and never its end.
+//
+// The order of the checks decides which code leaves where several apply. For each certificate of a chain, from the
+// signer's up:
+//   1. its dates                      PELNIC_ERR_CERT_NOT_YET_VALID, PELNIC_ERR_CERT_EXPIRED   (RFC 5280, 6.1.3 (a)(2))
+//   2. self-signed: the end           PELNIC_ERR_CERT_NO_ISSUER where it came with a package
+//   3. its root, and CRLs that apply  PELNIC_ERR_CERT_NO_ISSUER, PELNIC_ERR_CRL_NOT_FOUND      (6.3.3 (a) to (c))
+//   4. the best CRL's issuer          PELNIC_ERR_CRL_VERIFY; nested, so that 1 to 6 apply to it (6.3.3 (f), (g))
+//   5. what that CRL says             PELNIC_ERR_CERT_REVOKED                                  (6.3.3 (i), (j))
+//   6. after an indirect CRL, or without CRL check: its issuer
+//                                     PELNIC_ERR_CERT_NO_ISSUER, PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_SIGNATURE
+// PELNIC_ERR_PATH_TOO_DEEP comes before 1 where too many verifications are nested. Two checks stand twice on purpose:
+// key usage in _pnvCheckCertIssuer and in _pnvVerifyCertByIssuer, because an issuer on record must still be one that may
+// sign, and likewise in _pnvCheckCrlIssuer and _pnvVerifyCrlByIssuer, which is an entry of its own.
 #ifndef PELNIC_PKI_IMPL_H
 #define PELNIC_PKI_IMPL_H
 
