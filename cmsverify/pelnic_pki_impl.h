@@ -13,8 +13,8 @@
 //   6. after an indirect CRL, or without CRL check: its issuer
 //                                     PELNIC_ERR_CERT_NO_ISSUER, PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_SIGNATURE
 // PELNIC_ERR_PATH_TOO_DEEP comes before 1 where too many verifications are nested. Two checks stand twice on purpose:
-// key usage in _pnvCheckCertIssuer and in _pnvVerifyCertByIssuer, because an issuer on record must still be one that may
-// sign, and likewise in _pnvCheckCrlIssuer and _pnvVerifyCrlByIssuer, which is an entry of its own.
+// key usage in _pnvCheckCertIssuer and in _pnvVerifyCertByIssuer, because an issuer on record must still be one that
+// may sign, and likewise in _pnvCheckCrlIssuer and _pnvVerifyCrlByIssuer, which is an entry of its own.
 #ifndef PELNIC_PKI_IMPL_H
 #define PELNIC_PKI_IMPL_H
 
