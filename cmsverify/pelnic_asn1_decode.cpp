@@ -638,7 +638,7 @@ static bool isPlain(const PELNIC_ASN1_TEMPLATE* pTempl)
     return (pTempl->flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0 && pTempl->tagType != PNV_TAG_EXPLICIT;
 }
 
-// Decodes the fields in order into a record; on failure leaves what it made for the free walk.
+// Decodes the fields in order into a record; on failure the caller frees the fields decoded so far.
 static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
                                       const PELNIC_ASN1_TEMPLATE* pTempl, PNV_UINT32 contentLength)
 {
@@ -715,7 +715,7 @@ void pelnic_free_seq(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPL
 
 // ---- SET OF and SEQUENCE OF
 
-// An element always is a record of its own; the pointer flag of its row speaks of the list.
+// Each element is a record of its own, whatever the row's pointer flag says: that flag is about the list.
 static PELNIC_ASN1_TEMPLATE ownedElement(const PELNIC_ASN1_TEMPLATE* pElement)
 {
     PELNIC_ASN1_TEMPLATE element = *pElement;

@@ -21,7 +21,7 @@ typedef struct pelnic_list_dummy_st {
     PNV_UINT32 capacity;
 } PELNIC_LIST_DUMMY;
 
-// The generic form of a typed list. Needs -fno-strict-aliasing, with which the whole library is compiled.
+// The generic form of a typed list. Relies on -fno-strict-aliasing; the whole library is compiled with it.
 template <typename List> PELNIC_LIST_DUMMY* _pnvAsList(List* list)
 {
     static_assert(sizeof(List) == sizeof(PELNIC_LIST_DUMMY) &&

@@ -258,14 +258,14 @@ std::optional<Failure> ChainWalk::visitCrls(const PELNIC_X509_CERT* cert, const 
             json["says"] = why.reason.sentence;
             why.reason.sentence = "CRL of " + briefName(memberOf(json, "issuer")) + " " + why.reason.sentence;
             const bool isEarlier = unusable && unusable->reason.kind == "crl-expired";
-            if (!isEarlier) unusable = why; // of several unusable ones an expired one is told of
+            if (!isEarlier) unusable = why; // of several unusable ones the expired one is reported
         } else if (strongest == nullptr || candidate.score > strongest->score) {
             strongest = &candidate;
         }
         link["crls"].push_back(json);
     }
     if (best != nullptr) return failure;
-    if (strongest != nullptr) { // its issuer does not verify, and that is told of further up
+    if (strongest != nullptr) { // its issuer does not verify, which is reported further up
         next_ = pelnic_pki_find_crl_issuer(vrf_, strongest->crl);
         return std::nullopt;
     }

@@ -9,6 +9,7 @@
 
 #include "cmsverify/cms_verify.h"
 #include "cmsverify/pelnic_cms_utils.h"
+#include "cmsverify/pelnic_faults.h"
 #include "cmsverify/pelnic_pkcs7_verify.h"
 #include "cmsverify/pelnic_x509_cert.h"
 
@@ -180,6 +181,7 @@ void Replay::run()
 
 void Replay::checkSignature(const PELNIC_VERIFY_SIGNATURE_S& sig)
 {
+    const OperationRun run{vrf_}; // as in begin: no signature is checked twice
     _pnvSyncCrl(vrf_);
     PELNIC_PKCS7_CONTENT* decoded = nullptr;
     PELNIC_ERROR_CODE rc = PELNIC_ERR_CMS_FORMAT;

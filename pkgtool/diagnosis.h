@@ -10,7 +10,7 @@ namespace pkgtool {
 
 // The members are described in docs/explain.md.
 struct Diagnosis {
-    Json signers; // each with its timestamp and its chain, as far as they were come to
+    Json signers; // each with its timestamp and its chain, as far as the check got
     Json failure; // null for an accepted package, and when nothing is found that gives the verdict's code
 };
 Diagnosis diagnose(const Bytes& package, const Root& root, const Contents& contents, const Verdict& verdict);

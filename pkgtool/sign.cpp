@@ -277,7 +277,7 @@ void addSignCommand(CLI::App& app)
     who->add_option("--signing-time", o.signingTime, "put this time (YYYYMMDDhhmmssZ) into the signature");
 
     CLI::Option_group* const when = command->add_option_group("timestamp", "Where the timestamp comes from; one of");
-    CLI::Option* const tsaCert = when->add_option("--tsa-cert", o.tsaCert, "an own authority's certificate");
+    CLI::Option* const tsaCert = when->add_option("--tsa-cert", o.tsaCert, "certificate of an authority of your own");
     CLI::Option* const tsaKey = when->add_option("--tsa-key", o.tsaKey, "its key, like --key");
     when->add_option("--tsa-pass", o.tsaPassword, "its password, like --pass")->needs(tsaCert);
     addRepeatable(when, "--tsa-chain", o.tsaChain, "certificates of the CAs above it")->needs(tsaCert);

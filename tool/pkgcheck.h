@@ -40,7 +40,7 @@ typedef struct pkgcheck_job_st {
     PNV_UINT32 uiRootLength;
     func_pelnic_log_callback log; // may be null
     FILE* out;                    // gets the outcome's line
-    PELNIC_ERROR_CODE code;       // the verification's result; 0 when it was not come to
+    PELNIC_ERROR_CODE code;       // the verification's result; 0 when the check did not get that far
 } PKGCHECK_JOB;
 
 // Checks a package in memory, which is at least as long as a header. Returns what pkgcheck_run would.
