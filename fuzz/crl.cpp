@@ -21,33 +21,32 @@ void Ask(const PELNIC_VRF* vrf, const PELNIC_X509_CRL& crl)
 }
 
 // Whether a CA below the root is valid by these CRLs.
-bool CaIsValid(CallbackPlan& plan, const std::uint8_t* crls, PNV_UINT32 size)
+bool CaIsValid(PELNIC_VRF* vrf, const std::uint8_t* crls, PNV_UINT32 size)
 {
-    Device device(plan);
-    (void)pelnic_verify_add_crl(device, crls, size);
-    _pnvSyncCrl(device.Record());
+    (void)pelnic_verify_add_crl(vrf, crls, size);
+    _pnvSyncCrl(vrf);
     static const Bytes encoded = Build(Pki().signingCa);
-    const OwnedCert ca = DecodeCert(device.Record(), encoded);
+    const OwnedCert ca = DecodeCert(vrf, encoded);
     PNV_BOOL valid = 0;
-    return pelnic_pki_verify_cert(device.Record(), ca.get(), 1, &valid) == 0 && valid == 1;
+    return pelnic_pki_verify_cert(vrf, ca.get(), 1, &valid) == 0 && valid == 1;
 }
 
 } // namespace
 
 bool FuzzCrl(const Trial& trial)
 {
-    Context ctx(trial.plan);
     PELNIC_X509_CRL* decoded = nullptr;
     PNV_UINT32 consumed = 0;
-    if (pelnic_x509_decode_crl(ctx.Record(), trial.data, trial.size, &decoded, &consumed) != 0) return false;
-    const OwnedCrl crl(decoded, {ctx.Record()});
+    if (pelnic_x509_decode_crl(trial.other, trial.data, trial.size, &decoded, &consumed) != 0) return false;
+    const OwnedCrl crl(decoded, {trial.other});
     Require(consumed <= trial.size, "a CRL ends inside its input");
-    Ask(ctx.Record(), *crl);
+    Ask(trial.other, *crl);
 
-    const bool valid = CaIsValid(trial.plan, trial.data, consumed);
+    const bool valid = CaIsValid(trial.vrf, trial.data, consumed);
     if (valid && trial.crypto == Crypto::Real) {
         const Bytes forged = WithOtherEnd(trial.data, consumed);
-        Require(!CaIsValid(trial.plan, forged.data(), Len(forged)), "nothing is valid by a CRL with another signature");
+        Require(!CaIsValid(Device(Holding::Root), forged.data(), Len(forged)),
+                "nothing is valid by a CRL with another signature");
     }
     return valid;
 }

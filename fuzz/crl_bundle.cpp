@@ -9,39 +9,45 @@ namespace pnvfuzz {
 
 namespace {
 
+constexpr std::size_t kPrefix = 2;
+
 // A bundle and the context that decoded it, one of its own so that no bundle is judged by the other's CRLs.
 class Bundle {
 public:
-    Bundle(CallbackPlan& plan, const std::uint8_t* begin, const std::uint8_t* end) : device_(plan)
+    Bundle(PELNIC_VRF* vrf, const std::uint8_t* begin, const std::uint8_t* end) : vrf_(vrf)
     {
         const ExactHeap octets(Bytes(begin, end));
-        (void)pelnic_decode_crl(device_, octets.data(), Len(octets), &info_);
+        (void)pelnic_decode_crl(vrf_, octets.data(), Len(octets), &info_);
     }
-    ~Bundle() { (void)pelnic_crl_free(device_, info_); }
+    ~Bundle() { (void)pelnic_crl_free(vrf_, info_); }
     Bundle(const Bundle&) = delete;
     Bundle& operator=(const Bundle&) = delete;
 
-    PELNIC_VRF_CTX Ctx() const { return device_; }
     const PELNIC_CRL_BUNDLE_INFO* Info() const { return info_; }
 
 private:
-    Device device_;
+    PELNIC_VRF* vrf_;
     PELNIC_CRL_BUNDLE_INFO* info_ = nullptr;
 };
 
 } // namespace
 
+std::size_t CrlBundlePrefix(const Bytes&)
+{
+    return kPrefix;
+}
+
 bool FuzzCrlBundle(const Trial& trial)
 {
-    if (trial.size < 2) return false;
-    const std::uint8_t* const begin = trial.data + 2;
+    if (trial.size < kPrefix) return false;
+    const std::uint8_t* const begin = trial.data + kPrefix;
     const std::uint8_t* const end = trial.data + trial.size;
     const std::ptrdiff_t first = std::min<std::ptrdiff_t>(trial.data[0] << 8 | trial.data[1], end - begin);
 
-    const Bundle offered(trial.plan, begin, begin + first);
-    const Bundle held(trial.plan, begin + first, end);
+    const Bundle offered(trial.vrf, begin, begin + first);
+    const Bundle held(trial.other, begin + first, end);
     PELNIC_CRL_PERIOD_STAT stat = SCPS_MIX;
-    return pelnic_crl_compare(offered.Ctx(), offered.Info(), held.Info(), &stat) == 0;
+    return pelnic_crl_compare(trial.vrf, offered.Info(), held.Info(), &stat) == 0;
 }
 
 } // namespace pnvfuzz

@@ -17,8 +17,7 @@ bool FuzzExtension(const Trial& trial)
         return contents;
     }();
 
-    Context ctx(trial.plan);
-    const PELNIC_VRF* const vrf = ctx.Record();
+    const PELNIC_VRF* const vrf = trial.vrf;
     bool taken = false;
     for (Bytes identifier : identifiers) {
         PELNIC_X509_EXTENSION_ENTRY entry{};

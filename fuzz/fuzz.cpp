@@ -1,8 +1,5 @@
 #include "fuzz.h"
 
-#include "cmsverify/pelnic_callback_fun.h"
-
-#include <algorithm>
 #include <stdexcept>
 
 namespace pnvfuzz {
@@ -13,58 +10,78 @@ namespace {
 constexpr std::size_t kFixedMemory = 64 * 1024;
 constexpr std::size_t kMemoryPerOctet = 128;
 
-// The default digests with their calculation left out; handles come and go as ever.
-
-PELNIC_ERROR_CODE LenientInit(PELNIC_CRYPTO_MD_CTX ctx, PNV_UINT32 hashId)
+// A context in this state.
+PELNIC_VRF* NewContext(Holding holding)
 {
-    HASH_ALGO& algorithm = static_cast<CRYPTO_MD*>(ctx)->hash_algo;
-    algorithm = _convert_hash_algo(hashId);
-    return algorithm == HSAG_UNKNOW ? PELNIC_ERR_FAILED : 0;
+    static const Bytes root = Build(Pki().root);
+    static const Bytes crls = Pki().Crls();
+    PELNIC_CTX_CREATE_PARAMS params{};
+    params.st_size = sizeof(params);
+    params.callback_funcs = Table();
+    PELNIC_VRF_CTX ctx = nullptr;
+    Require(pelnic_verify_create_ctx(&ctx, &params) == 0, "a context is made");
+    PELNIC_VRF* const vrf = static_cast<PELNIC_VRF*>(ctx);
+    Require(pelnic_verify_add_cert(vrf, root.data(), Len(root)) == 0, "the root is trusted");
+    vrf->base_time = k2026;
+    if (holding == Holding::Root) return vrf;
+    Require(pelnic_verify_add_crl(vrf, crls.data(), Len(crls)) == 0, "the CRLs are added");
+    if (holding == Holding::CrlsInUse) _pnvSyncCrl(vrf);
+    return vrf;
 }
 
-PELNIC_ERROR_CODE LenientUpdate(PELNIC_CRYPTO_MD_CTX, const PNV_BYTE*, PNV_UINT32)
+// The contexts of a target, which are the same for every input of it.
+struct Prepared {
+    const Target* target;
+    PELNIC_VRF* vrf;
+    PELNIC_VRF* other;
+};
+const Prepared& Prepare(const Target& target)
 {
-    return 0;
-}
-
-PELNIC_ERROR_CODE LenientFinal(PELNIC_CRYPTO_MD_CTX ctx, PNV_BYTE* digest, PNV_UINT32* len)
-{
-    switch (static_cast<CRYPTO_MD*>(ctx)->hash_algo) {
-    case HSAG_SHA256: *len = 32; break;
-    case HSAG_SHA384: *len = 48; break;
-    case HSAG_SHA512: *len = 64; break;
-    default: return PELNIC_ERR_FAILED;
+    static Prepared prepared{};
+    Run& run = TheRun();
+    if (prepared.target == &target) {
+        run.arena.Reset();
+        return prepared;
     }
-    std::fill_n(digest, *len, kLenientDigestOctet);
-    return 0;
+    run.arena.Clear();
+    run.crypto = Crypto::Real;
+    prepared = {&target, NewContext(target.holding), target.isDouble ? NewContext(target.holding) : nullptr};
+    run.arena.Keep();
+    return prepared;
 }
 
-void MakeLenient(CallbackPlan& plan)
+void CollectProblems(std::size_t size, std::vector<std::string>* problems)
 {
-    plan.StubVerification(0, 1);
-    PELNIC_MD_FUNCS& digests = plan.Table().md_funcs;
-    digests.pelnic_md_init = LenientInit;
-    digests.pelnic_md_update = LenientUpdate;
-    digests.pelnic_md_final = LenientFinal;
+    const Run& run = TheRun();
+    problems->insert(problems->end(), run.problems.begin(), run.problems.end());
+    if (run.arena.LiveBlocks() != 0) {
+        problems->push_back(std::to_string(run.arena.LiveBlocks()) + " blocks or handles were not given back");
+    }
+    if (run.arena.PeakBytes() > kFixedMemory + kMemoryPerOctet * size) {
+        problems->push_back(std::to_string(run.arena.PeakBytes()) + " octets of memory for " + std::to_string(size) +
+                            " of input");
+    }
 }
 
 } // namespace
 
 Outcome RunInput(const Target& target, Crypto crypto, const std::uint8_t* data, std::size_t size)
 {
-    CallbackPlan plan;
-    if (crypto == Crypto::Lenient) MakeLenient(plan);
+    const Prepared& prepared = Prepare(target);
+    Run& run = TheRun();
+    run.crypto = crypto;
+    run.problems.clear();
+    run.checks = 0;
     Outcome outcome{false, {}};
     try {
-        outcome.taken = target.run({plan, crypto, data, static_cast<PNV_UINT32>(size)});
+        outcome.taken = target.run({data, static_cast<PNV_UINT32>(size), crypto, prepared.vrf, prepared.other});
     } catch (const std::exception& problem) {
         outcome.problems.push_back(problem.what());
     }
-    for (const std::string& problem : plan.Problems()) outcome.problems.push_back(problem);
-    if (plan.PeakBytes() > kFixedMemory + kMemoryPerOctet * size) {
-        outcome.problems.push_back(std::to_string(plan.PeakBytes()) + " octets of memory for " + std::to_string(size) +
-                                   " of input");
-    }
+    run.lies.clear();
+    (void)pelnic_vrf_ctx_free(prepared.vrf);
+    if (prepared.other != nullptr) (void)pelnic_vrf_ctx_free(prepared.other);
+    CollectProblems(size, &outcome.problems);
     return outcome;
 }
 
@@ -92,17 +109,6 @@ const Bytes& Payload()
     return payload;
 }
 
-Device::Device(CallbackPlan& plan) : Context(plan)
-{
-    static const Bytes root = Build(Pki().root);
-    Require(pelnic_verify_add_cert(*this, root.data(), Len(root)) == 0, "the root is trusted");
-    Record()->base_time = k2026;
-}
-
-void Device::AddCrls()
-{
-    static const Bytes crls = Pki().Crls();
-    Require(pelnic_verify_add_crl(*this, crls.data(), Len(crls)) == 0, "the CRLs are added");
-}
+Device::Device(Holding holding) : vrf_(NewContext(holding)) {}
 
 } // namespace pnvfuzz

@@ -5,11 +5,9 @@ namespace pnvfuzz {
 
 bool FuzzPem(const Trial& trial)
 {
-    Device device(trial.plan);
-    device.AddCrls();
-    const bool isCert = pelnic_verify_add_cert(device, trial.data, trial.size) == 0;
-    const bool isCrl = pelnic_verify_add_crl(device, trial.data, trial.size) == 0;
-    return pelnic_verify_detach_signature_begin(device, trial.data, trial.size) == 0 || isCert || isCrl;
+    const bool isCert = pelnic_verify_add_cert(trial.vrf, trial.data, trial.size) == 0;
+    const bool isCrl = pelnic_verify_add_crl(trial.vrf, trial.data, trial.size) == 0;
+    return pelnic_verify_detach_signature_begin(trial.vrf, trial.data, trial.size) == 0 || isCert || isCrl;
 }
 
 } // namespace pnvfuzz

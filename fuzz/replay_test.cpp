@@ -36,6 +36,6 @@ TEST_P(FuzzCorpus, RunsCleanAndReachesTheEnd)
     EXPECT_NE(taken[1], 0u) << "with the lenient one";
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, FuzzCorpus, ::testing::ValuesIn(kTargets), NameOf);
+INSTANTIATE_TEST_SUITE_P(Targets, FuzzCorpus, ::testing::ValuesIn(Targets()), NameOf);
 
 } // namespace pnvfuzz

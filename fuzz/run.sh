@@ -18,7 +18,7 @@ max_len()
     case $1 in
         extension) echo 256 ;;
         base64) echo 512 ;;
-        certificate | crl) echo 3000 ;;
+        certificate | crl | response) echo 3000 ;;
         *) echo 8500 ;;
     esac
 }
@@ -53,7 +53,7 @@ fuzz_lane() # LANE SECONDS
 max_kept()
 {
     case $1 in
-        package) echo 2048 ;;
+        package | strict | pkgtool) echo 2048 ;;
         *) max_len "$1" ;;
     esac
 }
@@ -73,7 +73,7 @@ merge() # TARGET
 }
 
 cmake/install-packages.sh cmake ninja-build pkgconf g++ clang libclang-rt-14-dev libssl-dev libsafec-dev libgtest-dev \
-    openssl
+    libcli11-dev libcurl4-openssl-dev nlohmann-json3-dev openssl
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 

@@ -273,14 +273,43 @@ Seeds Packages()
     });
 }
 
+// Each lie about each callback once, before a signature: in the first, the third and every call.
+Seeds Callbacks()
+{
+    const TokenSpec token = Lenient(DemoToken(Pki()));
+    const Bytes cms = DetachedCms(Payload(), Lenient(DemoCms(Pki(), token), oid::data));
+    Seeds seeds{Cat(Bytes{0}, DetachedCms(Payload(), DemoCms(Pki()))), Cat(Bytes{0}, cms)};
+    for (std::uint8_t liar = 0; liar < static_cast<std::uint8_t>(Liar::End); ++liar) {
+        seeds.push_back(Cat(Bytes{1, liar, 0, 0, 0xFF, 0xFF}, cms));
+        seeds.push_back(Cat(Bytes{2, liar, 2, 0, 0x00, 0x01, liar, 5, 1, 0x00, 0x00}, cms));
+    }
+    return seeds;
+}
+
+// Granted, with a token; refused, with a text; and a token alone (RFC 3161, 2.4.2).
+Seeds Responses()
+{
+    const Bytes token = TimestampToken(DemoToken(Pki()), StampedSignature());
+    return {
+        Seq(Seq(Int(0)), token),
+        Seq(Seq(Int(1)), token),
+        Seq(Seq(Int(2), Seq(Utf8("come back later"), Utf8("or not")), Bits(3, {0x20}))),
+        token,
+    };
+}
+
 struct NamedSeeds {
     const char* target;
     Seeds (*make)();
 };
 constexpr NamedSeeds kSeeds[] = {
-    {"certificate", Certificates}, {"crl", Crls},     {"extension", Extensions}, {"cms", Signatures},
-    {"timestamp", Timestamps},     {"pem", PemTexts}, {"base64", Base64Texts},   {"crl_bundle", CrlBundles},
-    {"package", Packages},
+    {"certificate", Certificates}, {"crl", Crls},
+    {"extension", Extensions},     {"cms", Signatures},
+    {"timestamp", Timestamps},     {"pem", PemTexts},
+    {"base64", Base64Texts},       {"crl_bundle", CrlBundles},
+    {"package", Packages},         {"callbacks", Callbacks},
+    {"strict", Packages},          {"pkgtool", Packages},
+    {"response", Responses},
 };
 
 void Write(const std::filesystem::path& path, const Bytes& content)
