@@ -1,0 +1,375 @@
+// The checker attacked from inside its process: its n-th allocation fails, libcrypto's included, once and from there
+// on, and the package changes while it is read. A program of its own, linked with either checker, because libcrypto
+// takes another allocator only before it is used: each run is a process, forked before libcrypto has done anything. The
+// build puts the functions below in the place of malloc and read.
+#include "pkgcheck.h"
+#include "rules.h"
+#include "support/effort.h"
+#include "support/package.h"
+#include "support/random.h"
+#include "support/signature.h"
+#include "support/temp_dir.h"
+
+#include <openssl/crypto.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <set>
+
+// Of the coverage build alone: _exit writes no counters.
+extern "C" void __gcov_dump() __attribute__((weak));
+
+extern "C" {
+void* __real_malloc(size_t size);
+void* __wrap_malloc(size_t size);
+ssize_t __real_read(int fd, void* buffer, size_t size);
+ssize_t __wrap_read(int fd, void* buffer, size_t size);
+}
+
+namespace pnvtest {
+namespace {
+
+// ---- The attack
+
+struct Attack {
+    std::size_t nth = 0; // the allocation that fails; 0: none does
+    FaultMode mode = FaultMode::Once;
+    void (*beforeRead)(int fd) = nullptr; // what becomes of the package when its length is known
+    void (*afterRead)(int fd) = nullptr;
+};
+Attack g_attack;
+
+std::size_t* g_asked = nullptr; // allocations so far, of the process that runs the checker; null outside it
+
+bool IsDenied()
+{
+    if (g_asked == nullptr) return false;
+    ++*g_asked;
+    return g_attack.nth != 0 &&
+           (g_attack.mode == FaultMode::Once ? *g_asked == g_attack.nth : *g_asked >= g_attack.nth);
+}
+
+void* Allocate(std::size_t size, const char*, int)
+{
+    return IsDenied() ? nullptr : __real_malloc(size);
+}
+
+void* Reallocate(void* block, std::size_t size, const char*, int)
+{
+    return IsDenied() ? nullptr : std::realloc(block, size);
+}
+
+void Release(void* block, const char*, int)
+{
+    std::free(block);
+}
+
+} // namespace
+} // namespace pnvtest
+
+void* __wrap_malloc(size_t size)
+{
+    return pnvtest::IsDenied() ? nullptr : __real_malloc(size);
+}
+
+ssize_t __wrap_read(int fd, void* buffer, size_t size)
+{
+    if (pnvtest::g_attack.beforeRead != nullptr) pnvtest::g_attack.beforeRead(fd);
+    const ssize_t got = __real_read(fd, buffer, size);
+    if (pnvtest::g_attack.afterRead != nullptr) pnvtest::g_attack.afterRead(fd);
+    return got;
+}
+
+namespace pnvtest {
+namespace {
+
+// ---- One run
+
+constexpr int kAccepted = 0;
+constexpr int kRefused = 255;
+constexpr int kNotStrict = 253;
+
+bool IsStrict()
+{
+    return pkgcheck_unsigned_refusal() != nullptr;
+}
+
+// The strict rules refuse as well when they have no memory to look.
+bool IsRefusal(int status)
+{
+    return status == kRefused || (IsStrict() && status == kNotStrict);
+}
+
+// The exit status of a process that runs the function, or 1000 and the signal that ended it.
+template <typename Function> int InChild(Function function)
+{
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int status = function();
+        if (__gcov_dump != nullptr) __gcov_dump();
+        _exit(status & 0xFF);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+struct Result {
+    int status;
+    std::size_t asked;
+};
+
+class AttackedChecker : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        ASSERT_EQ(CRYPTO_set_mem_functions(Allocate, Reallocate, Release), 1) << "libcrypto was used before";
+        void* const shared =
+            mmap(nullptr, sizeof(std::size_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(shared, MAP_FAILED);
+        s_asked = static_cast<std::size_t*>(shared);
+    }
+
+    // Built, with libcrypto, in a process of its own.
+    template <typename Make> void Package(Make make)
+    {
+        ASSERT_EQ(InChild([&] {
+                      dir_.Write("package", Build(make()));
+                      return 0;
+                  }),
+                  0);
+    }
+
+    Result Run(const Attack& attack) const
+    {
+        *s_asked = 0;
+        const int status = InChild([&] {
+            if (std::freopen("/dev/null", "w", stdout) == nullptr) return 99;
+            char program[] = "pkgcheck";
+            std::string path = dir_.Path("package");
+            char* argv[] = {program, path.data(), nullptr};
+            g_attack = attack;
+            g_asked = s_asked;
+            return pkgcheck_run(2, argv);
+        });
+        return {status, *s_asked};
+    }
+
+    // All allocations fail one after the other, or a sample of them. Without an attack this is the status, and it may
+    // turn into a refusal and into nothing else.
+    void FailAllocations(int status) const
+    {
+        const Result undisturbed = Run({});
+        ASSERT_EQ(undisturbed.status, status);
+        std::size_t faults = 0;
+        for (FaultMode mode : {FaultMode::Once, FaultMode::Onward}) {
+            for (std::size_t nth : Chosen(undisturbed.asked)) {
+                SCOPED_TRACE(::testing::Message()
+                             << "allocation " << nth << (mode == FaultMode::Once ? "" : " and on"));
+                const int answer = Run({nth, mode}).status;
+                ASSERT_TRUE(answer == status || IsRefusal(answer)) << answer;
+                ++faults;
+            }
+        }
+        Report("allocations of the checker that failed, seed " + std::to_string(SampleSeed()), faults);
+    }
+
+    const TempDir dir_;
+
+private:
+    static std::set<std::size_t> Chosen(std::size_t all)
+    {
+        constexpr std::size_t kSample = 15;
+        Random random(SampleSeed());
+        std::set<std::size_t> chosen;
+        for (std::size_t nth = 1; LongForm() && nth <= all; ++nth) chosen.insert(nth);
+        while (chosen.size() < kSample) chosen.insert(1 + random.Below(all));
+        return chosen;
+    }
+
+    static std::size_t* s_asked;
+};
+std::size_t* AttackedChecker::s_asked = nullptr;
+
+// ---- Packages
+
+DemoPki Pki()
+{
+    return DemoPki(KeyId::Rsa4096);
+}
+
+const Bytes kPayload = Text("a firmware image");
+
+PackageSpec Signed(const CmsSpec& cms, const Bytes& crls = Pki().Crls())
+{
+    return SignedPackage(kPayload, DetachedCms(kPayload, cms), crls);
+}
+
+PackageSpec Good()
+{
+    return Signed(DemoCms(Pki()));
+}
+
+// The CRLs of all CAs, and one more of the signing CA, which revokes the signer.
+Bytes CrlsRevokingTheSigner(bool isFirst)
+{
+    const DemoPki pki = Pki();
+    CrlSpec revoking = pki.signingCrl;
+    revoking.revoked = {{pki.signer.serial}};
+    return isFirst ? Cat(Build(revoking), pki.Crls()) : Cat(pki.Crls(), Build(revoking));
+}
+
+// ---- Without memory
+
+TEST_F(AttackedChecker, WithoutMemoryAcceptsOrRefusesAGoodPackage)
+{
+    Package(Good);
+    FailAllocations(kAccepted);
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesASignerWhomTheSecondOfTwoCrlsRevokes)
+{
+    Package([] { return Signed(DemoCms(Pki()), CrlsRevokingTheSigner(false)); });
+    FailAllocations(kRefused);
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesASignerWhomTheFirstOfTwoCrlsRevokes)
+{
+    Package([] { return Signed(DemoCms(Pki()), CrlsRevokingTheSigner(true)); });
+    FailAllocations(kRefused);
+}
+
+// The CA that the root revoked stands between root and signer.
+TEST_F(AttackedChecker, WithoutMemoryRefusesASignerBelowARevokedCa)
+{
+    Package([] {
+        DemoPki pki = Pki();
+        const Bytes clean = pki.Crls();
+        pki.rootCrl.revoked = {{pki.signingCa.serial}};
+        return Signed(DemoCms(pki), Cat(clean, Build(pki.rootCrl)));
+    });
+    FailAllocations(kRefused);
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesTheBadOneOfTwoSigners)
+{
+    Package([] {
+        CmsSpec cms = DemoCms(Pki());
+        cms.signers.push_back(cms.signers[0]);
+        cms.signers[0].brokenSignature = true;
+        cms.signers[1].hash = Hash::Sha512;
+        return Signed(cms);
+    });
+    FailAllocations(kRefused);
+}
+
+// What the strict checker alone refuses.
+int StrictlyRefused()
+{
+    return IsStrict() ? kNotStrict : kAccepted;
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesATimestampThatNobodySigned)
+{
+    Package([] {
+        TokenSpec token = DemoToken(Pki());
+        token.cms.signers.clear();
+        return Signed(DemoCms(Pki(), token));
+    });
+    FailAllocations(StrictlyRefused());
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesSeveralSignersWithoutAttributes)
+{
+    Package([] {
+        CmsSpec cms = Direct(DemoCms(Pki()));
+        cms.signers.push_back(cms.signers[0]);
+        return Signed(cms);
+    });
+    FailAllocations(StrictlyRefused());
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesSignedAttributesReplayedAsAPayload)
+{
+    Package([] {
+        const Bytes genuine = DetachedCms(kPayload, DemoCms(Pki()));
+        const Bytes attributes = Set(Content(genuine, {1, 0, 4, 0, 3}));
+        return SignedPackage(attributes, Replace(genuine, {1, 0, 4, 0, 3}, {}), Pki().Crls());
+    });
+    FailAllocations(StrictlyRefused());
+}
+
+// ---- While the file changes
+
+constexpr off_t kHeader = 352;
+
+void ShrinkByOne(int fd)
+{
+    const off_t length = lseek(fd, 0, SEEK_END);
+    lseek(fd, 0, SEEK_SET);
+    if (truncate(("/proc/self/fd/" + std::to_string(fd)).c_str(), length - 1) != 0) std::abort();
+}
+
+void ShrinkToTheHeader(int fd)
+{
+    if (truncate(("/proc/self/fd/" + std::to_string(fd)).c_str(), kHeader) != 0) std::abort();
+}
+
+void ShrinkToNothing(int fd)
+{
+    if (truncate(("/proc/self/fd/" + std::to_string(fd)).c_str(), 0) != 0) std::abort();
+}
+
+void Grow(int fd)
+{
+    std::FILE* const file = std::fopen(("/proc/self/fd/" + std::to_string(fd)).c_str(), "a");
+    if (file == nullptr || std::fputs("more", file) < 0 || std::fclose(file) != 0) std::abort();
+}
+
+// Makes the package one of a single sub-file, which nobody need sign.
+void DropTheSignature(int fd)
+{
+    std::FILE* const file = std::fopen(("/proc/self/fd/" + std::to_string(fd)).c_str(), "r+");
+    const std::uint8_t one[] = {0, 0, 0, 1};
+    if (file == nullptr || std::fseek(file, 16, SEEK_SET) != 0 || std::fwrite(one, 1, 4, file) != 4) std::abort();
+    if (std::fclose(file) != 0) std::abort();
+}
+
+void DamageThePayload(int fd)
+{
+    std::FILE* const file = std::fopen(("/proc/self/fd/" + std::to_string(fd)).c_str(), "r+");
+    if (file == nullptr || std::fseek(file, kHeader, SEEK_SET) != 0 || std::fputc('A', file) == EOF) std::abort();
+    if (std::fclose(file) != 0) std::abort();
+}
+
+TEST_F(AttackedChecker, RefusesAFileThatShrinksWhileItIsRead)
+{
+    for (auto shrink : {ShrinkByOne, ShrinkToTheHeader, ShrinkToNothing}) {
+        Package(Good);
+        EXPECT_EQ(Run({0, FaultMode::Once, shrink}).status, kRefused);
+    }
+}
+
+TEST_F(AttackedChecker, JudgesAFileThatGrowsByWhatItWas)
+{
+    Package(Good);
+    EXPECT_EQ(Run({0, FaultMode::Once, Grow}).status, kAccepted);
+    Package([] { return Signed(DemoCms(Pki()), CrlsRevokingTheSigner(false)); });
+    EXPECT_EQ(Run({0, FaultMode::Once, Grow}).status, kRefused);
+}
+
+TEST_F(AttackedChecker, JudgesAFileThatChangesByWhatItRead)
+{
+    Package(Good);
+    EXPECT_EQ(Run({0, FaultMode::Once, DamageThePayload}).status, kRefused);
+    Package(Good);
+    EXPECT_EQ(Run({0, FaultMode::Once, nullptr, DamageThePayload}).status, kAccepted);
+    Package([] { return Signed(DemoCms(Pki()), CrlsRevokingTheSigner(false)); });
+    EXPECT_EQ(Run({0, FaultMode::Once, nullptr, DropTheSignature}).status, kRefused);
+}
+
+} // namespace
+} // namespace pnvtest
