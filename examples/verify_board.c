@@ -5,12 +5,14 @@
  * Exit status: 0 accepted, 1 refused, 2 wrong command line.
  */
 #include "callbacks/board_platform.h"
+#include "callbacks/check_budget.h"
 #include "callbacks/mbedtls_crypto.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 
 #define PART 4096
+#define CHECKS 200 /* a package takes 10, and 2 for each signer more */
 
 static max_align_t pool[(256 << 10) / sizeof(max_align_t)];
 
@@ -67,11 +69,13 @@ int main(int argc, char** argv)
     PELNIC_CTX_CREATE_PARAMS params = {.st_size = sizeof params};
     board_platform(&params.callback_funcs, pool, size);
     mbedtls_crypto(&params.callback_funcs);
+    check_budget(&params.callback_funcs, CHECKS);
     PNV_INT32 result = 0;
     const PELNIC_ERROR_CODE rc = verify(&params, &result);
 
     const int accepted = rc == 0 && result == 1;
     printf("%s: code 0x%08x, result %d\n", accepted ? "accepted" : "refused", (unsigned)rc, (int)result);
+    if (check_budget_is_spent()) printf("stopped: more signatures to check, or larger exponents, than allowed\n");
     printf("pool: %zu of %zu octets at the peak, %zu now\n", board_pool_peak(), size, board_pool_in_use());
     return accepted ? 0 : 1;
 }

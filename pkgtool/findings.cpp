@@ -269,6 +269,28 @@ std::optional<std::time_t> latestTimestamp(const Contents& contents)
     return latest;
 }
 
+// Whether a certificate of that kind and issuer is there. A root's own does not count: no CRL speaks for it.
+bool hasIssued(const Contents& contents, const Json& issuer, bool isCa)
+{
+    return std::any_of(contents.objects.begin(), contents.objects.end(), [&](const auto& entry) {
+        const Json& cert = entry.second;
+        return cert.contains("subject") && cert["issuer"] == issuer && cert["is_ca"] == isCa &&
+               cert["is_self_issued"] == false;
+    });
+}
+
+// A CRL for CA certificates only, or for others only, is in order where its issuer issued no others.
+void lintScope(const Contents& contents, const Json& crl, const std::string& at, Findings& findings)
+{
+    for (const Json& limit : crl["scope"]) {
+        if (limit == "CA certificates" && !hasIssued(contents, crl["issuer"], false)) continue;
+        if (limit == "user certificates" && !hasIssued(contents, crl["issuer"], true)) continue;
+        findings.push_back({"crl-limited", Severity::Warning, at,
+                            "the CRL of " + briefName(crl["issuer"]) + " is a limited one (" + textOf(limit) +
+                                "): devices take it for the whole, and what it leaves out passes"});
+    }
+}
+
 void lintCrl(const Json& crl, const std::string& at, std::optional<std::time_t> signedAt, const Limits& limits,
              Findings& findings)
 {
@@ -342,6 +364,7 @@ Findings lintCrls(const Contents& contents, const Limits& limits)
     if (!file.contains("crls")) return findings;
     const std::optional<std::time_t> signedAt = latestTimestamp(contents);
     for (std::size_t i = 0; i < file["crls"].size(); ++i) {
+        lintScope(contents, file["crls"][i], place + pointerTo("/crls", i), findings);
         lintCrl(file["crls"][i], place + pointerTo("/crls", i), signedAt, limits, findings);
     }
     if (file["unread_bytes"] != 0) {

@@ -2,6 +2,7 @@
 // programs tell good from bad.
 #include "cmsverify/pelnic_callback_fun.h"
 #include "examples/callbacks/board_platform.h"
+#include "examples/callbacks/check_budget.h"
 #include "examples/callbacks/libc_platform.h"
 #include "examples/callbacks/mbedtls_crypto.h"
 #include "examples/conformance/callback_conformance.h"
@@ -669,6 +670,54 @@ TEST(BoardPool, OfThePeakSizeIsJustEnough)
     EXPECT_NE(starved.code, 0u);
     EXPECT_EQ(board_pool_in_use(), 0u);
     EXPECT_EQ(VerdictOn(BoardTable(256), anchors, signature), (Verdict{PELNIC_ERR_SYS_MEM_ALLOC, 0}));
+}
+
+// ---- The budget of signature checks ----
+
+// Whatever the number at which it ends, nothing is accepted that was not checked to the end.
+TEST(CheckBudget, AcceptsNothingThatItStopped)
+{
+    Bytes signature;
+    const Anchors anchors = Make(kSignatures[0], &signature);
+    PNV_UINT32 checks = 0;
+    for (;; ++checks) {
+        SCOPED_TRACE(checks);
+        ASSERT_LT(checks, 50u);
+        Table table = BoardTable();
+        check_budget(&table, checks);
+        const Verdict verdict = VerdictOn(table, anchors, signature);
+        EXPECT_EQ(board_pool_in_use(), 0u);
+        if (check_budget_is_spent() == 0) {
+            EXPECT_EQ(verdict, good);
+            break;
+        }
+        EXPECT_NE(verdict.code, 0u);
+        EXPECT_EQ(verdict.result, 0);
+    }
+    EXPECT_GT(checks, 3u);
+}
+
+TEST(CheckBudget, StopsAtALargeExponent)
+{
+    DemoPki pki = FlatPki();
+    CmsSpec cms = FlatCms(pki);
+    const auto verdictWith = [&](std::size_t octets) {
+        CertSpec anybody = Root(KeyId::Rsa2048F);
+        anybody.subject = anybody.issuer = TestName("Anybody"); // its own issuer, so its signature is checked
+        Bytes exponent(octets, 0x00);
+        exponent.front() = exponent.back() = 0x01;
+        anybody.subjectPublicKey =
+            Seq(AlgoId(oid::rsaEncryption), Bits(0, Seq(Int(Cat(Bytes{0x00}, Bytes(256, 0xC5))), Int(exponent))));
+        CmsSpec with = cms;
+        with.certificates.push_back(Build(anybody));
+        Table table = BoardTable();
+        check_budget(&table, 200);
+        return VerdictOn(table, FlatAnchors(pki), DetachedCms(kContent, with));
+    };
+    EXPECT_EQ(verdictWith(8), good);
+    EXPECT_EQ(check_budget_is_spent(), 0);
+    EXPECT_NE(verdictWith(9).code, 0u);
+    EXPECT_EQ(check_budget_is_spent(), 1);
 }
 
 // ---- The programs ----

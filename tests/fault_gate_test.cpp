@@ -8,6 +8,7 @@
 #include "support/paths.h"
 #include "support/signature_cases.h"
 #include "support/temp_dir.h"
+#include "tool/rules.h"
 #include "tool/verify_signature.h"
 
 #include <fstream>

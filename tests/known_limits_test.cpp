@@ -69,6 +69,70 @@ TEST_F(KnownLimit, OldGenuineCrlHidesARevocationUpToItsNextUpdate)
     ExpectRefused(DemoCms(pki_), PELNIC_ERR_CERT_VERIFY);
 }
 
+// Any CRL of the CA will do, and an indirect one of any CA.
+TEST_F(KnownLimit, CrlOfAnotherScopeHidesARevocation)
+{
+    const CrlSpec full = pki_.signingCrl;
+    pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
+    ExpectRefused(DemoCms(pki_), PELNIC_ERR_CERT_VERIFY);
+    const auto point = [](const Bytes& fields) { return Ext(oid::issuingDistributionPoint, Seq(fields), true); };
+    for (const Bytes& extension : {Ext("2.5.29.27", Int(1), true),                                     // delta
+                                   point(CtxPrim(1, {0xFF})),                                          // users
+                                   point(CtxPrim(2, {0xFF})),                                          // CAs
+                                   point(CtxPrim(5, {0xFF})),                                          // attributes
+                                   point(CtxPrim(3, {0x06, 0x40})),                                    // some reasons
+                                   point(Ctx(0, Ctx(0, CtxPrim(6, Text("http://example.com/1")))))}) { // one point
+        pki_.signingCrl = full;
+        pki_.signingCrl.extensions.push_back(extension);
+        ExpectAccepted(DemoCms(pki_));
+    }
+    pki_.signingCrl = Indirect(CrlOf(pki_.tsaCa));
+    ExpectAccepted(DemoCms(pki_));
+}
+
+// Whoever was revoked, and has expired since, need not be on it any more.
+TEST_F(KnownLimit, CrlFromAfterTheSigningTimeHidesARevocation)
+{
+    pki_.signingCrl.thisUpdate = UtcTime("340101000000Z");
+    ExpectAccepted(DemoCms(pki_));
+}
+
+// ---- What comes first in a context stays ----
+
+// CRLs with the same signature bits are one CRL to the store, whatever they say; nobody signed the second.
+TEST_F(KnownLimit, ForgedTwinShutsTheNewestCrlOut)
+{
+    const Bytes old = Build(pki_.signingCrl);
+    pki_.signingCrl.thisUpdate = UtcTime("250701000000Z");
+    pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
+    const Bytes newest = Build(pki_.signingCrl);
+    const Bytes twin = Replace(old, {2}, Tlv(0x03, Content(newest, {2})));
+    const Bytes others = Cat(Build(pki_.rootCrl), Build(pki_.tsaCrl));
+    const auto verify = [&](const std::vector<Bytes>& inOrder) {
+        Renew();
+        const Bytes root = Build(pki_.root);
+        EXPECT_EQ(pelnic_verify_add_cert(Current(), root.data(), Len(root)), 0u);
+        for (const Bytes& crls : inOrder) EXPECT_EQ(pelnic_verify_add_crl(Current(), crls.data(), Len(crls)), 0u);
+        return Verify(Current(), DetachedCms(payload_, DemoCms(pki_)), payload_);
+    };
+    EXPECT_EQ(verify({Cat(twin, old, others), newest}), good);
+    EXPECT_EQ(verify({newest, Cat(twin, old, others)}), (Verdict{PELNIC_ERR_CERT_VERIFY, 0})); // the caller's first
+    EXPECT_EQ(verify({Cat(old, others), newest}), (Verdict{PELNIC_ERR_CERT_VERIFY, 0}));       // no twin
+}
+
+// The other way round: a good package is refused for what an earlier one left behind.
+TEST_F(KnownLimit, BogusCertificateOfAnEarlierSignatureIsFoundFirst)
+{
+    CmsSpec bogus = DemoCms(pki_);
+    CertSpec impostor = pki_.signer;
+    impostor.key = KeyId::Rsa2048F;
+    impostor.brokenSignature = true;
+    bogus.certificates = {Build(impostor)};
+    ExpectRefused(bogus, PELNIC_ERR_CERT_VERIFY);
+    EXPECT_EQ(Verify(Current(), DetachedCms(payload_, DemoCms(pki_)), payload_), (Verdict{PELNIC_ERR_CERT_VERIFY, 0}));
+    ExpectAccepted(DemoCms(pki_)); // in a context of its own
+}
+
 // ---- The chain ends at a direct CRL ----
 
 // A CA with a second certificate for another key. Its CRL is signed with the first key and proves the first

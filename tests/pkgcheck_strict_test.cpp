@@ -5,6 +5,8 @@
 #include "support/signature.h"
 #include "support/temp_dir.h"
 
+#include <algorithm>
+
 namespace pnvtest {
 namespace {
 
@@ -115,6 +117,112 @@ TEST_F(StrictChecker, RefusesSignedAttributesReplayedAsAPayload)
                   "the payload is another signature's signed attributes");
 }
 
+TEST_F(StrictChecker, RefusesATimestampOfAnotherContentType)
+{
+    TokenSpec token = DemoToken(pki_);
+    token.cms.edit = [](Bytes signedData) { return Replace(signedData, {2, 0}, Oid(oid::data)); };
+    token.cms.signers[0].signedAttributes = UsualAttributes(oid::data);
+    ExpectRefused(DemoCms(pki_, token), "a timestamp's content is not of the type TSTInfo");
+}
+
+Bytes Point(const Bytes& fields)
+{
+    return Ext(oid::issuingDistributionPoint, Seq(fields), true);
+}
+Bytes DeltaIndicator()
+{
+    return Ext("2.5.29.27", Int(1), true);
+}
+
+// Each lets a signer pass whom another CRL of the same CA revokes.
+TEST_F(StrictChecker, RefusesCrlsThatMayLeaveOutARevocation)
+{
+    const std::vector<std::pair<Bytes, std::string>> cases = {
+        {DeltaIndicator(), "a CRL is a delta CRL"},
+        {Point(CtxPrim(2, {0xFF})), "a CRL speaks for CA certificates only, and its issuer issued another"},
+        {Point(CtxPrim(5, {0xFF})), "a CRL speaks for attribute certificates only"},
+        {Point(CtxPrim(3, {0x06, 0x40})), "a CRL speaks for some reasons only"},
+        {Point(Ctx(0, Ctx(0, CtxPrim(6, Text("http://example.com/1.crl"))))),
+         "a CRL speaks for one distribution point only"},
+        {Point(CtxPrim(4, {0xFF})), "a CRL is an indirect one"},
+        {Ext(oid::issuingDistributionPoint, Octets({0x01}), true), "a CRL does not tell what it speaks for"},
+    };
+    for (const auto& [extension, reason] : cases) {
+        SCOPED_TRACE(reason);
+        pki_ = DemoPki(KeyId::Rsa4096);
+        pki_.signingCrl.extensions.push_back(extension);
+        ExpectRefused(DemoCms(pki_), reason);
+    }
+    pki_ = DemoPki(KeyId::Rsa4096);
+    pki_.rootCrl.extensions.push_back(Point(CtxPrim(1, {0xFF})));
+    ExpectRefused(DemoCms(pki_), "a CRL speaks for no CA certificates, and its issuer issued one");
+    pki_ = DemoPki(KeyId::Rsa4096);
+    pki_.signingCrl = Indirect(CrlOf(pki_.tsaCa)); // of another CA
+    ExpectRefused(DemoCms(pki_), "a CRL is an indirect one");
+}
+
+TEST_F(StrictChecker, RefusesCrlsFromAfterTheSigningTime)
+{
+    pki_.signingCrl.thisUpdate = UtcTime("260101000001Z");
+    ExpectRefused(DemoCms(pki_), "a CRL was issued after the signing time");
+    pki_.signingCrl.thisUpdate = UtcTime("260101000000Z");
+    ExpectSame(Package(DemoCms(pki_)), kAcceptedSilently);
+    CmsSpec two = DemoCms(pki_);
+    const TokenSpec earlier = With(DemoToken(pki_), &TokenSpec::time, GenTime("20251231235959Z"));
+    two.signers.push_back(DemoCms(pki_, earlier).signers[0]);
+    ExpectRefused(two, "a CRL was issued after the signing time"); // of either signer
+    pki_.signingCrl.thisUpdate = UtcTime("2601010000Z");
+    ExpectRefused(DemoCms(pki_), "a CRL does not tell its date");
+}
+
+// ---- Work ----
+
+// 2^(8 * octets - 8) + 1, which no signature here was made for.
+Bytes KeyWithExponent(std::size_t octets, std::uint8_t index)
+{
+    Bytes modulus(256, 0xC5);
+    modulus[1] = index;
+    Bytes exponent(octets, 0x00);
+    exponent.front() = exponent.back() = 0x01;
+    return Seq(AlgoId(oid::rsaEncryption), Bits(0, Seq(Int(Cat(Bytes{0x00}, modulus)), Int(exponent))));
+}
+
+// A CA that says it is its own issuer costs a check of its signature.
+CertSpec SelfIssued(std::size_t exponent, std::size_t index)
+{
+    CertSpec cert = Root(KeyId::Rsa2048F);
+    cert.subject = cert.issuer = TestName("Anybody");
+    cert.serial = {0x01, static_cast<std::uint8_t>(index >> 8), static_cast<std::uint8_t>(index)};
+    cert.subjectPublicKey = KeyWithExponent(exponent, static_cast<std::uint8_t>(index));
+    return cert;
+}
+
+TEST_F(StrictChecker, RefusesExponentsAbove64Bits)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(SelfIssued(8, 0)));
+    ExpectSame(Package(cms), kAcceptedSilently);
+    cms.certificates.push_back(Build(SelfIssued(9, 1)));
+    ExpectRefused(cms, "an RSA exponent has more than 64 bits");
+}
+
+TEST_F(StrictChecker, StopsAfterAThousandSignatureChecks)
+{
+    CmsSpec cms = DemoCms(pki_);
+    Bytes cert = Build(SelfIssued(3, 0));
+    const Bytes serial{0x02, 0x03, 0x01, 0x00, 0x00};
+    const auto at = std::search(cert.begin(), cert.end(), serial.begin(), serial.end());
+    ASSERT_NE(at, cert.end());
+    for (std::size_t i = 0; i < 990; ++i) {
+        at[3] = static_cast<std::uint8_t>(i >> 8);
+        at[4] = static_cast<std::uint8_t>(i);
+        cms.certificates.push_back(cert);
+    }
+    ExpectSame(Package(cms), kAcceptedSilently);
+    cms.certificates.push_back(Build(SelfIssued(3, 1001)));
+    ExpectRefused(cms, "there are more than 1000 signatures to check");
+}
+
 TEST_F(StrictChecker, ReadsPem)
 {
     TokenSpec token = DemoToken(pki_);
@@ -145,6 +253,15 @@ TEST_F(StrictChecker, AcceptsATimestampSignedWithoutAttributes)
     TokenSpec token = DemoToken(pki_);
     token.cms.signers[0].signedAttributes = nullptr;
     ExpectSame(Package(DemoCms(pki_, token)), kAcceptedSilently);
+}
+
+// As a PKI has it that publishes CRLs for CAs and for others apart: each is for the certificates that it speaks for.
+TEST_F(StrictChecker, AcceptsCrlsThatSpeakForTheirIssuersKindOfCertificates)
+{
+    pki_.rootCrl.extensions.push_back(Point(CtxPrim(2, {0xFF})));
+    pki_.signingCrl.extensions.push_back(Point(CtxPrim(1, {0xFF})));
+    pki_.tsaCrl.extensions.push_back(Point(CtxPrim(1, {0xFF})));
+    ExpectSame(Package(DemoCms(pki_)), kAcceptedSilently);
 }
 
 // A SET, but not one of attributes alone.

@@ -309,6 +309,27 @@ TEST_F(PkgtoolLint, FindsCrlsThatListNothingOrSpeakForOthers)
     ExpectFound(Package(), kWarnings, {"crl-lists-nothing", "crl-indirect"});
 }
 
+TEST_F(PkgtoolLint, FindsLimitedCrls)
+{
+    const auto point = [](const Bytes& fields) { return Ext(oid::issuingDistributionPoint, Seq(fields), true); };
+    const CrlSpec full = pki_.signingCrl;
+    for (const Bytes& extension :
+         {Ext("2.5.29.27", Int(1), true), point(CtxPrim(2, {0xFF})), point(CtxPrim(5, {0xFF})),
+          point(CtxPrim(3, {0x06, 0x40})), point(Ctx(0, Ctx(0, CtxPrim(6, Text("http://example.com/1"))))),
+          Ext(oid::issuingDistributionPoint, Octets({0x01}), true)}) {
+        pki_.signingCrl = full;
+        pki_.signingCrl.extensions.push_back(extension);
+        ExpectFound(Package(), kWarnings, {"crl-limited"});
+    }
+    // For CAs and for others apart: each speaks for what its issuer issued, until they are exchanged.
+    pki_.signingCrl = full;
+    pki_.signingCrl.extensions.push_back(point(CtxPrim(1, {0xFF})));
+    pki_.rootCrl.extensions.push_back(point(CtxPrim(2, {0xFF})));
+    ExpectFound(Package(), kClean, {});
+    std::swap(pki_.signingCrl.extensions.back(), pki_.rootCrl.extensions.back());
+    ExpectFound(Package(), kWarnings, {"crl-limited"});
+}
+
 TEST_F(PkgtoolLint, PointsAtThePlaceAndPutsTheWorstFirst)
 {
     pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");

@@ -313,6 +313,29 @@ TEST(WorkLaws, CertificatesInASignature)
     }
 }
 
+// Whether such a one is a root is told by its signature.
+TEST(WorkLaws, SelfIssuedCertificatesInASignature)
+{
+    for (std::size_t n : Sizes(50, 200, 5000)) {
+        CleanPlan plan;
+        const DemoPki pki;
+        CertSpec selfIssued = pki.signer;
+        selfIssued.subject = selfIssued.issuer;
+        const Bytes sample = Build(selfIssued);
+        CmsSpec cms = DemoCms(pki);
+        for (std::size_t i = 0; i < n; ++i) cms.certificates.push_back(Replace(sample, {0, tbs::serial}, Number(i)));
+        const Bytes signature = DetachedCms({}, cms);
+        Context ctx(plan);
+        Provide(ctx, AnchorsOf(pki));
+        const Meter meter(plan);
+        EXPECT_EQ(Begin(ctx, signature), 0u);
+        const Work spent = meter.Spent();
+        ExpectAtMost(Times(n, "self-issued certificates in a signature"), spent,
+                     {n + 10, 58 * n + 1200, 79 * n + 600, 16 * n + 2560, 4400 * n + 50000});
+        EXPECT_GE(spent.checks, n);
+    }
+}
+
 // ---- Signers of one signature ----
 
 TEST(WorkLaws, Signers)

@@ -149,6 +149,11 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
                         isInside(package, packageLength, sig.pBin, sig.uiBinLength) &&
                         isInside(package, packageLength, sig.pCrl, sig.uiCrlLength);
     job->code = inside ? Pelnic_Verify_Signature_Logged(&sig, job->log) : PELNIC_ERR_FAILED;
+    const char* const stopped = inside && job->code != 0 ? pkgcheck_work_refusal() : nullptr;
+    if (stopped != nullptr) {
+        job->code = 0; // whatever the library made of a check without an answer
+        return conclude(job, stopped, "");
+    }
     if (job->code != 0) {
         (void)fprintf(job->out, "Check cms file fail for file(err 0x%x)\n", job->code);
         return REFUSED;

@@ -1,11 +1,15 @@
-// Reads a verified signature again, with the decoder that verified it.
+// Reads a verified signature and its CRLs again, with the decoder that verified them; and limits the work of verifying.
 #include "rules.h"
+
+#include "crl_scope.h"
 
 #include "cmsverify/cms_verify.h"
 #include "cmsverify/pelnic_asn1_decode.h"
 #include "cmsverify/pelnic_asn1_utils.h"
 #include "cmsverify/pelnic_cms_utils.h"
 #include "cmsverify/pelnic_list.h"
+#include "cmsverify/pelnic_pki_impl.h"
+#include "cmsverify/pelnic_x509_utils.h"
 
 static const char* const UNREADABLE = "the signature cannot be read again";
 
@@ -40,22 +44,104 @@ static bool signersStateContentType(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
     return true;
 }
 
-static const char* timestampRefusal(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO& signer)
+// 1.2.840.113549.1.9.16.1.4, id-ct-TSTInfo (RFC 3161, 2.4.2)
+static bool isTstInfo(const PELNIC_ASN_OID& type)
+{
+    constexpr PNV_BYTE TST_INFO[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x10, 0x01, 0x04};
+    if (type.tag.code != CBT_OID || type.len != sizeof TST_INFO) return false;
+    for (PNV_UINT32 i = 0; i < type.len; ++i) {
+        if (type.octs[i] != TST_INFO[i]) return false;
+    }
+    return true;
+}
+
+// ---- CRLs
+
+// Whether a list has a certificate of this issuer.
+static bool isIssuerOfAny(const PELNIC_VRF* pVrf, const PELNIC_X509_NAME* issuer,
+                          const LIST_TYPE_PELNIC_X509_CERT& certs)
+{
+    for (PNV_UINT32 i = 0; i < certs.num; ++i) {
+        if (pelnic_compare_x509_name(pVrf, certs.data[i]->toBeSigned->issuer, issuer) == 0) return true;
+    }
+    return false;
+}
+
+static const char* scopeRefusal(const PELNIC_VRF* pVrf, const PELNIC_X509_CRL& crl)
+{
+    const PNV_UINT32 scope = pkgcheck_crl_scope(pVrf, &crl);
+    if ((scope & PKGCHECK_CRL_UNREADABLE) != 0) return "a CRL does not tell what it speaks for";
+    if ((scope & PKGCHECK_CRL_DELTA) != 0) return "a CRL is a delta CRL";
+    if ((scope & PKGCHECK_CRL_INDIRECT) != 0) return "a CRL is an indirect one";
+    if ((scope & PKGCHECK_CRL_ATTRIBUTES_ONLY) != 0) return "a CRL speaks for attribute certificates only";
+    if ((scope & PKGCHECK_CRL_SOME_REASONS) != 0) return "a CRL speaks for some reasons only";
+    if ((scope & PKGCHECK_CRL_ONE_POINT) != 0) return "a CRL speaks for one distribution point only";
+    const PELNIC_X509_NAME* const issuer = crl.tbs_cert_list->issuer;
+    const PELNIC_PKI_STORE& store = static_cast<const PELNIC_PKI*>(pVrf->pki_ctx)->pki_store;
+    if ((scope & PKGCHECK_CRL_CAS_ONLY) != 0 && store.local_store != nullptr &&
+        isIssuerOfAny(pVrf, issuer, store.local_store->local_certs)) {
+        return "a CRL speaks for CA certificates only, and its issuer issued another";
+    }
+    if ((scope & PKGCHECK_CRL_USERS_ONLY) != 0 && store.trust_store != nullptr &&
+        isIssuerOfAny(pVrf, issuer, store.trust_store->ca_certs)) {
+        return "a CRL speaks for no CA certificates, and its issuer issued one";
+    }
+    return nullptr;
+}
+
+// Every CRL that came with the package, whichever was used; the stores hold all its certificates but roots.
+static const char* scopesRefusal(const PELNIC_VRF* pVrf)
+{
+    for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
+        const char* const reason = scopeRefusal(pVrf, *pVrf->crl_list.data[i]);
+        if (reason != nullptr) return reason;
+    }
+    return nullptr;
+}
+
+// Whether a CRL was issued after the time in base_time. Such a one may leave out what was revoked before and has ended.
+static const char* issueRefusal(const PELNIC_VRF* pVrf)
+{
+    for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
+        PNV_TIME_T issued = 0;
+        const PELNIC_ASN_OCTS* const thisUpdate = pVrf->crl_list.data[i]->tbs_cert_list->this_update;
+        if (pelnic_convert_datetime_to_time(pVrf, thisUpdate, &issued) != 0) return "a CRL does not tell its date";
+        if (issued > pVrf->base_time) return "a CRL was issued after the signing time";
+    }
+    return nullptr;
+}
+
+// ---- Timestamps
+
+static const char* tokenRefusal(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO& signer,
+                                const PELNIC_PKCS7_SIGNED_DATA& token)
+{
+    if (token.signer_infos->infos.num == 0) return "nobody signed the timestamp";
+    if (!signersStateContentType(pVrf, token)) return "a timestamp's signed attributes lack its content type";
+    if (!isTstInfo(token.content->type)) return "a timestamp's content is not of the type TSTInfo";
+    PELNIC_ASN_OCTS* pInfo = nullptr;
+    PNV_UINT32 decoded = 0;
+    const PELNIC_ASN_OCTS& content = *token.content->content; // there is one: it verified
+    if (_pnvDecode<PELNIC_ASN_OCTS_item>(pVrf, content.octs, content.len, 0, &pInfo, &decoded) != 0) return UNREADABLE;
+    const PELNIC_ERROR_CODE rc = _pnvVerifyTstInfo(pVrf, pInfo, &signer); // for the time, in base_time
+    pelnic_asn_free(pVrf, pInfo, &PELNIC_ASN_OCTS_item, 0);
+    return rc != 0 ? UNREADABLE : issueRefusal(pVrf);
+}
+
+static const char* timestampRefusal(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO& signer)
 {
     void* pResult = nullptr;
     if (pelnic_x509_extract_attribute(pVrf, signer.unauth_attrs, AOID_PKCS9_AT_TIMESTAMP_TOKEN, &pResult) != 0) {
         return UNREADABLE;
     }
-    const PELNIC_PKCS7_SIGNED_DATA& signedData = *static_cast<PELNIC_PKCS7_CONTENT*>(pResult)->signed_data;
-    const char* reason = nullptr;
-    if (signedData.signer_infos->infos.num == 0) {
-        reason = "nobody signed the timestamp";
-    } else if (!signersStateContentType(pVrf, signedData)) {
-        reason = "a timestamp's signed attributes lack its content type";
-    }
+    const PELNIC_PKCS7_CONTENT* const pToken = static_cast<PELNIC_PKCS7_CONTENT*>(pResult);
+    (void)_pnvExtractCertsIntoVerifyContext(pVrf, pToken);
+    const char* const reason = tokenRefusal(pVrf, signer, *pToken->signed_data);
     pelnic_x509_free_attribute(pVrf, pResult, AOID_PKCS9_AT_TIMESTAMP_TOKEN);
     return reason;
 }
+
+// ---- Signatures
 
 // Whether the payload could be what another signer's signature covers in place of a payload.
 static bool isSignedAttributes(const PELNIC_VRF* pVrf, const PNV_BYTE* payload, PNV_UINT32 length)
@@ -67,7 +153,7 @@ static bool isSignedAttributes(const PELNIC_VRF* pVrf, const PNV_BYTE* payload, 
     return decoded == length;
 }
 
-static const char* signatureRefusal(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNED_DATA& signedData,
+static const char* signatureRefusal(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNED_DATA& signedData,
                                     const PELNIC_VERIFY_SIGNATURE_S& sig)
 {
     const LIST_TYPE_PELNIC_PKCS7_SIGNER_INFO& signers = signedData.signer_infos->infos;
@@ -82,7 +168,7 @@ static const char* signatureRefusal(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
     if (withoutAttributes != 0 && isSignedAttributes(pVrf, sig.pBin, sig.uiBinLength)) {
         return "the payload is another signature's signed attributes";
     }
-    return nullptr;
+    return scopesRefusal(pVrf);
 }
 
 const char* pkgcheck_unsigned_refusal()
@@ -101,11 +187,44 @@ const char* pkgcheck_signature_refusal(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     const char* reason = UNREADABLE;
     PELNIC_PKCS7_CONTENT* pContent = nullptr;
-    if (_pnvDecodeCms(pVrf, pstSig->pCms, pstSig->uiCmsLength, &pContent) == 0) {
+    if (pelnic_verify_add_crl(ctx, pstSig->pCrl, pstSig->uiCrlLength) == 0 &&
+        _pnvDecodeCms(pVrf, pstSig->pCms, pstSig->uiCmsLength, &pContent) == 0) {
+        (void)_pnvExtractCertsIntoVerifyContext(pVrf, pContent);
         reason = signatureRefusal(pVrf, *pContent->signed_data, *pstSig);
         pelnic_pkcs7_free_signed(pVrf, pContent);
         if (pVrf->nCallbackFaults != 0) reason = UNREADABLE; // for want of memory a payload may look harmless
     }
     (void)pelnic_vrf_ctx_free(ctx); // a context made here can be freed
     return reason;
+}
+
+// ---- Work
+
+constexpr PNV_UINT32 MAX_CHECKS = 1000; // an ordinary package takes 10, and 2 for each signer more
+constexpr PNV_UINT32 MAX_EXPONENT = 8;  // octets
+
+// Of one verification: callbacks know no context.
+static pfunc_pelnic_verify_init unlimitedInit;
+static PNV_UINT32 checks;
+static const char* stoppedBy;
+
+static PELNIC_ERROR_CODE limitedInit(PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e, const PELNIC_BIGINT* n,
+                                     PNV_UINT32 hashId)
+{
+    if (e->uiLength > MAX_EXPONENT) stoppedBy = "an RSA exponent has more than 64 bits";
+    if (++checks > MAX_CHECKS) stoppedBy = "there are more than 1000 signatures to check";
+    return stoppedBy != nullptr ? PELNIC_ERR_FAILED : unlimitedInit(ctx, e, n, hashId);
+}
+
+void pkgcheck_limit_work(PELNIC_CALLBACK_FUNCS* pFuncs)
+{
+    unlimitedInit = pFuncs->crypt_funcs.pelnic_verify_init;
+    pFuncs->crypt_funcs.pelnic_verify_init = limitedInit;
+    checks = 0;
+    stoppedBy = nullptr;
+}
+
+const char* pkgcheck_work_refusal()
+{
+    return stoppedBy;
 }

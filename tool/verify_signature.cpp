@@ -1,6 +1,8 @@
 // The fixed order of library calls behind a package's verdict.
 #include "verify_signature.h"
 
+#include "rules.h"
+
 // The operations on a context; the first that fails ends them.
 static PELNIC_ERROR_CODE verifyWith(PELNIC_VRF_CTX ctx, const PELNIC_VERIFY_SIGNATURE_S& sig, PNV_INT32* VerifyRet)
 {
@@ -25,6 +27,7 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S
     PELNIC_ERROR_CODE rc = pelnic_set_callback_funcs(&params.callback_funcs);
     if (rc != 0) return rc;
     if (log != nullptr) params.callback_funcs.plt_funcs.log_funcs.log_func = log;
+    pkgcheck_limit_work(&params.callback_funcs);
     PELNIC_VRF_CTX ctx = nullptr;
     rc = pelnic_verify_create_ctx(&ctx, &params);
     if (rc != 0) return rc;
@@ -32,7 +35,7 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S
     rc = verifyWith(ctx, sig, &VerifyRet);
     (void)pelnic_vrf_ctx_free(ctx); // a context made here can be freed
     if (rc != 0) return rc;
-    return VerifyRet == 1 ? 0 : PELNIC_ERR_FAILED;
+    return VerifyRet == 1 && pkgcheck_work_refusal() == nullptr ? 0 : PELNIC_ERR_FAILED;
 }
 
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
