@@ -264,8 +264,8 @@ Bytes WithAnotherLength(const Bytes& octets, const Element& element, Random& ran
     case 2: return Tlv(element.tag, content.empty() ? 1 : content.size() - 1, content);
     case 3:
         return Tlv(element.tag, random.Of<std::size_t>({0x7F, 0x80, 0xFF, 0x10000, 0x7FFFFFFF, 0xFFFFFFFF}), content);
-    case 4: return Cat(Bytes{element.tag, 0x80}, content);
-    default: return Cat(Bytes{element.tag, 0x80}, content, Bytes{0, 0});
+    case 4: return Cat(std::vector<Bytes>{{element.tag, 0x80}, content});
+    default: return Cat(std::vector<Bytes>{{element.tag, 0x80}, content, {0, 0}});
     }
 }
 
