@@ -76,11 +76,13 @@ PELNIC_ERROR_CODE _pnvAddCertToStore(PELNIC_VRF* pVrf, LIST_TYPE_PELNIC_X509_CER
 
 PELNIC_ERROR_CODE _pnvAddCrlToStore(PELNIC_VRF* pVrf, LIST_TYPE_PELNIC_X509_CRL* crlList)
 {
+    bool isOneMissing = false;
     for (PNV_UINT32 i = 0; i < crlList->num; ++i) {
         if (pelnic_list_add(pVrf, _pnvAsList(&pVrf->crl_list), crlList->data[i], CLSP_END) == 0) {
             ++crlList->data[i]->iRef;
+            if (isOneMissing) pVrf->bInputLost = 1; // their order counts, and cannot be made good any more
         } else {
-            pVrf->bInputLost = 1;
+            isOneMissing = true;
         }
     }
     return 0;
@@ -106,8 +108,11 @@ static PELNIC_ERROR_CODE addCerts(PELNIC_VRF* pVrf, const PNV_BYTE* pbCert, PNV_
     PELNIC_ERROR_CODE rc = pelnic_list_init(pVrf, _pnvAsList(&certs), 0);
     if (rc == 0) rc = _pnvDecodeCertCrl(pVrf, pbCert, nCertLength, &certs, nullptr);
     if (rc != 0) return rc;
-    if (certs.num != 0) spoilIfFailed(pVrf, watch);
-    return _pnvAddRootToStore(pVrf, &certs);
+    const bool isOneUnread = watch.failed();
+    rc = _pnvAddRootToStore(pVrf, &certs);
+    // Whatever else is reported: what was taken cannot come behind what was left out any more.
+    if (isOneUnread && (rc == 0 || isAnyTaken(certs))) pVrf->bInputLost = 1;
+    return rc;
 }
 
 PELNIC_ERROR_CODE pelnic_verify_add_cert(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCert, PNV_UINT32 nCertLength)
@@ -173,7 +178,8 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR*
 
 void copyCrlsIntoPki(PELNIC_VRF* pVrf)
 {
-    for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
+    const FaultWatch watch{pVrf};
+    for (PNV_UINT32 i = 0; i < pVrf->crl_list.num && !watch.failed(); ++i) {
         if (pVrf->crl_list.data[i] != nullptr) (void)pelnic_pki_store_add_crl(pVrf, pVrf->crl_list.data[i]);
     }
 }

@@ -9,6 +9,15 @@
 // Called where an operation goes on towards success: what a failing callback has cost it until here is lost for good.
 void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch);
 
+// Whether the context holds one of these records too.
+template <typename List> [[nodiscard]] bool isAnyTaken(const List& list)
+{
+    for (PNV_UINT32 i = 0; i < list.num; ++i) {
+        if (list.data[i]->iRef > 1) return true;
+    }
+    return false;
+}
+
 // The certificates and CRLs of one input, each with one reference, for the time of one operation.
 struct DecodedInput {
     LIST_TYPE_PELNIC_X509_CERT certs;
@@ -26,7 +35,7 @@ void freeInput(PELNIC_VRF* pVrf, DecodedInput* input);
 // Appends to the context's crl_list. Always 0: what cannot be appended is left out.
 PELNIC_ERROR_CODE _pnvAddCrlToStore(PELNIC_VRF* pVrf, LIST_TYPE_PELNIC_X509_CRL* crlList);
 
-// Gives crl_list to the PKI object. Duplicates are left out, and so are failures.
+// Gives crl_list to the PKI object, in its order. Duplicates are left out; a failing callback ends it.
 void copyCrlsIntoPki(PELNIC_VRF* pVrf);
 // The same, then empties the list and freezes it.
 void _pnvSyncCrl(PELNIC_VRF* pVrf);

@@ -86,18 +86,19 @@ PELNIC_ERROR_CODE _pnvGetCrlInfo(PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl, 
     return 0;
 }
 
-// Decodes a bundle and hands its objects to the context.
+// Decodes a bundle and hands its objects to the context. *isOneMissing where a failing callback left one out unnoticed.
 static PELNIC_ERROR_CODE takeInBundle(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UINT32 nCrlLength,
-                                      DecodedInput* input)
+                                      DecodedInput* input, bool* isOneMissing)
 {
     const FaultWatch watch{pVrf};
     const PELNIC_ERROR_CODE rc = _pnvDecodeCertCrl(pVrf, pbCrl, nCrlLength, &input->certs, &input->crls);
     if (rc != 0 || input->crls.num == 0) return PELNIC_ERR_CRL_DECODE;
     if (input->crls.num > PELNIC_CRL_BUNDLE_MAX) return PELNIC_ERR_CRL_TOO_MANY;
-    spoilIfFailed(pVrf, watch);
-    if (_pnvAddCrlToStore(pVrf, &input->crls) != 0 || _pnvAddCertToStore(pVrf, &input->certs) != 0) {
-        return PELNIC_ERR_CRL_DECODE;
-    }
+    const bool isOneUnread = watch.failed();
+    (void)_pnvAddCrlToStore(pVrf, &input->crls); // always 0
+    if (isOneUnread && isAnyTaken(input->crls)) pVrf->bInputLost = 1;
+    if (_pnvAddCertToStore(pVrf, &input->certs) != 0) return PELNIC_ERR_CRL_DECODE;
+    *isOneMissing = watch.failed();
     copyCrlsIntoPki(pVrf); // the list is kept, and nothing is frozen: what fails here is tried again by begin
     return 0;
 }
@@ -129,9 +130,11 @@ PELNIC_ERROR_CODE pelnic_decode_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCrl, P
     const OperationRun run{pVrf};
     DecodedInput input = {};
     PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
+    bool isOneMissing = false;
     rc = initInput(pVrf, &input);
-    if (rc == 0) rc = takeInBundle(pVrf, pbCrl, nCrlLength, &input);
+    if (rc == 0) rc = takeInBundle(pVrf, pbCrl, nCrlLength, &input, &isOneMissing);
     if (rc == 0) rc = summarise(pVrf, input.crls, ppResult);
+    if (rc == 0 && isOneMissing) pVrf->bInputLost = 1;
     _pnvReportFaults(pVrf, __func__); // also of a summary in which nothing is valid for that
     return PNV_DONE(pVrf, rc);
 }

@@ -5,7 +5,8 @@
 //
 // - A run is one public operation, or one internal entry of the PKI called on its own. A run in which a callback failed
 //   accepts nothing, says so in the log, and leaves nothing behind that a later run would go by.
-// - An operation that reports its failure has lost nothing that its caller does not know of.
+// - An operation that reports its failure has lost nothing that its caller does not know of. It spoils the context only
+//   where it took something in behind what it had to leave out: the order counts, and cannot be made good.
 // - An operation that returns 0 although a failing callback cost it a certificate or CRL spoils the context: what is
 //   missing may be what revokes, so nothing is accepted from then on.
 // - A failure that cost nothing is forgiven: a log record, or an attempt to read a CRL as a certificate.

@@ -152,7 +152,8 @@ TEST_P(SecondVerification, IsAsInAFreshContextAfterABundleThatMetAFault)
 // ---- Adds ----
 
 // Adds, with the n-th call of the first try failing; where that is reported, the caller tries again.
-template <typename Add> void ExpectNothingLost(Add add, Calls kinds, std::size_t expectedSilent)
+template <typename Add>
+void ExpectNothingLost(Add add, Calls kinds, std::size_t expectedSilent, FaultMode mode = FaultMode::Once)
 {
     const Case input = GoodBelowCas();
     std::size_t silent = 0;
@@ -161,7 +162,7 @@ template <typename Add> void ExpectNothingLost(Add add, Calls kinds, std::size_t
         CallbackPlan plan;
         plan.RememberGoodSignatures();
         const Context ctx(plan);
-        plan.Fail(kinds, nth, FaultMode::Once);
+        plan.Fail(kinds, nth, mode);
         const PELNIC_ERROR_CODE rc = add(ctx, input);
         met = plan.FaultsMet() != 0;
         plan.WithoutFaults([&] {
@@ -196,6 +197,19 @@ TEST(FailedAdds, OfACertificateLoseNothingOnceRepeated)
 TEST(FailedAdds, OfCrlsLoseNothingOnceRepeated)
 {
     ExpectNothingLost(AddCrls, Call::Malloc | calls::copies, 1);
+}
+
+// A bundle that reports its failure, and is then read again; or one that does not, and leaves the CRLs in their order.
+TEST(FailedAdds, OfABundleLoseNothingOnceRepeated)
+{
+    const auto decode = [](PELNIC_VRF_CTX ctx, const Case& input) {
+        const Bytes& crls = input.anchors.crls;
+        PELNIC_CRL_BUNDLE_INFO* bundle = nullptr;
+        const PELNIC_ERROR_CODE rc = pelnic_decode_crl(ctx, crls.data(), Len(crls), &bundle);
+        if (rc == 0) (void)pelnic_crl_free(ctx, bundle);
+        return rc;
+    };
+    for (const FaultMode mode : {FaultMode::Once, FaultMode::Onward}) ExpectNothingLost(decode, Call::Malloc, 1, mode);
 }
 
 // The attempt to read a CRL as a certificate fails anyway.
