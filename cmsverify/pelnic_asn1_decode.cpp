@@ -10,6 +10,7 @@ constexpr PNV_UINT32 MAX_LENGTH_OCTETS = 4;
 constexpr PNV_UINT32 MAX_INPUT = 0x7FFFFFFF; // cursor arithmetic is signed
 constexpr PNV_UINT32 MAX_INT_OCTETS = 4;
 constexpr PNV_BYTE CONSTRUCTED_BIT = 0x20;
+constexpr PNV_UINT32 MAX_BLOCK = 16320; // 16 KiB with what an allocator adds
 
 static void rewindTo(PELNIC_BUF* b, PNV_UINT32 start)
 {
@@ -101,10 +102,10 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
 
 // The header of nearly every element: an octet each for tag and length, and all of the content behind them. What it
 // does not take, the two functions above take or refuse.
-static bool readShortHeader(PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+static bool readShortHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
     const PNV_UINT32 left = b->nBufLen - b->iCursor;
-    if (b->iCursor > b->nBufLen || left < 2) return false;
+    if (pVrf == nullptr || b->iCursor > b->nBufLen || left < 2) return false;
     const PNV_BYTE* const octets = b->pVal + b->iCursor;
     if ((octets[0] & HIGH_TAG_NUMBER) == HIGH_TAG_NUMBER || octets[1] > left - 2 || octets[1] >= LONG_LENGTH)
         return false;
@@ -248,7 +249,7 @@ static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
 static PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_BER_TAG& expected,
                                             PELNIC_ERROR_CODE mismatch, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
-    if (readShortHeader(b, pTag, length)) return _pnvCompareBerTag(pVrf, &expected, pTag) != 0 ? mismatch : 0;
+    if (readShortHeader(pVrf, b, pTag, length)) return _pnvCompareBerTag(pVrf, &expected, pTag) != 0 ? mismatch : 0;
     PNV_UINT32 octets = 0;
     const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
     if (rc != 0) return rc;
@@ -272,7 +273,7 @@ PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, co
 // The tag and length of any element, of an explicit tag for instance.
 static PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
-    if (readShortHeader(b, pTag, length)) return 0;
+    if (readShortHeader(pVrf, b, pTag, length)) return 0;
     PNV_UINT32 octets = 0;
     const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
     return rc != 0 ? rc : pelnic_dec_len(pVrf, b, length, &octets);
@@ -723,15 +724,22 @@ static PELNIC_ASN1_TEMPLATE ownedElement(const PELNIC_ASN1_TEMPLATE* pElement)
     return element;
 }
 
-// _pnv_dec_seq_elem with the row of an owned element.
+// _pnv_dec_seq_elem with the row of an owned element, which is carved from the blocks where there are any.
 static PELNIC_ERROR_CODE decodeElement(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_LIST_DUMMY* pList,
-                                       PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pOwned)
+                                       PNV_BLOCKS* pBlocks, PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pOwned)
 {
     void* pRecord = nullptr;
-    PELNIC_ERROR_CODE rc = decodeRecord(pVrf, b, nDecoded, pOwned, &pRecord);
+    PELNIC_ERROR_CODE rc = 0;
+    {
+        const PNV_CARVING carving(pVrf, pBlocks);
+        rc = decodeRecord(pVrf, b, nDecoded, pOwned, &pRecord);
+    }
     if (rc != 0) return rc;
     rc = pelnic_list_add(pVrf, pList, pRecord, CLSP_END);
-    if (rc != 0) freeRecord(pVrf, pRecord, pOwned);
+    if (rc != 0) {
+        const PNV_CARVING carving(pVrf, pBlocks);
+        freeRecord(pVrf, pRecord, pOwned);
+    }
     return rc;
 }
 
@@ -739,7 +747,7 @@ PELNIC_ERROR_CODE _pnv_dec_seq_elem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNI
                                     PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pElement)
 {
     const PELNIC_ASN1_TEMPLATE element = ownedElement(pElement);
-    return decodeElement(pVrf, b, pList, nDecoded, &element);
+    return decodeElement(pVrf, b, pList, pVrf == nullptr ? nullptr : pVrf->pCarving, nDecoded, &element);
 }
 
 // The list of an element template inside its record, or null.
@@ -748,6 +756,20 @@ static PELNIC_LIST_DUMMY* listIn(void* pObj, const PELNIC_ASN1_TEMPLATE* pElemen
     const bool owned = (pElement->flag & PNV_FLAG_POINTER) != 0;
     return static_cast<PELNIC_LIST_DUMMY*>(owned ? pointerAt(pObj, pElement->offset_val)
                                                  : at(pObj, pElement->offset_val));
+}
+
+// Decoded, an entry of a CRL takes about four times its octets: one block for a short list, and no large one at the end
+// of a long list that is hardly used.
+static PNV_UINT32 blockSize(PNV_UINT32 contentLength)
+{
+    return contentLength < MAX_BLOCK / 4 ? contentLength * 4 : MAX_BLOCK;
+}
+
+// What a list's elements are carved from: blocks of its own with a row that says so, else whatever the list is.
+static PNV_BLOCKS* blocksOf(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pElement)
+{
+    if ((pElement->flag & PNV_FLAG_CARVED) != 0) return static_cast<PNV_BLOCKS*>(at(pObj, pElement->offset_type));
+    return pVrf == nullptr ? nullptr : pVrf->pCarving;
 }
 
 static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
@@ -764,12 +786,14 @@ static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, v
 
     PNV_UINT32 contentStart = 0;
     if (pelnic_buf_tell(b, &contentStart) != 0) return PELNIC_ERR_ASN_SETOF;
+    PNV_BLOCKS* const pBlocks = blocksOf(pVrf, pObj, pElement);
+    if ((pElement->flag & PNV_FLAG_CARVED) != 0) pBlocks->nBlockSize = blockSize(contentLength);
     const PELNIC_ASN1_TEMPLATE owned = ownedElement(pElement);
     PNV_UINT32 consumed = 0;
     while (consumed < contentLength) {
         const PNV_UINT32 before = consumed;
         PNV_UINT32 octets = 0;
-        if (decodeElement(pVrf, b, pList, &octets, &owned) != 0) return PELNIC_ERR_ASN_SETOF;
+        if (decodeElement(pVrf, b, pList, pBlocks, &octets, &owned) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumedSince(b, contentStart, PELNIC_ERR_ASN_SETOF, &consumed) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumed == before) return PELNIC_ERR_ASN_SETOF; // or it would never end
     }
@@ -799,7 +823,14 @@ void pelnic_free_setof(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEM
     PELNIC_LIST_DUMMY* const pList = listIn(pObj, pElement);
     if (pList == nullptr) return;
     const PELNIC_ASN1_TEMPLATE element = ownedElement(pElement);
-    for (PNV_UINT32 i = 0; pList->data != nullptr && i < pList->num; ++i) freeRecord(pVrf, pList->data[i], &element);
+    PNV_BLOCKS* const pBlocks = blocksOf(pVrf, pObj, pElement);
+    {
+        const PNV_CARVING carving(pVrf, pBlocks);
+        for (PNV_UINT32 i = 0; pList->data != nullptr && i < pList->num; ++i) {
+            freeRecord(pVrf, pList->data[i], &element);
+        }
+    }
+    if ((pElement->flag & PNV_FLAG_CARVED) != 0) _pnvFreeBlocks(pVrf, pBlocks);
     pelnic_free(pVrf, pList->data);
     *pList = PELNIC_LIST_DUMMY{};
     if ((pElement->flag & PNV_FLAG_POINTER) == 0) return;

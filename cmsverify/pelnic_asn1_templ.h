@@ -42,7 +42,7 @@ struct pelnic_asn1_template_st {
     PNV_UINT16 flag;          // PNV_FLAG_*
     PNV_UINT32 offset_val;    // of the field in its record
     const PNV_CHAR* name_val; // for diagnostics
-    PNV_UINT32 offset_type;   // ANY: of the field that selects the type
+    PNV_UINT32 offset_type;   // ANY: of the field that selects the type; carved elements: of the blocks
     const void* pDefaultVal;  // list element: the initial capacity as a number; retagging peek: the item it becomes
 };
 
@@ -62,6 +62,7 @@ constexpr PNV_UINT16 PNV_FLAG_ANY_NUMBER = 0x20;
 constexpr PNV_UINT16 PNV_FLAG_ANY_OID = 0x40;
 constexpr PNV_UINT16 PNV_FLAG_ANY = PNV_FLAG_ANY_NUMBER | PNV_FLAG_ANY_OID;
 constexpr PNV_UINT16 PNV_FLAG_POINTER = 0x80; // the record holds a pointer to a record of its own
+constexpr PNV_UINT16 PNV_FLAG_CARVED = 0x100; // a list's elements never leave it: they are carved from blocks
 
 // What a decoded CHOICE looks like; the value starts at one offset on every target.
 typedef struct pelnic_asn_choice_st {
@@ -154,17 +155,30 @@ constexpr PELNIC_ASN1_TEMPLATE _pnvPeekAsRow(std::size_t offset, const PNV_CHAR*
 
 // The element row of a list: field is a typed list whose elements are what the item decodes into. Its capacity, a
 // number in a pointer, is no constant expression, so the row is an initialiser and its table const, not constexpr.
-template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnvListFlag()
+template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnvListFlag(PNV_UINT16 flag = 0)
 {
     using Record = typename PNV_RECORD_OF<item>::type;
     static_assert(std::is_same_v<decltype(List::data), Record**>, "the list's elements are not what the item decodes");
-    return 0;
+    return flag;
 }
 #define PNV_ELEMENTS(record, field, item, capacity) \
     { \
         &item, 0, PNV_TAG_NONE, _pnvListFlag<decltype(record::field), item>(), offsetof(record, field), #field, 0, \
             reinterpret_cast<const void*>(uintptr_t{capacity}) \
     }
+
+// The same for a list whose elements are never taken out, with the field for the blocks that they are carved from.
+#define PNV_CARVED_ELEMENTS(record, field, blocks, item, capacity) \
+    { \
+        &item, 0, PNV_TAG_NONE, _pnvListFlag<decltype(record::field), item>(PNV_FLAG_CARVED), offsetof(record, field), \
+            #field, _pnvBlocksAt<decltype(record::blocks)>(offsetof(record, blocks)), \
+            reinterpret_cast<const void*>(uintptr_t{capacity}) \
+    }
+template <typename Blocks> constexpr PNV_UINT32 _pnvBlocksAt(std::size_t offset)
+{
+    static_assert(std::is_same_v<Blocks, PNV_BLOCKS>, "not the field for blocks");
+    return static_cast<PNV_UINT32>(offset);
+}
 
 // An owned field whose type the OID in another field selects from the ANY item's map.
 template <typename Field>

@@ -15,6 +15,14 @@ typedef struct pelnic_vrf_st PELNIC_VRF;
         PNV_UINT32 capacity; \
     } LIST_TYPE_##type
 
+// Blocks that the elements of a long list, with all that belongs to them, are carved from (see PNV_CARVING). They go
+// together, with the list. All zero: none yet.
+typedef struct pnv_block_st PNV_BLOCK;
+typedef struct pnv_blocks_st {
+    PNV_BLOCK* pNewest;
+    PNV_UINT32 nBlockSize; // of the next one, for a request that fits
+} PNV_BLOCKS;
+
 typedef struct pelnic_list_dummy_st {
     PNV_UINT32 num; // elements held
     void** data;    // capacity slots

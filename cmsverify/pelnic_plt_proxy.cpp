@@ -27,9 +27,59 @@ static PELNIC_ERROR_CODE counted(const PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
     return rc;
 }
 
+struct pnv_block_st {
+    PNV_BLOCK* pNext; // the one before it
+    PNV_UINT32 nUsed; // this header included
+    PNV_UINT32 nSize;
+};
+constexpr PNV_UINT64 CARVED_ALIGNMENT = 8; // of every record on every target
+
+static PNV_UINT64 aligned(PNV_UINT64 size)
+{
+    return (size + CARVED_ALIGNMENT - 1) / CARVED_ALIGNMENT * CARVED_ALIGNMENT;
+}
+
+static PELNIC_ERROR_CODE newBlock(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks, PNV_UINT64 request)
+{
+    const PNV_UINT64 header = aligned(sizeof(PNV_BLOCK));
+    const PNV_UINT64 size = header + request > blocks->nBlockSize ? header + request : blocks->nBlockSize;
+    if (size > 0xFFFFFFFFu) return PELNIC_ERR_SYS_MEM_ALLOC;
+    void* memory = nullptr;
+    const PELNIC_ERROR_CODE rc = counted(ctx, mem(ctx).malloc(&memory, static_cast<PNV_UINT32>(size)));
+    if (rc != 0 || memory == nullptr) return rc != 0 ? rc : PELNIC_ERR_SYS_MEM_ALLOC;
+    PNV_BLOCK* const block = static_cast<PNV_BLOCK*>(memory);
+    *block = PNV_BLOCK{blocks->pNewest, static_cast<PNV_UINT32>(header), static_cast<PNV_UINT32>(size)};
+    blocks->pNewest = block;
+    return 0;
+}
+
+static PELNIC_ERROR_CODE carve(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size)
+{
+    PNV_BLOCKS* const blocks = ctx->pCarving;
+    const PNV_UINT64 request = aligned(size);
+    *out = nullptr;
+    if (blocks->pNewest == nullptr || request > blocks->pNewest->nSize - blocks->pNewest->nUsed) {
+        const PELNIC_ERROR_CODE rc = newBlock(ctx, blocks, request);
+        if (rc != 0) return rc;
+    }
+    *out = reinterpret_cast<PNV_BYTE*>(blocks->pNewest) + blocks->pNewest->nUsed;
+    blocks->pNewest->nUsed += static_cast<PNV_UINT32>(request);
+    return 0;
+}
+
+void _pnvFreeBlocks(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks)
+{
+    while (ctx != nullptr && blocks->pNewest != nullptr) {
+        PNV_BLOCK* const block = blocks->pNewest;
+        blocks->pNewest = block->pNext;
+        mem(ctx).free(block);
+    }
+}
+
 PELNIC_ERROR_CODE pelnic_malloc(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size)
 {
     if (ctx == nullptr) return PELNIC_ERR_FAILED;
+    if (ctx->pCarving != nullptr && size != 0) return carve(ctx, out, size);
     return counted(ctx, mem(ctx).malloc(out, size));
 }
 
@@ -65,7 +115,7 @@ PELNIC_ERROR_CODE pelnic_memcpy_s(const PELNIC_VRF* ctx, void* dest, size_t dest
 
 void pelnic_free(const PELNIC_VRF* ctx, void* p)
 {
-    if (ctx != nullptr && p != nullptr) mem(ctx).free(p);
+    if (ctx != nullptr && p != nullptr && ctx->pCarving == nullptr) mem(ctx).free(p);
 }
 
 PNV_INT pelnic_memcmp(const PELNIC_VRF* ctx, const void* a, const void* b, size_t n)
@@ -242,6 +292,7 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
     const PNV_THREAD_ID thread = plt.get_thread_id == nullptr ? nullptr : plt.get_thread_id();
     const PNV_TIME_T time = plt.get_utc_time == nullptr ? 0 : plt.get_utc_time();
 
+    const PNV_CARVING notCarved(ctx, nullptr); // the message ends here, not with a list
     const FaultWatch watch{ctx};
     void* block = nullptr;
     if (pelnic_malloc_with0(ctx, &block, LOG_MESSAGE_SIZE) != 0) {

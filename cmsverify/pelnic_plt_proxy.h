@@ -4,7 +4,30 @@
 #ifndef PELNIC_PLT_PROXY_H
 #define PELNIC_PLT_PROXY_H
 
+#include <utility>
+
 #include "pelnic_vrf.h"
+
+// While one lives, pelnic_malloc carves from larger blocks that the malloc callback hands out, and pelnic_free leaves
+// what it gets: it ends with the blocks. With null blocks both are the callbacks' again. They nest, and are locals.
+class PNV_CARVING {
+public:
+    PNV_CARVING(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks) : ctx_(ctx)
+    {
+        if (ctx_ != nullptr) before_ = std::exchange(ctx_->pCarving, blocks);
+    }
+    ~PNV_CARVING()
+    {
+        if (ctx_ != nullptr) ctx_->pCarving = before_;
+    }
+    PNV_CARVING(const PNV_CARVING&) = delete;
+    PNV_CARVING& operator=(const PNV_CARVING&) = delete;
+
+private:
+    const PELNIC_VRF* ctx_;
+    PNV_BLOCKS* before_ = nullptr;
+};
+void _pnvFreeBlocks(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks);
 
 // Memory. A count above destMax is PELNIC_ERR_SYS_MEM_OVERFLOW.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);

@@ -36,6 +36,7 @@ struct pelnic_vrf_st {
     PNV_INT curr_depth; // nested certificate verifications in progress
     PNV_BYTE resv[64];
     mutable PNV_UINT32 nCallbackFaults; // failing callbacks so far; pelnic_faults.h tells what they mean
+    mutable PNV_BLOCKS* pCarving;       // where allocations come from while it is not null; see PNV_CARVING
     PNV_BOOL bInputLost;                // one of them cost a certificate or CRL for good
     mutable PELNIC_RUN run;
     PNV_UINT32 nVerificationsInProgress; // calls of pelnic_pki_verify_cert, the nested ones included

@@ -120,6 +120,7 @@ PNV_DECLARE_LIST(PELNIC_X509_REVOKED_ENTRY);
 
 typedef struct pelnic_x509_revoked_st {
     LIST_TYPE_PELNIC_X509_REVOKED_ENTRY revoked_list;
+    PNV_BLOCKS blocks; // of the entries
 } PELNIC_X509_REVOKED;
 
 typedef struct pelnic_x509_crlinfo_st {

@@ -320,6 +320,87 @@ TEST(NoContext, CryptographyFails)
 
 // ---- The proxies' own work, on the default callbacks ----
 
+// ---- Carving ----
+
+class Carving : public ::testing::Test {
+protected:
+    ~Carving() override { _pnvFreeBlocks(vrf_, &blocks_); }
+
+    PNV_BYTE* Take(PNV_UINT32 size)
+    {
+        void* octets = nullptr;
+        EXPECT_EQ(pelnic_malloc_with0(vrf_, &octets, size), 0u);
+        return static_cast<PNV_BYTE*>(octets);
+    }
+
+    Vrf vrf_;
+    PNV_BLOCKS blocks_{nullptr, 256};
+};
+
+TEST_F(Carving, TakesAlignedZerosFromOneBlockAndGivesItBackWhole)
+{
+    PNV_BYTE* end = nullptr;
+    {
+        const PNV_CARVING carving(vrf_, &blocks_);
+        for (PNV_UINT32 size : {1u, 8u, 7u, 24u}) {
+            PNV_BYTE* const octets = Take(size);
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(octets) % 8, 0u);
+            EXPECT_TRUE(end == nullptr || octets >= end) << size;
+            for (PNV_UINT32 i = 0; i < size; ++i) EXPECT_EQ(octets[i], 0);
+            std::memset(octets, 0x5A, size);
+            end = octets + size;
+            pelnic_free(vrf_, octets);
+        }
+    }
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u);
+    EXPECT_EQ(vrf_.Plan().LargestRequest(), 256u);
+    _pnvFreeBlocks(vrf_, &blocks_);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 0u);
+    _pnvFreeBlocks(vrf_, &blocks_);
+}
+
+TEST_F(Carving, TakesAnotherBlockForWhatDoesNotFit)
+{
+    const PNV_CARVING carving(vrf_, &blocks_);
+    Take(200);
+    Take(200);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 2u);
+    std::memset(Take(1000), 0x5A, 1000);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 3u);
+    EXPECT_GE(vrf_.Plan().LargestRequest(), 1000u);
+}
+
+TEST_F(Carving, PassesOnThatThereIsNoMemory)
+{
+    const PNV_CARVING carving(vrf_, &blocks_);
+    void* octets = &blocks_;
+    vrf_.Plan().Fail(Call::Malloc, 1);
+    EXPECT_EQ(pelnic_malloc(vrf_, &octets, 8), PELNIC_ERR_SYS_MEM_ALLOC);
+    EXPECT_EQ(octets, nullptr);
+    EXPECT_EQ(vrf_->nCallbackFaults, 1u);
+    EXPECT_EQ(pelnic_malloc(vrf_, &octets, 0xFFFFFFFF), PELNIC_ERR_SYS_MEM_ALLOC);
+    EXPECT_EQ(octets, nullptr);
+    Take(8);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u);
+}
+
+TEST_F(Carving, EndsWithItsScopeAndLeavesTheLogAlone)
+{
+    {
+        const PNV_CARVING carving(vrf_, &blocks_);
+        Take(8);
+        {
+            const PNV_CARVING none(vrf_, nullptr);
+            pelnic_free(vrf_, Take(8));
+        }
+        PNV_LOG(vrf_, PELNIC_LOG_TYPE_ERROR, PELNIC_ERR_FAILED, "said");
+        EXPECT_EQ(vrf_->pCarving, &blocks_);
+    }
+    EXPECT_EQ(vrf_->pCarving, nullptr);
+    EXPECT_EQ(vrf_.Plan().Logs().size(), 1u);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u);
+}
+
 TEST(StrcpyProxy, CopiesWhatFitsWithItsZero)
 {
     Vrf vrf;

@@ -726,6 +726,36 @@ TEST_F(CrlDecoding, TakesManyEntries)
     EXPECT_EQ(Encoding(*crl), der);
 }
 
+// They never leave their list, which gives the blocks back that they are carved from.
+TEST_F(CrlDecoding, EntriesShareBlocks)
+{
+    std::vector<RevokedSpec> entries;
+    for (unsigned i = 0; i < 1000; ++i) {
+        entries.push_back(Entry({0x01, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i)}));
+        entries.back().reason = 1;
+    }
+    const Bytes none = Build(CrlOf(Root()));
+    const Bytes thousand = Build(Revoking(entries));
+    const auto allocations = [&](const Bytes& der) {
+        const std::size_t before = vrf_.Plan().Count(Call::Malloc);
+        const OwnedCrl crl = DecodeCrl(vrf_, der);
+        return vrf_.Plan().Count(Call::Malloc) - before;
+    };
+    EXPECT_LE(allocations(thousand), allocations(none) + 50);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 0u);
+}
+
+// One entry that is larger than any block for entries.
+TEST_F(CrlDecoding, TakesAnEntryLargerThanABlock)
+{
+    RevokedSpec large = Entry({0x22});
+    large.extensions = {Ext("1.2.3.4", Octets(Bytes(100000, 0x5A)))};
+    const Bytes der = Build(Revoking({Entry({0x21}), large, Entry({0x23})}));
+    const OwnedCrl crl = DecodeCrl(vrf_, der);
+    ASSERT_EQ(crl->tbs_cert_list->revoked_certs->revoked_list.num, 3u);
+    EXPECT_EQ(Encoding(*crl), der);
+}
+
 TEST_F(CrlDecoding, RefusesARevokedSerialNumberZero)
 {
     ExpectRefused(Build(Revoking({Entry({0x00})})));

@@ -224,6 +224,9 @@ typedef struct pelnic_datetime_st {
 /* ---- Callback table -------------------------------------------------------------------------------------------- */
 
 /*
+ * How many blocks the library asks for, and of what sizes, is not promised; what is asked for in one call goes back in
+ * one call.
+ *
  * Allocates size octets into *out; a size of 0 may succeed with a null block. Without memory the code is up to you
  * (PELNIC_ERR_SYS_MEM_ALLOC is made for it), but not all of it comes back: decoding replaces it by
  * PELNIC_ERR_ASN_DECODE, and an operation that took the input for undecodable then answers PELNIC_ERR_CMS_DECODE or
