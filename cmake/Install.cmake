@@ -31,10 +31,19 @@ install(FILES "${PROJECT_BINARY_DIR}/cmsverify-config.cmake" "${PROJECT_BINARY_D
 
 # Whoever links with the shared library needs nothing more. Without one there is no way to link but statically.
 set(PC_REQUIRES)
+set(PC_CRYPTO "libcrypto >= 3.0, ")
+set(PC_LIBS)
+if(CMSVERIFY_CRYPTO STREQUAL mbedtls) # 2.28 has no pkg-config file
+    set(PC_CRYPTO)
+    set(PC_LIBS " -lmbedcrypto")
+endif()
 if(CMSVERIFY_DEFAULT_CALLBACKS AND BUILD_SHARED_LIBS)
-    set(PC_REQUIRES "Requires.private: libcrypto >= 3.0, libsafec")
+    set(PC_REQUIRES "Requires.private: ${PC_CRYPTO}libsafec")
+    set(PC_LIBS)
 elseif(CMSVERIFY_DEFAULT_CALLBACKS)
-    set(PC_REQUIRES "Requires: libcrypto >= 3.0, libsafec")
+    set(PC_REQUIRES "Requires: ${PC_CRYPTO}libsafec")
+else()
+    set(PC_LIBS)
 endif()
 string(REGEX REPLACE "[^/]+" ".." PC_PREFIX "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 configure_file(cmake/cmsverify.pc.in cmsverify.pc @ONLY)

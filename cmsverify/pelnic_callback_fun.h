@@ -1,5 +1,6 @@
-// The default callback table: libc, the platform's bounds-checked memory and string functions, and OpenSSL's libcrypto.
-// The only module that names any of them. pelnic_set_callback_funcs, which installs these, is declared publicly.
+// The default callback table: libc, the platform's bounds-checked memory and string functions, and a crypto library,
+// OpenSSL's libcrypto unless the build says otherwise (CMSVERIFY_CRYPTO). Nothing else names any of them.
+// pelnic_set_callback_funcs, which installs these, is declared publicly.
 #ifndef PELNIC_CALLBACK_FUN_H
 #define PELNIC_CALLBACK_FUN_H
 
@@ -62,6 +63,9 @@ void _pnv_build_log_line(PNV_CHAR (&line_buf)[1024], PELNIC_LOG_TYPE log_level, 
 // Builds its line and drops it: with the default table the library is silent.
 void _pnv_log_callback_impl(PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line, const PNV_CHAR* function,
                             PNV_THREAD_ID pid, PNV_TIME_T rtime, PELNIC_ERROR_CODE rc, const PNV_CHAR* log);
+
+// Sets crypt_funcs and md_funcs; what follows is OpenSSL's.
+void _pnvSetCryptoCallbacks(PELNIC_CALLBACK_FUNCS* funcs);
 
 // Digests and RSA PKCS #1 v1.5 verification. Every failure is PELNIC_ERR_FAILED, but for running out of memory in
 // _pnv_md_ctx_create_impl. Hash identifiers: AOID_SHA256, AOID_SHA384, AOID_SHA512.

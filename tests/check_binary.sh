@@ -15,7 +15,7 @@ refuse()
 # by itself.
 core_calls_nothing_else()
 {
-    core=$(cd "$(dirname "$1")" && "$NM" -AP "$(basename "$1")" | grep -v '\[pelnic_callback_fun\.')
+    core=$(cd "$(dirname "$1")" && "$NM" -AP "$(basename "$1")" | grep -vE '\[(pelnic_callback_|mbedtls_crypto)')
     compiler='memcpy|memset|memmove|memcmp|__stack_chk_(fail|guard)|_GLOBAL_OFFSET_TABLE_|__aeabi_[a-z0-9_]+'
     refuse "not the core's own" "$(echo "$core" | awk -v allowed="^($compiler)\$" '
         $3 ~ /^[Uwv]$/ { used[$2] = $1 }

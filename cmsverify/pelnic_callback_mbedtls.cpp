@@ -1,0 +1,8 @@
+// The default crypto callbacks on mbedTLS, which are those of the example.
+#include "examples/callbacks/mbedtls_crypto.h"
+#include "pelnic_callback_fun.h"
+
+void _pnvSetCryptoCallbacks(PELNIC_CALLBACK_FUNCS* funcs)
+{
+    mbedtls_crypto(funcs);
+}
