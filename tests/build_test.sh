@@ -276,4 +276,50 @@ threads()
     TSAN_OPTIONS="suppressions=$dir/suppressions" setarch -R "$dir/build/tests/threads"
 }
 
+instructions()
+{
+    valgrind --tool=callgrind --callgrind-out-file=/dev/null "$@" 2>&1 | sed -n 's/.*Collected : //p'
+}
+
+# decoding KIND FILE PARTS: instructions for each part of a file that is decoded and freed.
+decoding()
+{
+    once=$(instructions "$counts" decode "$1" "$dir/$2" 1)
+    thrice=$(instructions "$counts" decode "$1" "$dir/$2" 3)
+    echo $(((thrice - once) / 2 / $3))
+}
+
+# at_most NAME FIGURE CEILING
+at_most()
+{
+    printf '%-45s %10s of %s\n' "$1" "$2" "$3"
+    [ "$2" -le "$3" ] || too_much="$too_much $1"
+}
+
+# Counts, not times, which are the same on a busy machine. A ceiling is 3 % above the figure when it was written.
+counts()
+{
+    configure "$source" -DCMSVERIFY_BUILD_TESTS=ON
+    [ $configured = 0 ] || fail "$said"
+    "$CMAKE" --build "$dir/build" --target counts pkgcheck_test_root
+    counts=$dir/build/tests/counts
+    check=$dir/build/tests/pkgcheck_test_root
+    too_much=
+    "$counts" make "$dir"
+    at_most "instructions for a CRL entry" "$(decoding crl crl 1000)" 1340
+    at_most "instructions for a CRL entry with a reason" "$(decoding crl crl_reasons 1000)" 3480
+    at_most "instructions for a certificate" "$(decoding certificate certificate 1)" 40000
+    at_most "instructions of a check of 16 octets" "$(instructions "$check" "$dir/package")" 16700000
+    at_most "allocations of that check" \
+        "$(valgrind "$check" "$dir/package" 2>&1 | sed -n 's/,//g; s/.*total heap usage: \([0-9]*\) allocs.*/\1/p')" 3050
+    small=$("$counts" faults "$check" "$dir/package")
+    at_most "page faults of that check" "$small" 310
+    if grep -q '\[never\]' /sys/kernel/mm/transparent_hugepage/enabled 2>/dev/null; then
+        echo "no huge pages here"
+    else
+        at_most "page faults for 16 MiB more" "$(($("$counts" faults "$check" "$dir/large") - small))" 1100
+    fi
+    [ -z "$too_much" ] || fail "too much:$too_much"
+}
+
 "$1"
