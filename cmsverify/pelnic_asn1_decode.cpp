@@ -10,7 +10,7 @@ constexpr PNV_UINT32 MAX_LENGTH_OCTETS = 4;
 constexpr PNV_UINT32 MAX_INPUT = 0x7FFFFFFF; // cursor arithmetic is signed
 constexpr PNV_UINT32 MAX_INT_OCTETS = 4;
 constexpr PNV_BYTE CONSTRUCTED_BIT = 0x20;
-constexpr PNV_UINT32 MAX_BLOCK = 16320; // 16 KiB with what an allocator adds
+constexpr PNV_UINT32 MAX_BLOCK = sizeof(void*) > 4 ? 16 << 20 : 16320; // for huge pages, or for the pool of a board
 
 static void rewindTo(PELNIC_BUF* b, PNV_UINT32 start)
 {
@@ -758,11 +758,11 @@ static PELNIC_LIST_DUMMY* listIn(void* pObj, const PELNIC_ASN1_TEMPLATE* pElemen
                                                  : at(pObj, pElement->offset_val));
 }
 
-// Decoded, an entry of a CRL takes about four times its octets: one block for a short list, and no large one at the end
-// of a long list that is hardly used.
-static PNV_UINT32 blockSize(PNV_UINT32 contentLength)
+// Decoded, an entry of a CRL takes about four times its octets: a block holds what is still to come, and little of it
+// is left over.
+static PNV_UINT32 blockSize(PNV_UINT32 contentLeft)
 {
-    return contentLength < MAX_BLOCK / 4 ? contentLength * 4 : MAX_BLOCK;
+    return contentLeft < MAX_BLOCK / 4 ? contentLeft * 4 : MAX_BLOCK;
 }
 
 // What a list's elements are carved from: blocks of its own with a row that says so, else whatever the list is.
@@ -787,12 +787,12 @@ static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, v
     PNV_UINT32 contentStart = 0;
     if (pelnic_buf_tell(b, &contentStart) != 0) return PELNIC_ERR_ASN_SETOF;
     PNV_BLOCKS* const pBlocks = blocksOf(pVrf, pObj, pElement);
-    if ((pElement->flag & PNV_FLAG_CARVED) != 0) pBlocks->nBlockSize = blockSize(contentLength);
     const PELNIC_ASN1_TEMPLATE owned = ownedElement(pElement);
     PNV_UINT32 consumed = 0;
     while (consumed < contentLength) {
         const PNV_UINT32 before = consumed;
         PNV_UINT32 octets = 0;
+        if ((pElement->flag & PNV_FLAG_CARVED) != 0) pBlocks->nBlockSize = blockSize(contentLength - consumed);
         if (decodeElement(pVrf, b, pList, pBlocks, &octets, &owned) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumedSince(b, contentStart, PELNIC_ERR_ASN_SETOF, &consumed) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumed == before) return PELNIC_ERR_ASN_SETOF; // or it would never end

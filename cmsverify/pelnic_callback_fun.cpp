@@ -6,18 +6,32 @@
 #include <fcntl.h>
 #include <safe_mem_lib.h>
 #include <safe_str_lib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+constexpr PNV_UINT32 HUGE_PAGES_FROM = 3 << 20;
+
+// Touching a large block for the first time costs more than decoding into it. A kernel without huge pages is as good.
+static void preferHugePages(void* block, PNV_UINT32 size)
+{
+    const uintptr_t start = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t firstPage = (start + page - 1) / page * page;
+    (void)madvise(reinterpret_cast<void*>(firstPage), start + size - firstPage, MADV_HUGEPAGE);
+}
+
 PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size)
 {
     *out = nullptr;
     if (size == 0) return 0;
     *out = malloc(size);
-    return *out == nullptr ? PELNIC_ERR_SYS_MEM_ALLOC : 0;
+    if (*out == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
+    if (size >= HUGE_PAGES_FROM) preferHugePages(*out, size);
+    return 0;
 }
 
 PELNIC_ERROR_CODE pnv_memset_s_impl(void* dest, size_t destMax, PNV_INT c, size_t count)
