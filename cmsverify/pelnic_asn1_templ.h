@@ -83,7 +83,8 @@ extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncChoice;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSeq;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncInt;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncEnum;
-extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBigInt; // same functions as octets; a separate table, known by its address
+extern const PELNIC_ASN1_FUNCTIONS
+    g_pnvAsnFuncBigInt; // same functions as octets; a separate table, known by its address
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSetOf;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBool;
 

@@ -21,12 +21,13 @@
  * PELNIC_ERR_NULL_POINTER and a handle that is no context of this version PELNIC_ERR_INVALID_SIZE, neither logged.
  * Other failures are reported to the log callback and their code is returned.
  *
- * A failing callback never turns a refusal into an acceptance, neither in the operation that meets it nor in a later one:
+ * A failing callback never turns a refusal into an acceptance, neither in the operation that meets it nor in a later
+ * one:
  * - An operation that reports its failure has lost nothing. Repeat it, or go on without it.
  * - A begin during which a callback failed accepts nothing. The next begin on the same context is not affected.
- * - An operation that returns 0 although it had to leave out a certificate or CRL spoils the context: what is missing may
- *   be what revokes. That context accepts nothing any more, and a new one must be made.
- * Where such a failure is why nothing is accepted, a record with PELNIC_ERR_SYS_MEM_ALLOC and a sentence says so.
+ * - An operation that returns 0 although it had to leave out a certificate or CRL spoils the context: what is missing
+ * may be what revokes. That context accepts nothing any more, and a new one must be made. Where such a failure is why
+ * nothing is accepted, a record with PELNIC_ERR_SYS_MEM_ALLOC and a sentence says so.
  */
 #ifndef PELNIC_CMS_VERIFY_H
 #define PELNIC_CMS_VERIFY_H
