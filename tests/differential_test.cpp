@@ -6,6 +6,7 @@
 //     CMSVERIFY_SEED=17      the package of this seed alone, or with CMSVERIFY_CASES from it on
 #include "support/generated_package.h"
 #include "support/process.h"
+#include "support/seed.h"
 #include "verify_signature.h"
 
 #include <gtest/gtest.h>
@@ -26,12 +27,6 @@ PELNIC_ERROR_CODE VerdictOnParts(const SignedParts& parts)
 }
 
 // ---- How many, and which ----
-
-std::uint64_t Setting(const char* variable, std::uint64_t otherwise)
-{
-    const char* const value = std::getenv(variable);
-    return value == nullptr ? otherwise : std::strtoull(value, nullptr, 0);
-}
 
 constexpr std::uint64_t kEnoughForAll = 20000; // among so many every rule decides some
 

@@ -857,6 +857,18 @@ TEST_F(PackageCert, BecomesAnAnchorWhenItIsAddedToTheTrustStore)
     ExpectVerdict(stores_.Cert(signer_), 0);
 }
 
+// The store takes the two for one: the one in it is still the package's, and may say what the caller's does not.
+TEST_F(PackageCert, StaysOneWhenTheCallerAddsAnotherOfItsIssuerSerialNumberAndKey)
+{
+    SmuggleIn(root_);
+    const Bytes twin = Build(With(root_, &CertSpec::notAfter, UtcTime("391231235959Z")));
+    EXPECT_EQ(pelnic_verify_add_cert(stores_, twin.data(), Len(twin)), 0u);
+    EXPECT_TRUE(LoggedWarning(plan_, std::nullopt, "Duplicate certificate add."));
+    EXPECT_EQ(stores_.TrustCerts().num, 1u);
+    stores_.AddCrl(CrlOf(root_));
+    ExpectVerdict(stores_.Cert(signer_), PELNIC_ERR_CERT_NO_ISSUER);
+}
+
 TEST_F(PackageCert, BecomesALocalCertificateWhenTheCallerAddsIt)
 {
     const PELNIC_X509_CERT* loner = SmuggleIn(loner_);

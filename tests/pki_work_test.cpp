@@ -1,4 +1,4 @@
-// What a verification costs: signature checks above all, then comparisons and stack. Counted, never timed.
+// What a verification costs: signature checks above all, then stack. Counted, never timed.
 #include "cmsverify/cms_verify.h"
 
 #include "cmsverify/pelnic_faults.h"
@@ -131,25 +131,6 @@ TEST_F(SignatureChecks, OfNamesakesAreTheSameWhenTheLastOneIssuedThem)
     const OperationRun run{stores_};
     EXPECT_EQ(ChecksOf(signer, 0), 801u);
     EXPECT_EQ(ChecksOf(signer, 0), 0u);
-}
-
-// ---- Comparisons ----
-
-// Serial numbers differ where names agree: the cheap question comes first, and one comparison answers it.
-TEST(StoreWork, ComparesSerialNumbersFirst)
-{
-    CleanPlan plan;
-    Stores stores(plan);
-    const Bytes sample = Build(Signer());
-    const auto compared = [&](std::uint8_t serial) {
-        PELNIC_X509_CERT* cert = stores.Cert(Replace(sample, {0, tbs::serial}, Int({0x40, serial})));
-        const std::size_t before = plan.Count(Call::Memcmp);
-        EXPECT_EQ(pelnic_pki_store_add_local_cert(stores, cert), 0u);
-        return plan.Count(Call::Memcmp) - before;
-    };
-    std::size_t last = 0;
-    for (std::uint8_t i = 0; i < 20; ++i) last = compared(i);
-    EXPECT_LE(last, 2u * 19u); // the tag, and the number
 }
 
 // ---- A chain of 3,000 CAs on a small stack ----

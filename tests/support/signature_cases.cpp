@@ -25,6 +25,24 @@ Case BelowCas(std::string name, const DemoPki& pki, const Bytes& crls)
     return input;
 }
 
+// A CA between the root and the signer, and what it was before.
+struct RenewedCa {
+    DemoPki pki = FlatPki();
+    CertSpec ca = IssuedBy(With(Intermediate("CA"), &CertSpec::subject, Name(Cn("C"))), pki.root);
+    CertSpec expired = With(With(ca, &CertSpec::serial, Bytes{0x77}), &CertSpec::notAfter, UtcTime("251231235959Z"));
+
+    RenewedCa() { pki.signer = IssuedBy(pki.signer, ca); }
+
+    Case As(std::string name, const std::vector<Bytes>& certificates) const
+    {
+        CmsSpec cms = FlatCms(pki);
+        cms.certificates.insert(cms.certificates.end(), certificates.begin(), certificates.end());
+        Case input = Of(std::move(name), pki, cms);
+        input.anchors.crls = Cat(input.anchors.crls, Build(CrlOf(ca)));
+        return input;
+    }
+};
+
 } // namespace
 
 Case Good()
@@ -79,6 +97,23 @@ Case RevokedByOneOfTwoCrls()
     Case input = RevokedSigner();
     input.name = "RevokedByOneOfTwoCrls";
     input.anchors.crls = Cat(Build(FlatPki().rootCrl), input.anchors.crls);
+    return input;
+}
+
+Case RevokedByTheFirstOfTwoCrls()
+{
+    Case input = RevokedSigner();
+    input.name = "RevokedByTheFirstOfTwoCrls";
+    input.anchors.crls = Cat(input.anchors.crls, Build(FlatPki().rootCrl));
+    return input;
+}
+
+Case RevokedAmongDuplicates()
+{
+    Case input = RevokedByTheFirstOfTwoCrls();
+    input.name = "RevokedAmongDuplicates";
+    input.anchors.root = Cat(input.anchors.root, input.anchors.root);
+    input.anchors.crls = Cat(input.anchors.crls, input.anchors.crls);
     return input;
 }
 
@@ -138,6 +173,20 @@ Case ExpiredCrl()
     DemoPki pki;
     pki.signingCrl.nextUpdate = UtcTime("251231235959Z");
     return BelowCas("ExpiredCrl", pki, pki.Crls());
+}
+
+Case ExpiredCaBeforeTheGoodOne()
+{
+    const RenewedCa renewed;
+    return renewed.As("ExpiredCaBeforeTheGoodOne", {Build(renewed.expired), Build(renewed.ca)});
+}
+
+Case ExpiredCaOfTheCaller()
+{
+    const RenewedCa renewed;
+    Case input = renewed.As("ExpiredCaOfTheCaller", {Build(renewed.ca)});
+    input.anchors.root = Cat(Build(renewed.expired), input.anchors.root);
+    return input;
 }
 
 } // namespace cases

@@ -30,6 +30,8 @@ Case OtherStampedSignature();
 // Bad certificates.
 Case RevokedSigner();
 Case RevokedByOneOfTwoCrls();
+Case RevokedByTheFirstOfTwoCrls();
+Case RevokedAmongDuplicates(); // each certificate and CRL comes twice
 Case RevokedByAnIndirectCrl(); // whose issuer comes with it
 Case ExpiredSigner();
 Case SignerOfAnotherPurpose();
@@ -37,6 +39,9 @@ Case SignerBelowNoCa();
 Case OwnRoot(); // all in order below a root of the device's root's name that comes with the signature
 Case NoCrl();
 Case ExpiredCrl();
+// A CA expired and was certified again: who finds the expired certificate first goes no further.
+Case ExpiredCaBeforeTheGoodOne();
+Case ExpiredCaOfTheCaller(); // who trusts it, and the package brings the good one
 
 } // namespace cases
 

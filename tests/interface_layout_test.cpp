@@ -1,0 +1,143 @@
+// The order of the fields of every record that a caller, a callback or another module sees, and the numbers of the
+// enumerations: whoever was compiled against them reads what stands there. A change here is a change of the interface.
+#include "cmsverify/cms_verify.h"
+#include "cmsverify/pelnic_buf.h"
+#include "cmsverify/pelnic_callback_fun.h"
+#include "cmsverify/pelnic_cms_templ.h"
+#include "cmsverify/pelnic_pki_impl.h"
+#include "cmsverify/pelnic_x509_crl.h"
+#include "cmsverify/pelnic_x509_parse.h"
+#include "verify_signature.h"
+
+#include <gtest/gtest.h>
+
+#include <type_traits>
+
+namespace pnvtest {
+namespace {
+
+constexpr bool AreInOrder(std::initializer_list<std::size_t> offsets)
+{
+    const std::size_t* last = nullptr;
+    for (const std::size_t& offset : offsets) {
+        if (last == nullptr ? offset != 0 : offset <= *last) return false;
+        last = &offset;
+    }
+    return true;
+}
+
+// The fields of a record, the first of which stands at its beginning.
+#define IN_ORDER(record, ...) \
+    { \
+        using Record = record; \
+        static_assert(AreInOrder({__VA_ARGS__}), #record); \
+    }
+#define AT(field) offsetof(Record, field)
+
+TEST(InterfaceLayout, OfWhatCallersAndCallbacksSee)
+{
+    IN_ORDER(PELNIC_DATETIME, AT(uYear), AT(uMonth), AT(uDay), AT(uHour), AT(uMinute), AT(uMillSecond), AT(uSecond),
+             AT(uUtcFlag), AT(uUtcHour), AT(uUtcMinute));
+    static_assert(sizeof(PELNIC_DATETIME) == 12);
+    IN_ORDER(PELNIC_BIGINT, AT(uiLength), AT(aVal));
+    static_assert(sizeof(PELNIC_BIGINT) == 516);
+    IN_ORDER(PELNIC_CTX_CREATE_PARAMS, AT(st_size), AT(callback_funcs), AT(resv));
+    IN_ORDER(PELNIC_VRF_PARAMS, AT(st_size), AT(no_check_crl), AT(resv));
+    IN_ORDER(PELNIC_SERIAL_NUM, AT(sn), AT(sn_len));
+    IN_ORDER(PELNIC_REVOKE_LIST, AT(sn_list), AT(revoke_count));
+    IN_ORDER(PELNIC_CRL_INFO, AT(st_size), AT(valid), AT(update_time), AT(valid_until), AT(issuer), AT(issuer_sn),
+             AT(revoke_list), AT(resv));
+    IN_ORDER(PELNIC_CRL_BUNDLE_INFO, AT(st_size), AT(crl_info_list), AT(crl_count), AT(resv));
+    IN_ORDER(PELNIC_VERIFY_SIGNATURE_S, AT(pCert), AT(uiCertLength), AT(pCrl), AT(uiCrlLength), AT(pCms),
+             AT(uiCmsLength), AT(pBin), AT(uiBinLength));
+}
+
+TEST(InterfaceLayout, OfTheContextAndTheContainers)
+{
+    IN_ORDER(PELNIC_VRF, AT(st_size), AT(crl_frozen), AT(callback_funcs), AT(vrf_params), AT(pki_ctx), AT(crl_list),
+             AT(vrf_proc), AT(base_time), AT(last_err), AT(curr_depth), AT(resv));
+    static_assert(sizeof(PELNIC_VRF::resv) == 64);
+    IN_ORDER(PELNIC_BUF, AT(pVal), AT(nBufLen), AT(iCursor));
+    IN_ORDER(PELNIC_DATA_BLOCK, AT(pData), AT(s_data), AT(nLen), AT(capacity));
+    static_assert(sizeof(PELNIC_DATA_BLOCK::s_data) == 64);
+    IN_ORDER(PELNIC_LIST_DUMMY, AT(num), AT(data), AT(capacity));
+    IN_ORDER(CRYPTO_MD, AT(st_size), AT(hash_handler), AT(hash_algo));
+    IN_ORDER(CRYPTO_VRF, AT(st_size), AT(md_ctx), AT(pub));
+}
+
+TEST(InterfaceLayout, OfCertificatesAndCrls)
+{
+    IN_ORDER(PELNIC_X509_CERT, AT(raw_signed), AT(toBeSigned), AT(algorithm), AT(signature), AT(pIssuer), AT(iRef));
+    IN_ORDER(PELNIC_X509_CERTINFO, AT(version), AT(serialNumber), AT(signature), AT(issuer), AT(validity), AT(subject),
+             AT(subjectPubKey), AT(issuerUID), AT(subjectUID), AT(extensions));
+    IN_ORDER(PELNIC_ASN_VALIDITY, AT(notBefore), AT(notAfter));
+    IN_ORDER(PELNIC_X509_ATTR_ENTRY, AT(id), AT(value));
+    IN_ORDER(PELNIC_X509_ALGO_IDENTIFIER, AT(algorithm), AT(parameters));
+    IN_ORDER(PELNIC_X509_PUBKEY_INFO, AT(algorithm), AT(subjectPublicKey));
+    IN_ORDER(PELNIC_X509_EXTENSION_ENTRY, AT(extnId), AT(critical), AT(resv0), AT(extnValue));
+    IN_ORDER(PELNIC_X509_CRL, AT(raw_signed), AT(tbs_cert_list), AT(algorithm), AT(signature), AT(iRef));
+    IN_ORDER(PELNIC_X509_CRLINFO, AT(version), AT(signature_algo), AT(issuer), AT(this_update), AT(next_update),
+             AT(revoked_certs), AT(extensions));
+    IN_ORDER(PELNIC_X509_REVOKED_ENTRY, AT(user_cert), AT(revocation_date), AT(crl_entry_extensions));
+    IN_ORDER(PELNIC_RSA_PUBKEY, AT(modules), AT(publicExponent));
+    IN_ORDER(PELNIC_RSA_KEY, AT(keyType), AT(bits), AT(key));
+    IN_ORDER(PELNIC_PUBKEY, AT(type), AT(pKey));
+    IN_ORDER(PELNIC_X509_BASIC_CONSTRAINTS, AT(is_ca), AT(resv0), AT(max_path_len));
+    IN_ORDER(PELNIC_X509_AUTHORITY_KID, AT(keyIdentifier), AT(authorityCertIssuer), AT(authorityCertSerialNumber));
+    IN_ORDER(PELNIC_X509_ISSUING_DIST_POINT, AT(distpoint), AT(onlyuser), AT(onlyCA), AT(resv0), AT(onlysomereasons),
+             AT(indirectCRL), AT(onlyattr), AT(resv1));
+}
+
+TEST(InterfaceLayout, OfSignaturesAndTimestamps)
+{
+    IN_ORDER(PELNIC_PKCS7_CONTENT, AT(content_type), AT(signed_data));
+    IN_ORDER(PELNIC_PKCS7_SIGNED_DATA, AT(version), AT(digest_algo_set), AT(content), AT(raw_certs), AT(certificates),
+             AT(crls), AT(signer_infos));
+    IN_ORDER(PELNIC_PKCS7_CONTENT_INFO, AT(type), AT(content));
+    IN_ORDER(PELNIC_PKCS7_SIGNER_INFO, AT(version), AT(issuer_sn), AT(digest_algo), AT(raw_signed), AT(auth_attrs),
+             AT(digest_encryption_algo), AT(encrypted_digest), AT(unauth_attrs));
+    IN_ORDER(PELNIC_PKCS7_ISSUER_AND_SERIAL, AT(issuer), AT(sn));
+    IN_ORDER(PELNIC_TST_INFO, AT(version), AT(policy_id), AT(msg_imprint), AT(serial), AT(time), AT(accuracy),
+             AT(ordering), AT(resv0), AT(nonce), AT(issuer), AT(extensions));
+    IN_ORDER(PELNIC_TS_MSG_IMPRINT, AT(hash_algo), AT(hash_value));
+    IN_ORDER(PELNIC_TS_ACCURACY, AT(seconds), AT(millis), AT(micros));
+}
+
+TEST(InterfaceLayout, OfThePki)
+{
+    IN_ORDER(PELNIC_PKI, AT(st_size), AT(pki_store));
+    IN_ORDER(PELNIC_PKI_STORE, AT(local_store), AT(verify_param), AT(trust_store));
+    IN_ORDER(PELNIC_PKI_LOCAL_STORE, AT(local_certs));
+    IN_ORDER(PELNIC_PKI_TRUST_STORE, AT(ca_certs), AT(crl_store));
+    IN_ORDER(PELNIC_PKI_VERIFY_PARAM, AT(check_time), AT(verify_flags), AT(iPurpose));
+    IN_ORDER(PELNIC_PKI_VER_FLAG, AT(ulFlags), AT(ulInhFlags), AT(iVerDepth));
+    IN_ORDER(PELNIC_CRL_SCORE_INFO, AT(crlScore), AT(pCrl));
+}
+
+TEST(InterfaceNumbers, OfEnumerations)
+{
+    static_assert(HSAG_UNKNOW == 0 && HSAG_MD5 == 1 && HSAG_SHA1 == 2);
+    static_assert(HSAG_SHA256 == 3 && HSAG_SHA384 == 4 && HSAG_SHA512 == 5);
+    static_assert(CBSW_SET == 0 && CBSW_CURRENT == 1);
+    static_assert(CLSP_BEFORE == 0 && CLSP_AFTER == 1 && CLSP_BEGIN == 2 && CLSP_END == 3);
+    static_assert(PELNIC_LOG_TYPE_ERROR == 0 && PELNIC_LOG_TYPE_WARNING == 1);
+    static_assert(PELNIC_LOG_TYPE_INFO == 2 && PELNIC_LOG_TYPE_DEBUG == 3);
+    static_assert(SCPS_SAME == 0 && SCPS_NEW == 1 && SCPS_OLD == 2 && SCPS_MIX == 3);
+    static_assert(RVRS_NONE == -1 && RVRS_UNUSED == 0 && RVRS_KEYCOMPROMISE == 1 && RVRS_CACOMPROMISE == 2);
+    static_assert(RVRS_AFFILIATIONCHANGED == 3 && RVRS_SUPERSEDED == 4 && RVRS_CESSATIONOFOPERATION == 5);
+    static_assert(RVRS_CERTIFICATEHOLD == 6 && RVRS_PRIVILEGEWITHDRAWN == 7 && RVRS_AACOMPROMISE == 8);
+}
+
+TEST(InterfaceNumbers, OfPrimitiveTypes)
+{
+    static_assert(sizeof(PNV_UINT16) == 2 && std::is_unsigned_v<PNV_UINT16>);
+    static_assert(sizeof(PNV_CHAR) == 1 && std::is_signed_v<PNV_CHAR>);
+    static_assert(sizeof(PNV_INT) == 4 && std::is_signed_v<PNV_INT>);
+    static_assert(sizeof(PNV_BOOL) == 4 && std::is_unsigned_v<PNV_BOOL>);
+    static_assert(sizeof(PNV_TIME_T) == 8 && std::is_signed_v<PNV_TIME_T>);
+    static_assert(std::is_same_v<PNV_THREAD_ID, void*> && std::is_same_v<PNV_FILE_HANDLE, void*>);
+    static_assert(std::is_same_v<PELNIC_ERROR_CODE, PNV_UINT32> && sizeof(PNV_UINT32) == 4);
+}
+
+} // namespace
+} // namespace pnvtest
