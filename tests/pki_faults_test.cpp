@@ -1,5 +1,6 @@
 // Every callback of the table failing at its n-th call, once and from there on, for every n, under whole operations:
-// the right code or a clean success, nothing left behind, and nothing accepted that is refused when all goes well.
+// the right code or a clean success, nothing left behind, and nothing accepted that is refused when all goes well, then
+// or when the same is asked again and nothing fails.
 #include "cmsverify/cms_verify.h"
 
 #include "support/cms.h"
@@ -181,7 +182,9 @@ TEST_P(EveryCall, WhileAGoodChainIsVerified)
             Stores stores(plan);
             AddCas(stores, chain);
             AddCrls(stores, chain);
-            return stores.Verify(stores.Cert(chain.signer));
+            const PELNIC_ERROR_CODE rc = stores.Verify(stores.Cert(chain.signer));
+            EXPECT_EQ(stores.VerifyAgain(), 0u);
+            return rc;
         },
         [](PELNIC_ERROR_CODE rc, const FaultRun& run) {
             EXPECT_TRUE(IsOneOf(rc, {0, PELNIC_ERR_CERT_NO_ISSUER, PELNIC_ERR_CRL_NOT_FOUND, PELNIC_ERR_CRL_VERIFY,
@@ -370,7 +373,9 @@ protected:
                 failing.call,
                 [](CallbackPlan& plan) {
                     Stores stores(plan);
-                    return GetParam().verify(stores);
+                    const PELNIC_ERROR_CODE rc = GetParam().verify(stores);
+                    EXPECT_NE(stores.VerifyAgain(), 0u);
+                    return rc;
                 },
                 [](PELNIC_ERROR_CODE rc, const FaultRun& run) {
                     EXPECT_NE(rc, 0u);
@@ -432,6 +437,11 @@ protected:
     {
         PELNIC_VRF_CTX ctx = static_cast<PELNIC_VRF*>(stores);
         EXPECT_EQ(pelnic_verify_add_crl(ctx, crls_.data(), Len(crls_)), 0u);
+        return BeginAgain(stores);
+    }
+    PELNIC_ERROR_CODE BeginAgain(Stores& stores) const
+    {
+        PELNIC_VRF_CTX ctx = static_cast<PELNIC_VRF*>(stores);
         return pelnic_verify_detach_signature_begin(ctx, cms_.data(), Len(cms_));
     }
 
@@ -457,7 +467,9 @@ TEST_F(ForeignSignature, IsRefusedWhateverTheCryptoLibrarySays)
             [&](CallbackPlan& plan) {
                 Stores stores(plan);
                 stores.Trust(Demo().cas[0]);
-                return Begin(stores);
+                const PELNIC_ERROR_CODE rc = Begin(stores);
+                plan.WithoutFaults([&] { EXPECT_EQ(BeginAgain(stores), PELNIC_ERR_CERT_VERIFY); });
+                return rc;
             },
             [](PELNIC_ERROR_CODE rc, const FaultRun& run) {
                 EXPECT_NE(rc, 0u);

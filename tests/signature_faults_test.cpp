@@ -1,6 +1,9 @@
 // Whole verifications with callbacks that fail: the n-th call alone, or that call and all after it, for every n. What a
-// good signature comes to may change; what a bad one comes to may not.
+// good signature comes to may change; what a bad one comes to may not. When the same is asked again on that context and
+// nothing fails, the answer is that of a fresh one.
 #include "support/signature_cases.h"
+
+#include <algorithm>
 
 namespace pnvtest {
 namespace {
@@ -9,23 +12,43 @@ using namespace cases;
 
 const Bytes kContent = Text("a firmware image");
 
-// In a context that was made and filled without faults.
-Verdict VerifyCase(CallbackPlan& plan, const Case& input)
+// In a context that was made and filled without faults, and then once more. A CRL that got lost on its way into the
+// store, which the caller has been told, allows of nothing but a refusal.
+Verdict VerifyCase(CallbackPlan& plan, const Case& input, std::optional<Verdict> fresh = {})
 {
     std::optional<Context> ctx;
+    std::set<Bytes> given;
     plan.WithoutFaults([&] {
         ctx.emplace(plan);
         Provide(*ctx, input.anchors);
+        given = InputsOf(ctx->Record());
     });
-    return Verify(*ctx, input.signature, input.content);
+    const Verdict verdict = Verify(*ctx, input.signature, input.content);
+    plan.WithoutFaults([&] {
+        (void)Final(*ctx); // ends what may be in progress
+        const std::set<Bytes> held = InputsOf(ctx->Record());
+        const bool holdsAll = std::includes(held.begin(), held.end(), given.begin(), given.end());
+        const Verdict again = Verify(*ctx, input.signature, input.content);
+        const bool isAsFresh = again == fresh.value_or(again);
+        EXPECT_TRUE(isAsFresh || (!holdsAll && again.result == 0)) << "then " << again;
+    });
+    return verdict;
 }
 
 class SignatureFaults : public ::testing::TestWithParam<Case> {
 protected:
     template <typename Check> static void Sweep(Calls kinds, Check check)
     {
+        const Verdict fresh = Undisturbed();
         SweepFaults(
-            kinds, [](CallbackPlan& plan) { return VerifyCase(plan, GetParam()); }, check);
+            kinds, [&](CallbackPlan& plan) { return VerifyCase(plan, GetParam(), fresh); }, check);
+    }
+
+private:
+    static Verdict Undisturbed()
+    {
+        CallbackPlan plan;
+        return VerifyCase(plan, GetParam());
     }
 };
 constexpr auto kCaseName = [](const auto& testInfo) { return testInfo.param.name; };

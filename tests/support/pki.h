@@ -47,6 +47,7 @@ struct IssuanceSpec {
     std::optional<Bytes> outerAlgorithm{};
     Edit editTbs{}; // of the complete signed part, before it is signed
     bool brokenSignature = false;
+    std::optional<Bytes> signature{}; // a value that is not computed
 };
 
 struct CertSpec : IssuanceSpec {

@@ -6,6 +6,13 @@ namespace {
 
 constexpr PNV_INT32 kUntouched = 77;
 
+template <typename List> void CollectSignatures(const List& list, std::uint8_t kind, std::set<Bytes>* signatures)
+{
+    for (PNV_UINT32 i = 0; i < list.num; ++i) {
+        signatures->insert(Cat(Bytes{kind}, Content(*list.data[i]->signature)));
+    }
+}
+
 } // namespace
 
 // ---- The operations ----
@@ -37,6 +44,19 @@ Verdict Verify(PELNIC_VRF_CTX ctx, const Bytes& signature, const Bytes& content)
     PELNIC_ERROR_CODE rc = Begin(ctx, signature);
     if (rc == 0) rc = Update(ctx, content);
     return rc == 0 ? Final(ctx) : Verdict{rc, 0};
+}
+
+std::set<Bytes> InputsOf(const PELNIC_VRF* vrf)
+{
+    std::set<Bytes> inputs;
+    const PELNIC_PKI_STORE& store = static_cast<const PELNIC_PKI*>(vrf->pki_ctx)->pki_store;
+    if (store.trust_store != nullptr) {
+        CollectSignatures(store.trust_store->ca_certs, 'T', &inputs);
+        CollectSignatures(store.trust_store->crl_store, 'C', &inputs);
+    }
+    if (store.local_store != nullptr) CollectSignatures(store.local_store->local_certs, 'L', &inputs);
+    CollectSignatures(vrf->crl_list, 'C', &inputs);
+    return inputs;
 }
 
 // ---- Decoded ----

@@ -7,6 +7,8 @@
 #include "cmsverify/pelnic_cms_parse.h"
 #include "stores.h"
 
+#include <set>
+
 namespace pnvtest {
 
 // ---- The operations ----
@@ -29,6 +31,10 @@ Verdict Final(PELNIC_VRF_CTX ctx); // the result is preset to a value that no op
 
 // Begin, update and final as a careful caller runs them: the first code that is not 0 ends it, with result 0.
 Verdict Verify(PELNIC_VRF_CTX ctx, const Bytes& signature, const Bytes& content);
+
+// What a context has been given, by the signature bits of each: trusted and local certificates, and CRLs, handed over
+// or not.
+std::set<Bytes> InputsOf(const PELNIC_VRF* vrf);
 
 // ---- Decoded ----
 

@@ -81,9 +81,11 @@ struct FaultRun {
     bool met;
 };
 
-// Which calls of a sweep fail: the first, and every step-th after it.
+// Which calls of a sweep fail: every step-th from the first to the last.
 struct Sample {
     std::size_t step = 1;
+    std::size_t first = 1;
+    std::size_t last = SIZE_MAX;
     std::vector<FaultMode> modes{FaultMode::Once, FaultMode::Onward};
 };
 
@@ -97,7 +99,7 @@ std::size_t SweepFaults(Calls kinds, Operation operation, Check check, const Sam
     std::size_t faults = 0;
     for (FaultMode mode : sample.modes) {
         FaultRun run{mode, 0, true};
-        for (run.nth = 1; run.met; run.nth += sample.step) {
+        for (run.nth = sample.first; run.met && run.nth <= sample.last; run.nth += sample.step) {
             SCOPED_TRACE(::testing::Message() << "call " << run.nth << (mode == FaultMode::Once ? "" : " and on"));
             CallbackPlan plan;
             plan.Fail(kinds, run.nth, mode);
