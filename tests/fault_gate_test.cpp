@@ -244,7 +244,7 @@ Route ByDecodedCrls(const Case& input)
     };
     return Route(
         {AddRoot(input), decodeCrls}, [&](Caller& call, PELNIC_VRF_CTX ctx) { return AskByParts(call, ctx, input); },
-        Accepted);
+        Accepted, true);
 }
 
 // The same through the checker's source, which is a single operation here.

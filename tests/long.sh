@@ -21,6 +21,7 @@ run valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/valgri
     build/clang/tests/cmsverify_tests --gtest_brief=1
 run fuzz/run.sh "${1:-60}"
 run tests/mutation/mutate.py build/mutation
+run tests/mutation/planted.py build/planted
 run cmake --preset bench
 run cmake --build --preset bench --target cmsverify_bench
 run build/bench/bench/cmsverify_bench
