@@ -46,7 +46,7 @@ build=$PWD/build/demo
 # make ROOT TITLE TARGET...
 make()
 {
-    cmake --preset release -B "$build" -DPKGTOOL=ON -DCMSVERIFY_CHECK_BINARIES=OFF -DPKGCHECK_ROOT_CERT="$1" >/dev/null
+    cmake --preset release -B "$build" -DCMSVERIFY_BUILD_PKGTOOL=ON -DCMSVERIFY_CHECK_BINARIES=OFF -DPKGCHECK_ROOT_CERT="$1" >/dev/null
     title=$2
     shift 2
     cmake/progress.sh "$title" "$build/build.log" cmake --build "$build" --target "$@"

@@ -5,7 +5,7 @@ include(CMakePackageConfigHelpers)
 
 set(CMSVERIFY_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/cmsverify")
 
-# install_library TARGET KIND: one file of targets for each kind, since both call theirs cmsverify::cmsverify.
+# install_library TARGET KIND: a file of targets for each kind, which defines cmsverify::KIND.
 function(install_library TARGET KIND)
     install(TARGETS ${TARGET} EXPORT cmsverify-${KIND}
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development

@@ -15,7 +15,7 @@ for arch; do
     build=$PWD/build/packages/$arch
     if [ "$arch" = "$native" ]; then
         triplet=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
-        cmake --preset release -B "$build" -DPKGTOOL=ON
+        cmake --preset release -B "$build" -DCMSVERIFY_BUILD_PKGTOOL=ON
     else
         triplet=arm-linux-gnueabihf
         cmake/install-packages.sh g++-arm-linux-gnueabihf libc6-dev-armhf-cross

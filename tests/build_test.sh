@@ -74,12 +74,13 @@ says_no_crl()
     [ "$output" = "refused: code 0x88200102, result 0" ] || fail "$*: $output"
 }
 
-# find_package_consumer KIND: configures a C project on the library of that kind in $dir/prefix.
+# find_package_consumer KINDS: configures a C project on the library of that kind, or the first of several, in
+# $dir/prefix.
 find_package_consumer()
 {
     mkdir -p "$dir/consumer"
     cat >"$dir/consumer/CMakeLists.txt" <<END
-cmake_minimum_required(VERSION 3.25)
+cmake_minimum_required(VERSION 3.22)
 project(consumer LANGUAGES C)
 find_package(cmsverify 1.0 REQUIRED COMPONENTS $1)
 add_executable(consumer "$dir/prefix/share/doc/cmsverify/examples/verify_files.c")
@@ -128,6 +129,8 @@ shared_library()
     (cd "$dir/prefix" && LD_LIBRARY_PATH=lib bin/pkgcheck bin/pkgcheck) | grep -q '^Error: Check cms fail'
     find_package_serves shared "libc libcmsverify libcrypto libsafec"
     find_package_serves static "libc libcrypto libsafec"
+    find_package_serves "shared static" "libc libcmsverify libcrypto libsafec"
+    find_package_serves "static shared" "libc libcrypto libsafec"
     pkg_config_consumer
     pkg_config_consumer --static
 
@@ -145,6 +148,18 @@ shared_library()
         dpkg-deb -x "$dir/build/$name"_1.0.0-1_*.deb "$dir/root"
     done
     dpkg-deb -f "$dir"/build/pkgcheck_*.deb Depends | grep -q '^libcmsverify1 (= 1.0.0-1), libc6 .*, libsafec3 '
+    dpkg-deb -I "$dir"/build/libcmsverify1_*.deb shlibs | grep -qx 'libcmsverify 1 libcmsverify1 (>= 1.0.0)'
+    dpkg-deb -I "$dir"/build/libcmsverify1_*.deb triggers | grep -qx 'activate-noawait ldconfig'
+    dpkg-deb -f "$dir"/build/pkgcheck_*.deb Description | grep -q 'placeholder root certificate'
+    for name in libcmsverify1 libcmsverify-dev pkgcheck; do
+        doc=$dir/root/usr/share/doc/$name
+        grep -q 'No licence has been granted yet' "$doc/copyright"
+        gzip -dc "$doc/changelog.Debian.gz" | head -n 1 | grep -q '^cmsverify (1.0.0-1) '
+        gzip -dc "$doc/changelog.gz" | grep -q '^## 1.0.0'
+        rm -r "$doc"
+    done
+    rm -r "$dir/root/usr/share/lintian"
+    gzip -d "$dir"/root/usr/share/man/man?/*.gz
     (cd "$dir/root/usr" && find . -type f) | sort >"$dir/packaged"
     (cd "$dir/prefix" && find . -type f) | sort | diff - "$dir/packaged"
 }
@@ -240,12 +255,16 @@ root_variant()
 {
     certificate root "$ca" "$usage"
     cat >"$dir/CMakeLists.txt" <<END
-cmake_minimum_required(VERSION 3.25)
+cmake_minimum_required(VERSION 3.22)
 project(variant LANGUAGES C CXX)
 add_subdirectory("$source" cmsverify)
 add_pkgcheck(other_checker "$dir/root.pem")
 END
     build "$dir"
+    # No checker of its own, no word about one, and no tests.
+    [ ! -e "$dir/build/cmsverify/pkgcheck" ] || fail "the subproject's checker was built"
+    case $said in *PKGCHECK_ROOT_CERT*) fail "a notice" "$said" ;; esac
+    [ ! -e "$dir/build/cmsverify/CTestTestfile.cmake" ] || fail "the subproject has tests"
     status=0
     "$dir/build/other_checker" || status=$?
     [ $status = 234 ] || fail "status $status without an argument"
