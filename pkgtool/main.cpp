@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "error.h"
+#include "pelnic_cms_verify.h"
 #include "text.h"
 
 #include <fcntl.h>
@@ -31,6 +32,7 @@ int run(int argc, char** argv)
 {
     CLI::App app("Signs, packs and inspects firmware packages for pkgcheck.", "pkgtool");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "pkgtool " CMSVERIFY_VERSION);
     app.footer("Exit status: 0 done, 1 the input or the command line is wrong, 2 internal error. Output files are\n"
                "written whole or not at all; private keys are only ever read.");
     pkgtool::addPkiCommand(app);

@@ -46,6 +46,14 @@
 extern "C" {
 #endif
 
+/* ---- Version --------------------------------------------------------------------------------------------------- */
+
+/* Of this header, the library and its packages; see CHANGELOG.md for what a change of each part means. */
+#define CMSVERIFY_VERSION_MAJOR 1
+#define CMSVERIFY_VERSION_MINOR 0
+#define CMSVERIFY_VERSION_PATCH 0
+#define CMSVERIFY_VERSION "1.0.0"
+
 /* ---- Primitive types ------------------------------------------------------------------------------------------- */
 
 typedef uint32_t PNV_UINT32;
@@ -225,42 +233,75 @@ typedef struct pelnic_datetime_st {
 /* ---- Callback table -------------------------------------------------------------------------------------------- */
 
 /*
- * How many blocks the library asks for, and of what sizes, is not promised; what is asked for in one call goes back in
- * one call.
- *
- * Allocates size octets into *out; a size of 0 may succeed with a null block. Without memory the code is up to you
- * (PELNIC_ERR_SYS_MEM_ALLOC is made for it), but not all of it comes back: decoding replaces it by
- * PELNIC_ERR_ASN_DECODE, and an operation that took the input for undecodable then answers PELNIC_ERR_CMS_DECODE or
- * PELNIC_ERR_CRL_DECODE.
+ * The library calls all callbacks on its caller's thread, and takes any result but the good one for a failure. Pointers
+ * are null only where it is said here, or together with a length of 0; refuse null ones all the same, as the defaults
+ * do. What a callback is given stays the library's and lives for the call alone; only blocks of malloc, handles of
+ * fopen and what the two create callbacks make go to and fro, and each is given back once. How many blocks the
+ * library asks for, and of what sizes, is not promised; what is asked for in one call goes back in one call.
+ */
+
+/*
+ * Allocates size octets into *out, to be given back to pnv_func_free; a size of 0 may succeed with a null block.
+ * Returns 0. Without memory the code is up to you (PELNIC_ERR_SYS_MEM_ALLOC is made for it), but not all of it comes
+ * back: decoding replaces it by PELNIC_ERR_ASN_DECODE, and an operation that took the input for undecodable then
+ * answers PELNIC_ERR_CMS_DECODE or PELNIC_ERR_CRL_DECODE.
  */
 typedef PELNIC_ERROR_CODE (*pnv_func_malloc)(void** out, PNV_UINT32 size);
+/*
+ * As C11, K.3.7: fill, move (areas may overlap) and copy count octets. Returns 0; any other code when count is more
+ * than destMax, destMax is 0 or a pointer is null, with dest as it was.
+ */
 typedef PELNIC_ERROR_CODE (*pnv_func_memset_s)(void* dest, size_t destMax, PNV_INT c, size_t count);
 typedef PELNIC_ERROR_CODE (*pnv_func_memmove_s)(void* dest, size_t destMax, const void* src, size_t count);
 typedef PELNIC_ERROR_CODE (*pnv_func_memcpy_s)(void* dest, size_t destMax, const void* src, size_t count);
+/* Takes a block of pnv_func_malloc back; never null. */
 typedef void (*pnv_func_free)(void* p);
+/* Compares n octets. Returns 0 when they are equal, anything else when not, -1 for a null pointer. */
 typedef PNV_INT (*pnv_func_memcmp)(const void* a, const void* b, size_t n);
 
+/* Compares at most n characters. Returns 0 when they are equal, anything else when not, -1 for a null pointer. */
 typedef PNV_INT (*pnv_func_strncmp)(const PNV_CHAR* a, const PNV_CHAR* b, size_t n);
+/* Returns where needle begins in hay, or null: not there, or a null pointer. */
 typedef const PNV_CHAR* (*pnv_func_strstr)(const PNV_CHAR* hay, const PNV_CHAR* needle);
+/* Returns where the character is in s, or null: not there, or a null pointer. */
 typedef PNV_CHAR* (*pnv_func_strchr)(PNV_CHAR* s, PNV_CHAR c);
+/* Returns the characters before the terminating zero; 0xFFFFFFFF for a null pointer, which fits nowhere. */
 typedef PNV_UINT32 (*pnv_func_strlen)(const PNV_CHAR* s);
+/* Returns 0 when the strings are equal, anything else when not, -1 for a null pointer; asked for no order. */
 typedef PNV_INT (*pnv_func_strcmp)(const PNV_CHAR* a, const PNV_CHAR* b);
+/*
+ * As C11, K.3.7: copy and append a string with its terminating zero. Returns 0; any other code when the result does not
+ * fit in destMax or a pointer is null.
+ */
 typedef PELNIC_ERROR_CODE (*pnv_func_strcpy_s)(PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src);
 typedef PELNIC_ERROR_CODE (*pnv_func_strcat_s)(PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src);
-/* Writes at most count characters and a terminating zero; zero or negative is taken as a failure. */
+/*
+ * Writes at most count characters and a terminating zero. Returns the number of characters; zero or negative is taken
+ * as a failure, and so should a null pointer be. Log messages alone are made with it.
+ */
 typedef PNV_INT (*pnv_func_vsnprintf_s)(PNV_CHAR* dest, size_t destMax, size_t count, const PNV_CHAR* format,
                                         va_list args);
 
-typedef PNV_FILE_HANDLE (*pnv_func_fopen)(const PNV_CHAR* path, const PNV_CHAR* mode); /* null on failure */
-typedef size_t (*pnv_func_fread)(void* buf, size_t size, PNV_FILE_HANDLE h);           /* octets read */
+/* Opens a file, always with the mode "rb". Returns a handle for the three below, or null when that fails. */
+typedef PNV_FILE_HANDLE (*pnv_func_fopen)(const PNV_CHAR* path, const PNV_CHAR* mode);
+/* Returns the octets read, which are fewer than size at the end of the file and after an error. */
+typedef size_t (*pnv_func_fread)(void* buf, size_t size, PNV_FILE_HANDLE h);
+/* Closes a handle of fopen, once, whatever failed in between. The result counts for nothing: files are only read. */
 typedef PELNIC_ERROR_CODE (*pnv_func_fclose)(PNV_FILE_HANDLE h);
+/* Returns the octets of the file, which stays where it is; 0xFFFFFFFF when it cannot tell, which is too large. */
 typedef PNV_UINT64 (*pnv_func_get_file_size)(PNV_FILE_HANDLE h);
 
+/* Returns what a log record is to call the calling thread; may be null, and is passed on unseen. */
 typedef PNV_THREAD_ID (*pnv_func_get_thread_id)(void);
+/* Returns the time for log records; nothing is judged by it. */
 typedef PNV_TIME_T (*pnv_func_get_utc_time)(void);
+/* Never called. */
 typedef PNV_TIME_T (*pnv_func_mktime)(const PELNIC_DATETIME* date);
 
-/* Receives errors and warnings; rc is 0 when there is no code, message may be empty. */
+/*
+ * Receives errors and warnings; rc is 0 when there is no code, message may be empty or, without memory, its format.
+ * thread is null and time 0 unless the two callbacks above are there. It must not call the library on the same context.
+ */
 typedef void (*func_pelnic_log_callback)(PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
                                          const PNV_CHAR* function, PNV_THREAD_ID thread, PNV_TIME_T time,
                                          PELNIC_ERROR_CODE rc, const PNV_CHAR* message);
@@ -275,20 +316,25 @@ typedef void* PELNIC_CRYPTO_VRF_CTX; /* owned by the verification callbacks */
  * key or a signature that the engine refuses is an answer: init and update return 0, and so does final, with the
  * verdict 0. Packages carry keys of all kinds (an exponent of 1, an even modulus, 64 bits) that nobody needs.
  */
+/* Makes a context in *out, which ctx_destory gets once, whatever init, update and final answer. */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_verify_ctx_create)(PELNIC_CRYPTO_VRF_CTX* out);
+/* Takes exponent, modulus and AOID_SHA256, AOID_SHA384 or AOID_SHA512; any other hash_id has a code. */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_verify_init)(PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e,
                                                       const PELNIC_BIGINT* n, PNV_UINT32 hash_id);
+/* Takes the next part of the message; data may be null when len is 0. */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_verify_update)(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE* data,
                                                         PNV_UINT32 len);
 /* The code says whether the check ran; *result is the verdict, and only exactly 1 accepts. */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_verify_final)(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE* signature,
                                                        PNV_UINT32 len, PNV_INT* result);
+/* Releases the context; a null one is none. */
 typedef void (*pfunc_pelnic_verify_ctx_destory)(PELNIC_CRYPTO_VRF_CTX ctx);
 
-/* Message digests (FIPS 180-4): create, init, update, final, destory. The digest buffer holds 64 octets. */
+/* Message digests (FIPS 180-4): create, init, update, final, destory, which share what is said above. */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_md_ctx_create)(PELNIC_CRYPTO_MD_CTX* out);
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_md_init)(PELNIC_CRYPTO_MD_CTX ctx, PNV_UINT32 hash_id);
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_md_update)(PELNIC_CRYPTO_MD_CTX ctx, const PNV_BYTE* data, PNV_UINT32 len);
+/* Writes the digest, for which there are 64 octets, and its length into *len. */
 typedef PELNIC_ERROR_CODE (*pfunc_pelnic_md_final)(PELNIC_CRYPTO_MD_CTX ctx, PNV_BYTE* digest, PNV_UINT32* len);
 typedef void (*pfunc_pelnic_md_ctx_destory)(PELNIC_CRYPTO_MD_CTX ctx);
 
@@ -426,7 +472,10 @@ PELNIC_API PELNIC_ERROR_CODE pelnic_set_verify_params(PELNIC_VRF_CTX ctx, const 
  */
 PELNIC_API PELNIC_ERROR_CODE pelnic_vrf_ctx_free(PELNIC_VRF_CTX ctx);
 
-/* Returns the library's version, a constant string that is never released. */
+/*
+ * Returns "4.2.0.300-build001", the version of the interface as programs that ask for it know it: a constant string
+ * that is never released. It stays the same from release to release; CMSVERIFY_VERSION does not.
+ */
 PELNIC_API const PNV_CHAR* pelnic_get_version(void);
 
 /* ---- Certificates and CRLs (RFC 5280) -------------------------------------------------------------------------- */
