@@ -33,6 +33,12 @@ completes 'pkgtool crl show --i' --intermediate
 completes 'pkgtool sign --tsa-re' --tsa-request-out --tsa-response
 completes 'pkgtool sign --digest sha' sha256 sha384 sha512
 completes 'pkgtool sign --digest sha5' sha512
+completes 'pkgtool sign --digest =' sha256 sha384 sha512
+completes 'pkgtool sign --digest = sha3' sha384
+completes 'pkgtool sign --p' --p12 --pass --pem
+completes 'pkgtool verify -j ' ''
+completes 'pkgtool verify --jobs ' ''
+completes 'pkgtool pki new --crl-days ' ''
 completes 'pkgtool sign im' image.bin image.cms
 completes 'pkgtool sign --cert image.c' image.cms
 completes 'pkgtool pack --version ' ''
@@ -40,10 +46,18 @@ completes 'pkgtool pack -o image.b' image.bin
 completes 'pkgtool sign image.bin --out' --output
 completes 'pkgtool nonsense im' ''
 
+# Whatever is offered is an option of the command.
+for command in pki\ new release sign pack crl\ show inspect explain lint verify code; do
+    COMP_WORDS=(pkgtool $command --)
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    _pkgtool
+    for option in "${COMPREPLY[@]}"; do
+        # shellcheck disable=SC2086 # a command can be two words
+        pkgtool $command --help | grep -qE -e "(^|[ ,])$option( |\$)" || { echo "$command has no $option"; status=1; }
+    done
+    [ "${#COMPREPLY[@]}" -gt 0 ] || { echo "$command: nothing offered"; status=1; }
+done
+
 [[ $(complete -p pkgcheck) == *file* ]] || { echo "pkgcheck completes no file names"; status=1; }
 
-# The manual page tells of every command.
-for command in $(pkgtool --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
-    grep -qE "^\.It Cm $command( |$)" "$source/man/pkgtool.1" || { echo "pkgtool(1) lacks $command"; status=1; }
-done
 exit $status
