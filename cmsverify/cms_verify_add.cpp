@@ -110,8 +110,7 @@ static PELNIC_ERROR_CODE addCerts(PELNIC_VRF* pVrf, const PNV_BYTE* pbCert, PNV_
     if (rc != 0) return rc;
     const bool isOneUnread = watch.failed();
     rc = _pnvAddRootToStore(pVrf, &certs);
-    // Whatever else is reported: what was taken cannot come behind what was left out any more.
-    if (isOneUnread && (rc == 0 || isAnyTaken(certs))) pVrf->bInputLost = 1;
+    if (isOneUnread && rc == 0) pVrf->bInputLost = 1;
     return rc;
 }
 

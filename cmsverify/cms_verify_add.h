@@ -9,15 +9,6 @@
 // Called where an operation goes on towards success: what a failing callback has cost it until here is lost for good.
 void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch);
 
-// Whether the context holds one of these records too.
-template <typename List> [[nodiscard]] bool isAnyTaken(const List& list)
-{
-    for (PNV_UINT32 i = 0; i < list.num; ++i) {
-        if (list.data[i]->iRef > 1) return true;
-    }
-    return false;
-}
-
 // The certificates and CRLs of one input, each with one reference, for the time of one operation.
 struct DecodedInput {
     LIST_TYPE_PELNIC_X509_CERT certs;

@@ -94,9 +94,7 @@ static PELNIC_ERROR_CODE takeInBundle(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, P
     const PELNIC_ERROR_CODE rc = _pnvDecodeCertCrl(pVrf, pbCrl, nCrlLength, &input->certs, &input->crls);
     if (rc != 0 || input->crls.num == 0) return PELNIC_ERR_CRL_DECODE;
     if (input->crls.num > PELNIC_CRL_BUNDLE_MAX) return PELNIC_ERR_CRL_TOO_MANY;
-    const bool isOneUnread = watch.failed();
     (void)_pnvAddCrlToStore(pVrf, &input->crls); // always 0
-    if (isOneUnread && isAnyTaken(input->crls)) pVrf->bInputLost = 1;
     if (_pnvAddCertToStore(pVrf, &input->certs) != 0) return PELNIC_ERR_CRL_DECODE;
     *isOneMissing = watch.failed();
     copyCrlsIntoPki(pVrf); // the list is kept, and nothing is frozen: what fails here is tried again by begin

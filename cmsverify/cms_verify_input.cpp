@@ -237,8 +237,10 @@ PELNIC_ERROR_CODE _decodePemCertCrl(PELNIC_VRF* pVrf, const PNV_CHAR* text, LIST
 {
     constexpr PNV_CHAR CERT_LABEL[] = "CERTIFICATE"; // begins other labels too, whose blocks then fail to decode
     constexpr PNV_CHAR CRL_LABEL[] = "X509 CRL";
+    const FaultWatch watch{pVrf};
     const PNV_CHAR* block = pelnic_strstr(pVrf, text, PEM_BEGIN);
-    while (block != nullptr) {
+    // A block that is lost to a failing callback is the last: nothing comes before what is read in a second try.
+    while (block != nullptr && !watch.failed()) {
         const PNV_CHAR* const end = pelnic_strstr(pVrf, block, PEM_END);
         if (end == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
         const PNV_CHAR* const dashes = pelnic_strstr(pVrf, end + lengthOf(PEM_END), PEM_DASHES);
