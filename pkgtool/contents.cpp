@@ -6,6 +6,7 @@
 #include "reader.h"
 #include "text.h"
 
+#include <algorithm>
 #include <cstring>
 #include <numeric>
 #include <set>
@@ -121,6 +122,36 @@ void PackageReader::putParts(const SignedParts& parts, const char* source, Json&
     }
 }
 
+// How many bytes an element says it has, with its identifier and length octets; null when it does not say.
+Json claimedLength(const Bytes& der)
+{
+    constexpr std::size_t MAX_LENGTH_OCTETS = 4; // more are refused
+    if (der.size() < 2) return {};
+    if (der[1] < 0x80) return 2 + std::uint64_t{der[1]};
+    const std::size_t octets = der[1] & 0x7Fu;
+    if (octets == 0 || octets > MAX_LENGTH_OCTETS || der.size() < 2 + octets) return {};
+    std::uint64_t length = 0;
+    for (std::size_t i = 0; i < octets; ++i) length = length << 8 | der[2 + i];
+    return 2 + octets + length;
+}
+
+// What is around a signature: the length that it claims, or its armour.
+void putEnvelope(const Bytes& content, Json& json)
+{
+    if (!isPem(content)) {
+        json["claimed_length"] = claimedLength(content);
+        return;
+    }
+    const std::string begin = "-----BEGIN ";
+    const std::string text(content.begin(), std::find(content.begin(), content.end(), 0x00)); // as the checker does
+    const std::size_t labelEnd = text.find("-----", begin.size());
+    if (text.compare(0, begin.size(), begin) != 0 || labelEnd == std::string::npos) return;
+    const std::string label = text.substr(begin.size(), labelEnd - begin.size());
+    const std::size_t end = text.find("-----END " + label + "-----");
+    json["pem_label"] = label;
+    json["pem_end"] = end == std::string::npos ? "missing" : end < labelEnd + 5 ? "shares dashes" : "present";
+}
+
 Json PackageReader::readSignature(const Bytes& content)
 {
     const std::optional<SignedParts> byDevice = device_->readSignature(content);
@@ -129,6 +160,7 @@ Json PackageReader::readSignature(const Bytes& content)
     Json json = {{"form", isPem(content) ? "PEM" : "DER"},
                  {"problem", isTaken ? Json() : Json("not a CMS signature that the checker can decode")},
                  {"read_by", readersJson(isTaken, byOpenssl.has_value())}};
+    putEnvelope(content, json);
     if (byDevice || byOpenssl) putParts(byDevice ? *byDevice : *byOpenssl, source::SIGNATURE, json);
     return json;
 }

@@ -218,18 +218,36 @@ bool isTimestamp(const PELNIC_VRF* vrf, const PELNIC_X509_ATTR_ENTRY& attribute)
     return pelnic_find_aoid(vrf, &attribute.id) == AOID_PKCS9_AT_TIMESTAMP_TOKEN;
 }
 
+// The first one counts, and may be empty.
+Json messageDigestJson(const PELNIC_VRF* vrf, const LIST_TYPE_PELNIC_X509_ATTR_ENTRY& attributes)
+{
+    for (PNV_UINT32 i = 0; i < attributes.num; ++i) {
+        const PELNIC_X509_ATTR_ENTRY& attribute = *attributes.data[i];
+        if (pelnic_find_aoid(vrf, &attribute.id) != AOID_PKCS9_AT_MESSAGEDIGEST) continue;
+        PELNIC_ASN_OCTS* octets = nullptr;
+        PNV_UINT32 decoded = 0;
+        const PELNIC_ASN_OCTS& values = attribute.value;
+        if (_pnvDecode<PELNIC_ASN_OCTS_item>(vrf, values.octs, values.len, 0, &octets, &decoded) != 0) return {};
+        const OctetsRecord digest(octets, {vrf});
+        return hexText(digest->octs, digest->len);
+    }
+    return {};
+}
+
 SignerParts partsOf(const PELNIC_VRF* vrf, const PELNIC_PKCS7_SIGNER_INFO& signer)
 {
     SignerParts parts{{{"issuer", nameJson(*signer.issuer_sn->issuer)},
                        {"serial", serialJson(*signer.issuer_sn->sn)},
                        {"digest", oidJson(signer.digest_algo->algorithm)},
                        {"signature_algorithm", oidJson(signer.digest_encryption_algo->algorithm)},
-                       {"signed_attributes", nullptr}},
+                       {"signed_attributes", nullptr},
+                       {"message_digest", nullptr}},
                       {}};
     if (signer.auth_attrs != nullptr) {
         Json& types = parts.json["signed_attributes"] = Json::array();
         const LIST_TYPE_PELNIC_X509_ATTR_ENTRY& attributes = signer.auth_attrs->attrs;
         for (PNV_UINT32 i = 0; i < attributes.num; ++i) types.push_back(oidJson(attributes.data[i]->id));
+        parts.json["message_digest"] = messageDigestJson(vrf, attributes);
     }
     for (PNV_UINT32 i = 0; signer.unauth_attrs != nullptr && i < signer.unauth_attrs->attrs.num; ++i) {
         const PELNIC_X509_ATTR_ENTRY& attribute = *signer.unauth_attrs->attrs.data[i];

@@ -35,6 +35,46 @@ Reason refine(Reason reason, const std::function<void()>& check)
     return reason;
 }
 
+// What is around a signature that does not decode, or among its certificates; nothing when that is in order.
+std::optional<Reason> judgeEnvelope(const Json& subFile)
+{
+    const Json& content = memberOf(subFile, "content");
+    const std::string label = textOf(memberOf(content, "pem_label"));
+    const bool isKnown = label == "CMS" || label == "PKCS7";
+    if (isKnown && content["pem_end"] == "missing") {
+        return Reason{"signature-undecodable", "the signature's PEM text has no -----END " + label + "-----",
+                      "pack the signature's file whole; that line is its last one"};
+    }
+    if (isKnown && content["pem_end"] == "shares dashes") {
+        return Reason{"signature-undecodable", "the signature's PEM text ends in the line that begins it",
+                      "put -----END " + label + "----- on a line of its own"};
+    }
+    const Json& claimed = memberOf(content, "claimed_length");
+    if (!claimed.is_null() && claimed > memberOf(subFile, "length")) {
+        return Reason{"signature-undecodable",
+                      "the signature claims " + textOf(claimed) + " bytes, and the sub-file has " +
+                          textOf(subFile["length"]),
+                      "it was cut off, or its first bytes were altered: pack the signature's file whole"};
+    }
+    const Json& certificates = memberOf(content, "certificates");
+    for (std::size_t i = 0; i < certificates.size(); ++i) {
+        const Json& cert = certificates[i];
+        const std::string number = "element " + std::to_string(i + 1) + " of the signature's certificates";
+        if (cert["read_by"].is_null()) {
+            return Reason{"signature-undecodable", number + " is no certificate",
+                          "put nothing but X.509 certificates into the signature"};
+        }
+        if (cert["read_by"] != read_by::OPENSSL) continue;
+        const bool isZero = textOf(cert["serial"]).find_first_not_of('0') == std::string::npos;
+        return Reason{"signature-undecodable",
+                      number + ", " + briefName(cert["subject"]) + ", cannot be decoded by the checker" +
+                          (isZero ? ": its serial number is 0" : ""),
+                      isZero ? "have it issued again with a positive serial number, or leave it out"
+                             : "have it issued again in strict DER, or leave it out"};
+    }
+    return std::nullopt;
+}
+
 // Takes the steps of a verification. The library ends at the first that fails; here the rest is still told, as far as
 // it can be.
 class Replay {
@@ -191,6 +231,9 @@ void Replay::checkSignature(const PELNIC_VERIFY_SIGNATURE_S& sig)
     if (rc == 0 && (decoded->signed_data == nullptr || decoded->signed_data->signer_infos == nullptr)) {
         rc = PELNIC_ERR_CMS_NO_SIGNER;
     }
+    const std::optional<Reason> around =
+        rc != 0 ? judgeEnvelope(contents_.subFiles[*indexOf(SUB_FILE_CMS)]) : std::nullopt;
+    if (around) return fail(rc, {place, {}, *around});
     if (rc != 0) {
         return fail(rc, {place,
                          {},
@@ -215,6 +258,7 @@ void Replay::checkSigner(const PELNIC_PKCS7_SIGNER_INFO* si, const Json& view, c
                        {"serial", memberOf(view, "serial")},
                        {"digest", memberOf(view, "digest")},
                        {"has_signed_attributes", si->auth_attrs != nullptr},
+                       {"message_digest", memberOf(view, "message_digest")},
                        {"timestamp", nullptr},
                        {"chain", Json::array()}});
     Json& node = signers.back();
@@ -358,7 +402,9 @@ void Replay::checkValue(const PELNIC_PKCS7_SIGNER_INFO* si, const PELNIC_X509_CE
     }
     if (rc == 0) return;
     fail(rc, {at, node,
-              refineBySigners({"message-digest", "the signed attributes have no message digest to go by",
+              refineBySigners({"message-digest",
+                               node["message_digest"] == "" ? "the message digest in the signed attributes is empty"
+                                                            : "the signed attributes have no message digest to go by",
                                "sign with the message-digest attribute, or without signed attributes"})});
 }
 

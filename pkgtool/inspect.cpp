@@ -76,6 +76,7 @@ void printSigner(const Json& signer, const std::string& indent)
     printf("%s    %s, %s, %s\n", indent.c_str(), textOf(signer["digest"]).c_str(),
            textOf(signer["signature_algorithm"]).c_str(),
            attributes.is_null() ? "no signed attributes" : ("signed attributes " + listText(attributes)).c_str());
+    if (signer["message_digest"] == "") printf("%s    the message digest is empty\n", indent.c_str());
     for (const Json& token : signer["timestamps"]) printToken(token, indent + "    ");
 }
 
@@ -86,7 +87,17 @@ void printSignedData(const Json& data, const std::string& indent)
     if (data["signers"].empty()) printf("%snobody signed\n", indent.c_str());
 }
 
-void printContent(const Json& content)
+// What is around a signature, where it is not as it should be.
+void printEnvelope(const Json& content, const Json& length)
+{
+    const Json& claimed = memberOf(content, "claimed_length");
+    if (!claimed.is_null() && claimed != length)
+        printf("  it claims %s bytes, and the sub-file has %s\n", textOf(claimed).c_str(), textOf(length).c_str());
+    if (!content.contains("pem_label")) return;
+    printf("  armoured as %s, end %s\n", textOf(content["pem_label"]).c_str(), textOf(content["pem_end"]).c_str());
+}
+
+void printContent(const Json& content, const Json& length)
 {
     const std::string indent = "  ";
     printf(", %s\n", textOf(content["form"]).c_str());
@@ -97,6 +108,7 @@ void printContent(const Json& content)
             printf("  %s bytes of something else\n", textOf(content["unread_bytes"]).c_str());
         return;
     }
+    printEnvelope(content, length);
     if (!content["problem"].is_null()) printf("  %s\n", textOf(content["problem"]).c_str());
     if (content["read_by"] == read_by::CHECKER) printf("  OpenSSL cannot decode this signature\n");
     if (content.contains("signers")) printSignedData(content, indent);
@@ -119,7 +131,7 @@ void inspect(const std::string& path, bool json)
         const Json& subFile = contents.subFiles[i];
         if (!subFile.contains("content")) continue;
         printf("\nsub-file %zu: %s", i + 1, textOf(subFile["type"]).c_str());
-        printContent(subFile["content"]);
+        printContent(subFile["content"], subFile["length"]);
     }
 }
 

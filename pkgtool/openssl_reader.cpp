@@ -139,6 +139,15 @@ Json attributesJson(CMS_SignerInfo* signer)
     return types;
 }
 
+Json messageDigestJson(CMS_SignerInfo* signer)
+{
+    const void* const digest =
+        CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(NID_pkcs9_messageDigest), -3, V_ASN1_OCTET_STRING);
+    if (digest == nullptr) return {};
+    const Bytes octets = bytesOf(static_cast<const ASN1_OCTET_STRING*>(digest));
+    return hexText(octets.data(), octets.size());
+}
+
 SignerParts partsOf(CMS_SignerInfo* signer)
 {
     ASN1_OCTET_STRING* keyId = nullptr;
@@ -152,7 +161,8 @@ SignerParts partsOf(CMS_SignerInfo* signer)
                        {"serial", serial != nullptr ? serialJson(serial) : Json()},
                        {"digest", algorithmJson(digest)},
                        {"signature_algorithm", algorithmJson(scheme)},
-                       {"signed_attributes", attributesJson(signer)}},
+                       {"signed_attributes", attributesJson(signer)},
+                       {"message_digest", messageDigestJson(signer)}},
                       {}};
     for (int i = 0; i < CMS_unsigned_get_attr_count(signer); ++i) {
         X509_ATTRIBUTE* const attribute = CMS_unsigned_get_attr(signer, i);

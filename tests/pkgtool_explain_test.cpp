@@ -402,14 +402,59 @@ const std::vector<Refusal> kRefusals = {
          package.subFiles[1].content.resize(37);
          return package;
      },
+     "signature-undecodable", "/sub_files/1", "", "it was cut off"},
+    {"signature of something else",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[1].content = Seq(Octets(Bytes(60, 0x01)));
+         return package;
+     },
      "signature-undecodable", "/sub_files/1", "", "PEM begins with its first byte"},
+    {"PEM without an end",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[1].content = Pem("CMS", package.subFiles[1].content);
+         package.subFiles[1].content.resize(package.subFiles[1].content.size() - 10);
+         return package;
+     },
+     "signature-undecodable", "/sub_files/1", "", "that line is its last one"},
+    {"PEM whose end shares dashes with its begin",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[1].content = Text("-----BEGIN CMS-----END CMS-----\nMAAwADAAMAAwADAA\n");
+         return package;
+     },
+     "signature-undecodable", "/sub_files/1", "", "on a line of its own"},
+    {"certificate with serial number 0",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.certificates.push_back(Build(With(Signer(KeyId::Rsa2048F), &CertSpec::serial, Bytes{0x00})));
+         return b.Package(cms);
+     },
+     "signature-undecodable", "/sub_files/1", "", "positive serial number"},
+    {"element that is no certificate",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.certificates.push_back(Seq(Int(1)));
+         return b.Package(cms);
+     },
+     "signature-undecodable", "/sub_files/1", "", "nothing but X.509 certificates"},
+    {"empty message digest",
+     [](Bench& b) {
+         CmsSpec cms = DemoCms(b.pki);
+         cms.signers[0].signedAttributes = [](const Bytes&) {
+             return std::vector<Bytes>{ContentTypeAttribute(oid::data), MessageDigestAttribute({})};
+         };
+         return b.Package(cms);
+     },
+     "message-digest", kSigner, "Test Signer", "message-digest"},
     {"cut signature",
      [](Bench& b) {
          PackageSpec package = b.Package();
          package.subFiles[1].content.resize(1000);
          return package;
      },
-     "signature-undecodable", "/sub_files/1", "", "PEM begins with its first byte"},
+     "signature-undecodable", "/sub_files/1", "", "it was cut off"},
     // ---- payload and container ----
     {"altered payload",
      [](Bench& b) {

@@ -152,6 +152,36 @@ TEST_F(PkgtoolInspect, ShowsWhatItCannotDecode)
     EXPECT_NE(run.err.find("shorter than a package header"), std::string::npos) << run.err;
 }
 
+TEST_F(PkgtoolInspect, ShowsWhatIsAroundASignatureAndAmongItsCertificates)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.certificates.push_back(Seq(Int(1)));
+    cms.signers[0].signedAttributes = [](const Bytes&) {
+        return std::vector<Bytes>{ContentTypeAttribute(oid::data), MessageDigestAttribute({})};
+    };
+    PackageSpec package = Package();
+    package.subFiles[1].content = DetachedCms(payload_, cms);
+    const auto length = package.subFiles[1].content.size();
+    package.subFiles[1].content.push_back(0x00);
+    const Json signature = InspectJson(package)["sub_files"][1]["content"];
+    EXPECT_EQ(signature["claimed_length"], length);
+    EXPECT_EQ(signature["certificates"][2], Json::parse(R"({"problem": "not a certificate", "read_by": null})"));
+    EXPECT_EQ(signature["signers"][0]["message_digest"], "");
+    const std::string out = Inspect(Build(package)).out;
+    for (const std::string& line :
+         {"  it claims " + std::to_string(length) + " bytes, and the sub-file has " + std::to_string(length + 1) + "\n",
+          std::string("  not a certificate among the certificates\n"),
+          std::string("  the message digest is empty\n")}) {
+        EXPECT_NE(out.find(line), std::string::npos) << line << "is not in\n" << out;
+    }
+    package.subFiles[1].content = Pem("CMS", DetachedCms(payload_, DemoCms(pki_)));
+    const Json pem = InspectJson(package)["sub_files"][1]["content"];
+    EXPECT_EQ(pem["pem_label"], "CMS");
+    EXPECT_EQ(pem["pem_end"], "present");
+    EXPECT_EQ(pem["signers"][0]["message_digest"].get<std::string>().size(), 64u);
+    EXPECT_NE(Inspect(Build(package)).out.find("  armoured as CMS, end present\n"), std::string::npos);
+}
+
 // ---- Whatever only reads packages ----
 
 // A configuration that would have foreign code loaded, and SHA-256 not found.
