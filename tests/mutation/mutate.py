@@ -1,16 +1,24 @@
 #!/usr/bin/env python3
 """How many mistakes would the tests notice?
 
-Copies the project to a scratch directory, puts a mutation site into each comparison and each result code of the named
-modules (all of cmsverify/ and tool/ otherwise), builds the tests once, and runs them once for each mutant. Prints the
-mutants that no test notices, with their lines.
+Copies the project to a scratch directory, puts a mutation site wherever something could be mistaken in cmsverify/,
+tool/ and pkgtool/, builds the tests once, and runs them once for each mutant: the module's own tests first, then the
+quick ones, then all but the slowest. Prints the mutants that no test notices, with their lines. Goes on where an
+interrupted run over the same sources stopped.
 
-    tests/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,pelnic_pki_impl] [--every N]
+    tests/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
+
+Kinds: comparison (negated, or its bound moved), code (a result code becomes 0 or another one, success a failure),
+statement (dropped), guard (dropped with what it guards), flag (negated), length (one more or less), swap (two arguments
+of one type exchanged).
 """
 import argparse
 import concurrent.futures
+import hashlib
+import json
 import os
 import pathlib
+import random
 import re
 import shutil
 import subprocess
@@ -18,13 +26,21 @@ import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parent.parent
+DIRECTORIES = ("cmsverify", "tool", "pkgtool")
+KINDS = ("comparison", "code", "statement", "guard", "flag", "length", "swap")
 SITES = {"==": "PNV_EQUAL", "!=": "PNV_UNEQUAL", "<": "PNV_LESS", ">": "PNV_MORE",
          "<=": "PNV_AT_MOST", ">=": "PNV_AT_LEAST"}
 # Comments, strings and characters are skipped; a comparison stands between spaces, a template's brackets do not.
 TOKEN = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\''
-                   r'|(?<= )(?:==|!=|<=|>=|<|>)(?= )|\bPELNIC_ERR_\w+\b|\breturn 0;', re.S)
+                   r'|(?<= )(?:==|!=|<=|>=|<|>)(?= )|\bPELNIC_ERR_\w+\b|\breturn 0;|\breturn (?:true|false);'
+                   r'|(?<=[( ])!(?=[A-Za-z_]\w*[ );])'
+                   r'|(?<=, )\w*(?:[Ll]en|[Ll]ength|[Ss]ize|[Cc]ount)(?=[,)])'
+                   r'|(?<=\w\()[A-Za-z_]\w*, [A-Za-z_]\w*(?=\))', re.S)
 # Must stay constant expressions.
-CONSTANT = re.compile(r"\bconstexpr\b|\bstatic_assert\b|^\s*#|\bcase\b")
+CONSTANT = re.compile(r"\bconstexpr\b|\bstatic_assert\b|^\s*#|\bcase\b|\btemplate\b")
+# One line each: a call, an assignment or a step, and a guard.
+STATEMENT = re.compile(r"^(\s+)((?:\(void\))?[A-Za-z_][\w:.>\[\]-]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);|(?:\+\+|--)[\w.>-]+;)$")
+GUARD = re.compile(r"^(\s*)((?:\} else )?if \()(.*)(\) (?:\{|[^{].*;))$")
 # Most mutants are noticed within seconds by the modules' own tests; the others meet all tests but the slowest.
 QUICK = "*-*Fault*:*Flip*:*Sweep*:*Failing*:*Answering*:CaBundle*:SignedPackageTest.*:Differential*:WorkLaws*:PkiIndex*"
 THOROUGH = "*-CaBundle*:SignedPackageTest.With2GiB*:StackWork*"
@@ -32,80 +48,179 @@ CASES = "300"  # generated packages
 
 
 class Mutants:
-    def __init__(self):
-        self.found = []  # (file, line, what), the index is the mutant's number
+    def __init__(self, kinds):
+        self.kinds = kinds
+        self.found = []  # (file, line, what), or None; the index is the mutant's number
 
-    def add(self, where, line, what):
-        self.found.append((where, line, what))
-        return len(self.found) - 1
+    # The number of the first of them, or None if the kind is not wanted. Names of one line differ.
+    def add(self, kind, where, line, *what):
+        if kind not in self.kinds:
+            return None
+        self.found.extend((where, line, f"{kind}: {one}") if one else None for one in what)
+        return len(self.found) - len(what)
 
 
-def mutate(text, where, mutants):
+def balanced(text):
+    return text.count("(") == text.count(")") and text.count("{") == text.count("}")
+
+
+def mutate_tokens(text, where, mutants, spared):
     lines = text.split("\n")
-    starts, position = [], 0
-    for line in lines:
-        starts.append(position)
-        position += len(line) + 1
 
     def replace(match):
         token = match.group()
         number = text.count("\n", 0, match.start())
         line = lines[number]
-        if CONSTANT.search(line):
+        if CONSTANT.search(line) or number + 1 in spared or token[0] in "/\"'":
             return token
+        at = (where, number + 1)
         if token in SITES:
-            site = mutants.add(where, number + 1, f"{token} negated: {line.strip()}")
-            moved = token not in ("==", "!=")
-            if moved:
-                mutants.add(where, number + 1, f"{token} with its bound moved: {line.strip()}")
-            else:
-                mutants.found.append(None)
-            return f"{token} {SITES[token]}{{{site}}} {token}"
+            moved = f"{token} with its bound moved: {line.strip()}" if token not in ("==", "!=") else None
+            site = mutants.add("comparison", *at, f"{token} negated: {line.strip()}", moved)
+            return token if site is None else f"{token} {SITES[token]}{{{site}}} {token}"
         if token.startswith("PELNIC_ERR_"):
-            site = mutants.add(where, number + 1, f"{token} becomes 0: {line.strip()}")
-            other = mutants.add(where, number + 1, f"{token} becomes another code: {line.strip()}")
-            return f"pnvCode<PELNIC_ERROR_CODE>({site}, pnvCode<PELNIC_ERROR_CODE>({other}, {token}, 0x8877u), 0)"
+            site = mutants.add("code", *at, f"{token} becomes 0: {line.strip()}",
+                               f"{token} becomes another code: {line.strip()}")
+            if site is None:
+                return token
+            return f"pnvCode<PELNIC_ERROR_CODE>({site}, pnvCode<PELNIC_ERROR_CODE>({site + 1}, {token}, 0x8877u), 0)"
         if token == "return 0;":
             # Only where a result code is returned; the nearest line at the left margin is the function's head.
             head = next((l for l in reversed(lines[:number]) if l and l[0] not in " {}/#)"), "")
             if not re.match(r"(static )?PELNIC_ERROR_CODE\b", head):
                 return token
-            site = mutants.add(where, number + 1, "success becomes a failure: " + line.strip())
-            return f"return pnvCode<PELNIC_ERROR_CODE>({site}, 0, 0x8877u);"
-        return token
+            site = mutants.add("code", *at, "success becomes a failure: " + line.strip())
+            return token if site is None else f"return pnvCode<PELNIC_ERROR_CODE>({site}, 0, 0x8877u);"
+        if token in ("return true;", "return false;"):
+            site = mutants.add("flag", *at, f"{token} negated: {line.strip()}")
+            return token if site is None else f"return pnvIs({site}) != {token[7:-1]};"
+        if token == "!":
+            site = mutants.add("flag", *at, f"! dropped: {line.strip()}")
+            return token if site is None else f"pnvIs({site}) == (bool)"
+        if ", " in token:
+            left, right = token.split(", ")
+            site = mutants.add("swap", *at, f"({token}) exchanged: {line.strip()}") if left != right else None
+            if site is None:
+                return token
+            return f"pnvFirst({site}, {left}, {right}), pnvFirst({site}, {right}, {left})"
+        site = mutants.add("length", *at, f"{token} one more: {line.strip()}", f"{token} one less: {line.strip()}")
+        return token if site is None else f"pnvOff({site}, {token})"
 
     return TOKEN.sub(replace, text)
 
 
-def prepare(scratch, modules):
+def mutate_lines(original, text, where, mutants, spared):
+    """Statements and guards, around what is already mutated inside them."""
+    changed = text.split("\n")
+    for index, line in enumerate(original.split("\n")):
+        number = index + 1
+        if number in spared or CONSTANT.search(line):
+            continue
+        statement = STATEMENT.match(changed[index])
+        guard = GUARD.match(changed[index])
+        previous = changed[index - 1].rstrip() if index else ""
+        if statement and balanced(line) and previous.endswith((";", "{", "}", ":", ")")):
+            site = mutants.add("statement", where, number, f"dropped: {line.strip()}")
+            if site is not None:
+                changed[index] = f"{statement[1]}if (!pnvIs({site})) {statement[2]}"
+        elif guard and balanced(guard[3]) and "; " not in guard[3]:
+            site = mutants.add("guard", where, number, f"dropped: {line.strip()}")
+            if site is not None:
+                changed[index] = f"{guard[1]}{guard[2]}!pnvIs({site}) && ({guard[3]}){guard[4]}"
+    return "\n".join(changed)
+
+
+class Source:
+    def __init__(self, path, where):
+        self.path = path
+        self.where = where
+        self.text = path.read_text()
+        self.spared = set()  # lines that do not compile with a site in them
+
+    def write(self, mutants):
+        changed = mutate_tokens(self.text, self.where, mutants, self.spared)
+        self.path.write_text(mutate_lines(self.text, changed, self.where, mutants, self.spared))
+
+
+def configure(tree, build):
+    subprocess.run(["cmake", "-S", tree, "-B", build, "-G", "Ninja", "--compile-no-warning-as-error",
+                    "-DCMAKE_BUILD_TYPE=Debug", "-DCMSVERIFY_BUILD_TESTS=ON", "-DPKGTOOL=ON",
+                    "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
+                    f"-DCMAKE_CXX_FLAGS=-O1 -w -include {HERE}/mutation.h"], check=True, stdout=subprocess.DEVNULL)
+    commands = json.loads((build / "compile_commands.json").read_text())
+    return {command["file"]: command for command in commands}
+
+
+# Lines in which the compiler finds a mistake once there are sites in them.
+def mistakes(source, command):
+    words = command["command"].replace(" -c ", " -fsyntax-only -fmax-errors=0 ")
+    run = subprocess.run(words, shell=True, cwd=command["directory"], stderr=subprocess.PIPE, text=True)
+    return {int(line) for line in re.findall(re.escape(source.path.name) + r":(\d+):\d+: error:", run.stderr)}
+
+
+def prepare(scratch, modules, kinds, jobs):
     tree = scratch / "tree"
     shutil.rmtree(tree, ignore_errors=True)
     shutil.copytree(PROJECT, tree, ignore=shutil.ignore_patterns("build", ".git", "corpus"))
-    mutants = Mutants()
-    for source in sorted([*tree.glob("cmsverify/*.cpp"), *tree.glob("tool/*.cpp")]):
-        if modules and source.stem not in modules:
-            continue
-        source.write_text(mutate(source.read_text(), str(source.relative_to(tree)), mutants))
-    subprocess.run(["cmake", "-S", tree, "-B", scratch / "build", "-G", "Ninja", "--compile-no-warning-as-error",
-                    "-DCMAKE_BUILD_TYPE=Debug", "-DCMSVERIFY_BUILD_TESTS=ON",
-                    f"-DCMAKE_CXX_FLAGS=-O1 -w -include {HERE}/mutation.h"], check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", scratch / "build"], check=True, stdout=subprocess.DEVNULL)
+    paths = [path for directory in DIRECTORIES for path in sorted((tree / directory).glob("*.cpp"))]
+    sources = [Source(path, str(path.relative_to(tree))) for path in paths if not modules or path.stem in modules]
+    commands = configure(tree, scratch / "build")
+    while True:
+        mutants = Mutants(kinds)
+        for source in sources:
+            source.write(mutants)
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            found = list(pool.map(lambda source: mistakes(source, commands[str(source.path)]), sources))
+        fresh = False
+        for source, lines in zip(sources, found):
+            fresh = fresh or bool(lines - source.spared)
+            source.spared |= lines
+        if not fresh:
+            break
+    subprocess.run(["cmake", "--build", scratch / "build", "--target", "cmsverify_tests", "-j", str(jobs)], check=True,
+                   stdout=subprocess.DEVNULL)
     return mutants.found
 
 
-def passes(scratch, mutant, patience, testFilter):
-    environment = dict(os.environ, CMSVERIFY_MUTANT=str(mutant), CMSVERIFY_CASES=CASES)
-    command = [scratch / "build/tests/cmsverify_tests", "--gtest_fail_fast", "--gtest_brief=1",
-               f"--gtest_filter={testFilter}"]
-    try:
-        return subprocess.run(command, env=environment, timeout=patience, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL).returncode == 0
-    except subprocess.TimeoutExpired:
-        return False
+def own_tests(where):
+    """A filter for the suites in the test files of a module."""
+    stem = pathlib.Path(where).stem
+    names = {"pelnic_pki_impl": "pelnic_pki_*", "pelnic_pki_index": "pelnic_pki_index", "pkgcheck": "pkgcheck",
+             "rules_strict": "pkgcheck_strict", "rules_ordinary": "pkgcheck_signed"}
+    name = names.get(stem, stem + "*")
+    if where.startswith("pkgtool/"):
+        name = f"pkgtool_{stem}" if list((PROJECT / "tests").glob(f"pkgtool_{stem}_test.cpp")) else "pkgtool*"
+    suites = {suite for path in (PROJECT / "tests").glob(name + "_test.cpp")
+              for suite in re.findall(r"^TEST(?:_F|_P)?\((\w+),", path.read_text(), re.M)}
+    return ":".join(f"{suite}.*:*/{suite}.*" for suite in sorted(suites))
 
 
-def survives(scratch, mutant, patience):
-    return passes(scratch, mutant, patience, QUICK) and passes(scratch, mutant, patience, THOROUGH)
+class Tests:
+    def __init__(self, scratch, patience):
+        self.program = scratch / "build/tests/cmsverify_tests"
+        self.patience = patience
+
+    def run(self, test_filter, **variables):
+        environment = dict(os.environ, CMSVERIFY_CASES=CASES, **variables)
+        command = [self.program, "--gtest_fail_fast", "--gtest_brief=1", f"--gtest_filter={test_filter}"]
+        try:
+            return subprocess.run(command, env=environment, timeout=self.patience, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL).returncode == 0
+        except subprocess.TimeoutExpired:
+            return False
+
+    # The numbers of the sites that any test reaches; the others survive without a run.
+    def reached(self, log):
+        if not log.exists() and not self.run(THOROUGH, CMSVERIFY_MUTANT_LOG=str(log)):
+            log.unlink(missing_ok=True)
+            sys.exit("the tests fail without any mutant")
+        return {int(number) for number in log.read_text().split()}
+
+    def survives(self, number, where):
+        own = own_tests(where)
+        pkgtool = "Pkgtool*:*/Pkgtool*:Interop*"
+        rounds = [own, pkgtool] if where.startswith("pkgtool/") else [own, QUICK, THOROUGH]
+        return all(self.run(test_filter, CMSVERIFY_MUTANT=str(number)) for test_filter in rounds if test_filter)
 
 
 def main():
@@ -113,25 +228,55 @@ def main():
     parser.add_argument("scratch", type=pathlib.Path)
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--modules", default="")
-    parser.add_argument("--every", type=int, default=1, help="a sample: every Nth mutant")
+    parser.add_argument("--kinds", default=",".join(KINDS))
+    parser.add_argument("--sample", type=int, default=0, help="so many mutants instead of all, drawn by the seed")
+    parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--patience", type=int, default=300, help="seconds for one run; a mutant that hangs is noticed")
     arguments = parser.parse_args()
 
+    scratch = arguments.scratch.resolve()
+    scratch.mkdir(parents=True, exist_ok=True)
     modules = [name for name in arguments.modules.split(",") if name]
-    found = prepare(arguments.scratch.resolve(), modules)
-    if not survives(arguments.scratch, -1, arguments.patience):
-        sys.exit("the tests fail without any mutant")
-    numbers = [number for number, mutant in enumerate(found) if mutant][::arguments.every]
+    digest = hashlib.sha256(repr((modules, arguments.kinds)).encode())
+    for path in sorted(path for directory in (*DIRECTORIES, "tests") for path in (PROJECT / directory).rglob("*.*")):
+        if path.is_file():
+            digest.update(path.read_bytes())
+    state = scratch / f"state-{digest.hexdigest()[:16]}"
+    if not state.exists():
+        mutants = prepare(scratch, modules, arguments.kinds.split(","), arguments.jobs)
+        state.mkdir()
+        (state / "mutants").write_text(json.dumps(mutants))
+    found = json.loads((state / "mutants").read_text())
+    tests = Tests(scratch, arguments.patience)
+    reached = tests.reached(state / "reached")
+
+    # Arguments of two types are no site, which shows where none is reached.
+    numbers = [number for number, mutant in enumerate(found)
+               if mutant and (number in reached or not mutant[2].startswith("swap"))]
+    total = len(numbers)
+    if arguments.sample:
+        numbers = sorted(random.Random(arguments.seed).sample(numbers, min(arguments.sample, len(numbers))))
+    log = state / "verdicts"  # a line for each mutant tried: its number and whether it survived
+    known = dict(line.split() for line in log.read_text().splitlines()) if log.exists() else {}
+
+    def verdict(number):
+        if str(number) not in known:
+            survived = number not in reached or tests.survives(number, found[number][0])
+            with log.open("a") as lines:
+                lines.write(f"{number} {int(survived)}\n")
+            return survived
+        return known[str(number)] == "1"
+
     survivors = 0
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
-        runs = {pool.submit(survives, arguments.scratch, number, arguments.patience): number
-                for number in numbers}
+        runs = {pool.submit(verdict, number): number for number in numbers}
         for done in concurrent.futures.as_completed(runs):
             if done.result():
                 survivors += 1
                 where, line, what = found[runs[done]]
-                print(f"{where}:{line}: {what}", flush=True)
-    print(f"{len(numbers)} mutants, {survivors} survived")
+                unreached = "" if runs[done] in reached else " (reached by no test)"
+                print(f"{where}:{line}: {what}{unreached}", flush=True)
+    print(f"{total} mutants, {len(numbers)} tried, {survivors} survived")
 
 
 if __name__ == "__main__":

@@ -1,11 +1,19 @@
-// One binary with every mutant in it: mutate.py puts a site into each comparison and each result code, and the
-// environment variable CMSVERIFY_MUTANT says which of them misbehaves. The operators keep the precedence of those they
-// replace: a < b becomes a < PNV_LESS(7) < b.
+// One binary with every mutant in it: mutate.py puts a site wherever something could be mistaken, and the environment
+// variable CMSVERIFY_MUTANT says which of them misbehaves. With CMSVERIFY_MUTANT_LOG the numbers of all sites that are
+// reached are appended to that file instead. The operators keep the precedence of those they replace: a < b becomes
+// a < PNV_LESS{7} < b.
 #ifndef PNV_MUTATION_H
 #define PNV_MUTATION_H
 #ifdef __cplusplus
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
+#include <type_traits>
+
+constexpr int PNV_SITES = 1 << 16;
 
 inline int pnvMutant()
 {
@@ -16,9 +24,49 @@ inline int pnvMutant()
     return mutant;
 }
 
+inline void pnvReach(int site)
+{
+    static const int log = [] {
+        const char* const path = std::getenv("CMSVERIFY_MUTANT_LOG");
+        return path == nullptr ? -1 : open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    }();
+    static bool reached[PNV_SITES];
+    if (log < 0 || reached[site]) return;
+    reached[site] = true;
+    char line[16];
+    const int length = std::snprintf(line, sizeof line, "%d\n", site);
+    if (write(log, line, static_cast<size_t>(length)) != length) std::abort();
+}
+
+// Whether this is the one that misbehaves.
+inline bool pnvIs(int site)
+{
+    pnvReach(site);
+    return pnvMutant() == site;
+}
+
 template <typename Code> Code pnvCode(int site, Code code, Code other)
 {
-    return pnvMutant() == site ? other : code;
+    return pnvIs(site) ? other : code;
+}
+
+// One more or less.
+template <typename Number> Number pnvOff(int site, Number number)
+{
+    if constexpr (std::is_integral_v<Number>) {
+        if (pnvIs(site)) return static_cast<Number>(number + 1);
+        if (pnvIs(site + 1)) return static_cast<Number>(number - 1);
+    }
+    return number;
+}
+
+// The other of two arguments of one type.
+template <typename A, typename B> A pnvFirst(int site, A a, B b)
+{
+    if constexpr (std::is_same_v<A, B>) {
+        if (pnvIs(site)) return b;
+    }
+    return a;
 }
 
 // NAME: the site's type; op: the operator replaced; the mutants are site (negated) and site + 1 (the bound moved).
@@ -34,10 +82,10 @@ template <typename Code> Code pnvCode(int site, Code code, Code other)
     { \
         return {left, at.site}; \
     } \
-    template <typename L, typename R> bool operator op(NAME##Left<L> at, R right) \
+    template <typename L, typename R> bool operator op(NAME##Left<L> at, const R& right) \
     { \
-        if (pnvMutant() == at.site) return !(at.left op right); \
-        if (pnvMutant() == at.site + 1) return at.left moved right; \
+        if (pnvIs(at.site)) return !(at.left op right); \
+        if (pnvIs(at.site + 1)) return at.left moved right; \
         return at.left op right; \
     }
 
