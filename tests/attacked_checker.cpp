@@ -7,6 +7,7 @@
 #include "support/effort.h"
 #include "support/package.h"
 #include "support/random.h"
+#include "support/seed.h"
 #include "support/signature.h"
 #include "support/temp_dir.h"
 
@@ -174,7 +175,7 @@ protected:
                 ++faults;
             }
         }
-        Report("allocations of the checker that failed, seed " + std::to_string(SampleSeed()), faults);
+        Report("allocations of the checker that failed, seed " + std::to_string(Seed()), faults);
     }
 
     const TempDir dir_;
@@ -183,7 +184,7 @@ private:
     static std::set<std::size_t> Chosen(std::size_t all)
     {
         constexpr std::size_t kSample = 15;
-        Random random(SampleSeed());
+        Random random(Seed());
         std::set<std::size_t> chosen;
         for (std::size_t nth = 1; LongForm() && nth <= all; ++nth) chosen.insert(nth);
         while (chosen.size() < kSample) chosen.insert(1 + random.Below(all));

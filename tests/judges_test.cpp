@@ -8,6 +8,7 @@
 #include "support/package.h"
 #include "support/paths.h"
 #include "support/process.h"
+#include "support/seed.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -76,8 +77,8 @@ protected:
     std::size_t strictlyRefused_ = 0;
 
 private:
-    std::uint64_t seed_ = SampleSeed() * 1000000;
-    Random random_{SampleSeed()};
+    std::uint64_t seed_ = Seed();
+    Random random_{Seed()};
 };
 
 TEST_F(Judges, AgreeOnRandomPackages)
@@ -97,7 +98,7 @@ TEST_F(Judges, AgreeOnRandomPackages)
         Judge(path, nlohmann::json::parse(line)["verdict"] == "accepted");
         if (HasFailure()) return;
     }
-    Report("packages that four judged", packages);
+    Report("packages that four judged, seed " + std::to_string(Seed()), packages);
     Report("of them accepted", accepted_);
     Report("of them refused by the strict checker alone", strictlyRefused_);
 }

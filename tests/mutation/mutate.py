@@ -144,7 +144,7 @@ class Source:
 
 def configure(tree, build):
     subprocess.run(["cmake", "-S", tree, "-B", build, "-G", "Ninja", "--compile-no-warning-as-error",
-                    "-DCMAKE_BUILD_TYPE=Debug", "-DCMSVERIFY_BUILD_TESTS=ON", "-DPKGTOOL=ON",
+                    "-DCMAKE_BUILD_TYPE=Debug", "-DCMSVERIFY_BUILD_TESTS=ON", "-DCMSVERIFY_BUILD_PKGTOOL=ON",
                     "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
                     f"-DCMAKE_CXX_FLAGS=-O1 -w -include {HERE}/mutation.h"], check=True, stdout=subprocess.DEVNULL)
     commands = json.loads((build / "compile_commands.json").read_text())
