@@ -33,12 +33,11 @@ void requireKey(const X509* cert, const std::string& name)
 {
     const EVP_PKEY* const key = X509_get0_pubkey(cert);
     if (key == nullptr || EVP_PKEY_get_base_id(key) != EVP_PKEY_RSA) {
-        throw UserError(
-            "the key of " + name + " is not an RSA key",
-            "the checker knows RSA PKCS #1 v1.5 alone: elliptic curves, EdDSA and RSA-PSS keys are refused");
+        throw Refusal("the key of " + name + " is not an RSA key",
+                      "the checker knows RSA PKCS #1 v1.5 alone: elliptic curves, EdDSA and RSA-PSS keys are refused");
     }
     if (EVP_PKEY_get_bits(key) > MAX_KEY_BITS) {
-        throw UserError("the key of " + name + " is longer than 4096 bits", "use RSA with 2048 to 4096 bits");
+        throw Refusal("the key of " + name + " is longer than 4096 bits", "use RSA with 2048 to 4096 bits");
     }
 }
 
@@ -48,23 +47,22 @@ void requireEndEntity(X509* cert, unsigned purpose, const std::string& purposeNa
     const std::string name = "certificate " + nameOf(cert);
     requireKey(cert, name);
     if (!isSignedWithRsaAndSha2(X509_get_signature_nid(cert))) {
-        throw UserError(name + " is not signed with RSA and SHA-256, SHA-384 or SHA-512",
-                        "have it issued with sha256WithRSAEncryption, for instance");
+        throw Refusal(name + " is not signed with RSA and SHA-256, SHA-384 or SHA-512",
+                      "have it issued with sha256WithRSAEncryption, for instance");
     }
     const unsigned flags = X509_get_extension_flags(cert);
     if ((flags & (EXFLAG_CA | EXFLAG_SS)) != 0) {
-        throw UserError(
-            name + " is " + ((flags & EXFLAG_CA) != 0 ? "a CA's" : "self-signed"),
-            "the checker takes signers only from certificates that a CA issued and that are none themselves");
+        throw Refusal(name + " is " + ((flags & EXFLAG_CA) != 0 ? "a CA's" : "self-signed"),
+                      "the checker takes signers only from certificates that a CA issued and that are none themselves");
     }
     // Without the extension OpenSSL reports every usage there is; the checker wants to see it written down.
     if ((flags & EXFLAG_KUSAGE) == 0 || (X509_get_key_usage(cert) & X509v3_KU_DIGITAL_SIGNATURE) == 0) {
-        throw UserError(name + " lacks digitalSignature in its key usage",
-                        "issue it with keyUsage = critical,digitalSignature");
+        throw Refusal(name + " lacks digitalSignature in its key usage",
+                      "issue it with keyUsage = critical,digitalSignature");
     }
     if ((flags & EXFLAG_XKUSAGE) == 0 || (X509_get_extended_key_usage(cert) & purpose) == 0) {
-        throw UserError(name + " lacks " + purposeName + " in its extended key usage",
-                        "issue it with extendedKeyUsage = " + purposeName);
+        throw Refusal(name + " lacks " + purposeName + " in its extended key usage",
+                      "issue it with extendedKeyUsage = " + purposeName);
     }
 }
 
@@ -74,17 +72,17 @@ void requireEndEntity(X509* cert, unsigned purpose, const std::string& purposeNa
 void requireDecodable(TS_TST_INFO* info)
 {
     if (ASN1_STRING_length(TS_TST_INFO_get_time(info)) != static_cast<int>(WHOLE_SECONDS)) {
-        throw UserError("the timestamp has fractions of a second, which the checker refuses",
-                        "let the authority give whole seconds (openssl ts: no clock_precision_digits)");
+        throw Refusal("the timestamp has fractions of a second, which the checker refuses",
+                      "let the authority give whole seconds (openssl ts: no clock_precision_digits)");
     }
     if (TS_TST_INFO_get_tsa(info) != nullptr) {
-        throw UserError("the timestamp has a tsa name, which the checker refuses",
-                        "let the authority leave it out (openssl ts: tsa_name = no)");
+        throw Refusal("the timestamp has a tsa name, which the checker refuses",
+                      "let the authority leave it out (openssl ts: tsa_name = no)");
     }
     TS_ACCURACY* const accuracy = TS_TST_INFO_get_accuracy(info);
     if (accuracy != nullptr && TS_ACCURACY_get_seconds(accuracy) == nullptr) {
-        throw UserError("the timestamp's accuracy has no seconds, which the checker refuses",
-                        "let the authority state whole seconds, or none (openssl ts: accuracy = secs:1)");
+        throw Refusal("the timestamp's accuracy has no seconds, which the checker refuses",
+                      "let the authority state whole seconds, or none (openssl ts: accuracy = secs:1)");
     }
 }
 
@@ -95,11 +93,11 @@ void requireImprint(TS_TST_INFO* info, const Bytes& signature)
     X509_ALGOR_get0(&algorithm, nullptr, nullptr, TS_MSG_IMPRINT_get_algo(imprint));
     const int digest = OBJ_obj2nid(algorithm);
     if (!isSha2(digest)) {
-        throw UserError("the timestamp's imprint is not by SHA-256, SHA-384 or SHA-512", "ask with another digest");
+        throw Refusal("the timestamp's imprint is not by SHA-256, SHA-384 or SHA-512", "ask with another digest");
     }
     if (bytesOf(TS_MSG_IMPRINT_get_msg(imprint)) != digestOf(EVP_get_digestbynid(digest), signature)) {
-        throw UserError("the timestamp is for another signature",
-                        "a response belongs to the query of exactly this payload, key, digest and signing time");
+        throw Refusal("the timestamp is for another signature",
+                      "a response belongs to the query of exactly this payload, key, digest and signing time");
     }
 }
 
@@ -109,24 +107,24 @@ void requireTimestamp(const Bytes& token, const Bytes& signature, STACK_OF(X509)
     requireDefiniteLengths(token, "the timestamp");
     const Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, token);
     const TsTstInfo info = cms != nullptr ? tstInfoOf(cms.get()) : nullptr;
-    if (info == nullptr) throw UserError("the timestamp is not an RFC 3161 token");
+    if (info == nullptr) throw Refusal("the timestamp is not an RFC 3161 token");
     requireDecodable(info.get());
     requireImprint(info.get(), signature);
 
     STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
-    if (sk_CMS_SignerInfo_num(signers) < 1) throw UserError("nobody signed the timestamp");
+    if (sk_CMS_SignerInfo_num(signers) < 1) throw Refusal("nobody signed the timestamp");
     CMS_set1_signers_certs(cms.get(), others, 0);
     for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
         X509* authority = nullptr;
         CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, i), nullptr, &authority, nullptr, nullptr);
         if (authority == nullptr) {
-            throw UserError("the authority's certificate is not in the timestamp",
-                            "ask for it (openssl ts -query -cert), or add it with --chain");
+            throw Refusal("the authority's certificate is not in the timestamp",
+                          "ask for it (openssl ts -query -cert), or add it with --chain");
         }
         requireTimestampAuthority(authority);
     }
     if (CMS_verify(cms.get(), others, nullptr, nullptr, nullptr, CMS_NO_SIGNER_CERT_VERIFY) != 1) {
-        throw UserError("the timestamp is damaged: its signature does not verify");
+        throw Refusal("the timestamp is damaged: its signature does not verify");
     }
 }
 
@@ -151,12 +149,12 @@ void requireAlgorithms(CMS_SignerInfo* signer)
     X509_ALGOR_get0(&digestType, nullptr, nullptr, digest);
     X509_ALGOR_get0(&schemeType, nullptr, nullptr, scheme);
     if (!isSha2(OBJ_obj2nid(digestType))) {
-        throw UserError("the signature's digest is not SHA-256, SHA-384 or SHA-512",
-                        "sign with -md sha256, for instance");
+        throw Refusal("the signature's digest is not SHA-256, SHA-384 or SHA-512",
+                      "sign with -md sha256, for instance");
     }
     if (OBJ_obj2nid(schemeType) == NID_rsassaPss) {
-        throw UserError("the signature is RSA-PSS; the checker knows PKCS #1 v1.5 alone",
-                        "sign without rsa_padding_mode:pss");
+        throw Refusal("the signature is RSA-PSS; the checker knows PKCS #1 v1.5 alone",
+                      "sign without rsa_padding_mode:pss");
     }
 }
 
@@ -165,18 +163,18 @@ void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs)
     ASN1_OCTET_STRING* keyId = nullptr;
     CMS_SignerInfo_get0_signer_id(signer, &keyId, nullptr, nullptr);
     if (keyId != nullptr) {
-        throw UserError("a signer is named by key identifier; the checker wants issuer and serial number",
-                        "sign without -keyid");
+        throw Refusal("a signer is named by key identifier; the checker wants issuer and serial number",
+                      "sign without -keyid");
     }
     X509* cert = nullptr;
     CMS_SignerInfo_get0_algs(signer, nullptr, &cert, nullptr, nullptr);
-    if (cert == nullptr) throw UserError("a signer's certificate is not in the signature", "sign without -nocerts");
+    if (cert == nullptr) throw Refusal("a signer's certificate is not in the signature", "sign without -nocerts");
     requireSigner(cert);
     requireAlgorithms(signer);
     const ASN1_STRING* const token = timestampOf(signer);
     if (token == nullptr) {
-        throw UserError("the signature of " + nameOf(cert) + " has no timestamp, and the checker wants one",
-                        "sign with pkgtool, which attaches it");
+        throw Refusal("the signature of " + nameOf(cert) + " has no timestamp, and the checker wants one",
+                      "sign with pkgtool, which attaches it");
     }
     requireTimestamp(bytesOf(token), bytesOf(CMS_SignerInfo_get0_signature(signer)), certs);
 }
@@ -187,11 +185,11 @@ Cms readSigners(const Bytes& signature, const std::string& origin)
     requireDefiniteLengths(der, origin);
     Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, der);
     if (cms == nullptr || CMS_get0_SignerInfos(cms.get()) == nullptr || signature.size() < MIN_INPUT) {
-        throw UserError(origin + " is not a CMS signature in DER or PEM",
-                        "PEM begins with its first byte; S/MIME is made DER by openssl cms -cmsout -outform DER");
+        throw Refusal(origin + " is not a CMS signature in DER or PEM",
+                      "PEM begins with its first byte; S/MIME is made DER by openssl cms -cmsout -outform DER");
     }
     STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
-    if (sk_CMS_SignerInfo_num(signers) < 1) throw UserError("nobody signed " + origin);
+    if (sk_CMS_SignerInfo_num(signers) < 1) throw Refusal("nobody signed " + origin);
     const CertStack certs(CMS_get1_certs(cms.get()));
     CMS_set1_signers_certs(cms.get(), nullptr, 0);
     for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
@@ -205,17 +203,17 @@ Cms readSigners(const Bytes& signature, const std::string& origin)
 void requireCrl(const X509_CRL* crl, const std::string& origin)
 {
     if (X509_CRL_get0_nextUpdate(crl) == nullptr) {
-        throw UserError("a CRL in " + origin + " has no nextUpdate, which the checker wants",
-                        "publish it with openssl ca -gencrl -crldays 365, for instance");
+        throw Refusal("a CRL in " + origin + " has no nextUpdate, which the checker wants",
+                      "publish it with openssl ca -gencrl -crldays 365, for instance");
     }
     if (!isSignedWithRsaAndSha2(X509_CRL_get_signature_nid(crl))) {
-        throw UserError("a CRL in " + origin + " is not signed with RSA and SHA-256, SHA-384 or SHA-512");
+        throw Refusal("a CRL in " + origin + " is not signed with RSA and SHA-256, SHA-384 or SHA-512");
     }
 }
 
 [[noreturn]] void throwNoCrl(const std::string& origin)
 {
-    throw UserError(origin + " holds something that is not a CRL");
+    throw Refusal(origin + " holds something that is not a CRL");
 }
 
 void requireDerCrls(const Bytes& crls, const std::string& origin)
@@ -265,8 +263,8 @@ void requireSignature(const Bytes& signature, ByteView payload, const std::strin
     const Bio content = memoryBio(payload);
     const unsigned flags = CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY;
     if (CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, flags) != 1) {
-        throw UserError(origin + " is not a signature over this payload",
-                        "pack the payload that was signed, as it was; line ends count (openssl cms -binary)");
+        throw Refusal(origin + " is not a signature over this payload",
+                      "pack the payload that was signed, as it was; line ends count (openssl cms -binary)");
     }
 }
 

@@ -33,7 +33,7 @@ Header swapped(Header header)
 
 void requireReadable(std::size_t length)
 {
-    if (length > MAX_READ) throw UserError("the checker reads no package of 2 GiB or more");
+    if (length > MAX_READ) throw Refusal("the checker reads no package of 2 GiB or more");
 }
 
 std::uint32_t packageLength(const std::vector<SubFile>& subFiles)

@@ -267,8 +267,8 @@ void addCrlCommand(CLI::App& app)
     compareCommand->add_option("offered", o.offered, "the bundle offered for update")->required();
     compareCommand->add_option("device", o.device, "the bundle on the device")->required();
     addCommonOptions(compareCommand, o);
-    compareCommand->footer("Exit status: 0 NEW, 10 SAME, 11 OLD, 12 MIX, 1 the input or the command line is wrong,\n"
-                           "2 internal error.");
+    compareCommand->footer("Exit status: 0 NEW, 10 SAME, 11 OLD, 12 MIX, 2 unreadable, or the\n"
+                           "command line is wrong.");
     compareCommand->callback([options] { compareBundles(*options); });
 }
 

@@ -45,9 +45,9 @@ bool isPem(const Bytes& content)
 void requireDefiniteLengths(const Bytes& ber, const std::string& what)
 {
     if (!hasIndefiniteLength(ber)) return;
-    throw UserError(what + " has indefinite lengths; the checker reads DER",
-                    "make it without streaming (no -stream or -indef), or rewrite it: "
-                    "openssl cms -cmsout -inform DER -outform DER");
+    throw Refusal(what + " has indefinite lengths; the checker reads DER",
+                  "make it without streaming (no -stream or -indef), or rewrite it: "
+                  "openssl cms -cmsout -inform DER -outform DER");
 }
 
 Bytes withoutArmour(const Bytes& pem, const std::string& origin)
@@ -64,7 +64,7 @@ Bytes withoutArmour(const Bytes& pem, const std::string& origin)
     OPENSSL_free(label);
     OPENSSL_free(header);
     OPENSSL_free(data);
-    if (!known) throw UserError(origin + " is PEM, but neither CMS nor PKCS7");
+    if (!known) throw Refusal(origin + " is PEM, but neither CMS nor PKCS7");
     return der;
 }
 

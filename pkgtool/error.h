@@ -19,6 +19,12 @@ private:
     std::string hint_;
 };
 
+// What the checker would refuse, however the command is spelled.
+class Refusal : public UserError {
+public:
+    using UserError::UserError;
+};
+
 } // namespace pkgtool
 
 #endif

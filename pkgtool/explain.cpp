@@ -233,11 +233,11 @@ void addExplainCommand(CLI::App& app)
 {
     const auto options = std::make_shared<ExplainOptions>();
     CLI::App* const command = app.add_subcommand("explain", "Show the checker's verdict on a package, and why");
-    command->add_option("package", options->package)->required();
+    command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_flag("--json", options->json, "print JSON");
     command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 for an accepted package without signature");
-    command->footer("Exit status: 0 accepted, 1 refused, or the input or the command line is wrong, 2 internal error,\n"
+    command->footer("Exit status: 0 accepted, 1 refused, 2 unreadable, or the command line is wrong,\n"
                     "3 accepted and not signed.");
     command->callback([options] { explain(*options); });
 }

@@ -285,6 +285,11 @@ void MappedFile::requireUnchanged() const
     }
 }
 
+bool isStandardOutput(const std::string& path)
+{
+    return isStandardOutput(statusOf(path));
+}
+
 void requireWritable(const std::string& path, Existing existing)
 {
     requireWritable(path, statusOf(path), existing);
@@ -318,6 +323,11 @@ void OutputFile::write(ByteView content)
         if (count < 0) throw fileError("write", path_);
         done += static_cast<std::size_t>(count);
     }
+}
+
+std::unique_ptr<MappedFile> OutputFile::written() const
+{
+    return place_.empty() ? nullptr : std::make_unique<MappedFile>("/proc/self/fd/" + std::to_string(file_.get()));
 }
 
 void OutputFile::commit()

@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,9 @@ enum class Existing {
     Update,  // by its successor, so that it may have been read
 };
 
+// By any of its names: nothing else is to be printed there.
+bool isStandardOutput(const std::string& path);
+
 // Throws what OutputFile would, before any work is done for it.
 void requireWritable(const std::string& path, Existing existing);
 
@@ -84,6 +88,8 @@ public:
     OutputFile& operator=(const OutputFile&) = delete;
 
     void write(ByteView content);
+    // What was written, before it is in its place; null when it went straight somewhere else.
+    std::unique_ptr<MappedFile> written() const;
     void commit();
 
 private:

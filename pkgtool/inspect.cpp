@@ -145,7 +145,7 @@ void addInspectCommand(CLI::App& app)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("inspect", "Show what is in a package without judging it");
-    command->add_option("package", options->package)->required();
+    command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_flag("--json", options->json, "print JSON");
     command->callback([options] { inspect(options->package, options->json); });
 }

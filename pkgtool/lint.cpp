@@ -101,16 +101,15 @@ void addLintCommand(CLI::App& app)
 {
     const auto options = std::make_shared<LintOptions>();
     CLI::App* const command = app.add_subcommand("lint", "Find what devices would accept and should not be shipped");
-    command->add_option("package", options->package)->required();
+    command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_option("--crl-margin", options->limits.crlMarginDays, "days that CRLs go on after the timestamp")
         ->capture_default_str();
     command->add_option("--crl-days", options->limits.crlDays, "days that a CRL is valid at most")
         ->capture_default_str();
     command->add_flag("--json", options->json, "print JSON");
-    command->footer(
-        "Exit status: 0 nothing but notes, 10 warnings, 11 errors, 1 the input or the command line is wrong,\n"
-        "2 internal error.");
+    command->footer("Exit status: 0 nothing but notes, 10 warnings, 11 errors, 2 unreadable, or the\n"
+                    "command line is wrong.");
     command->callback([options] { lint(*options); });
 }
 

@@ -1,10 +1,11 @@
+#include "command_line.h"
 #include "commands.h"
 #include "error.h"
+#include "openssl.h"
 #include "pelnic_cms_verify.h"
 #include "text.h"
 
 #include <fcntl.h>
-#include <openssl/crypto.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,16 +26,22 @@ void addForceFlag(CLI::App* command, Existing& existing)
 
 namespace {
 
-constexpr int USER_ERROR = 1;
-constexpr int INTERNAL_ERROR = 2;
+constexpr int REFUSED = 1;
+constexpr int TROUBLE = 2;
 
 int run(int argc, char** argv)
 {
     CLI::App app("Signs, packs and inspects firmware packages for pkgcheck.", "pkgtool");
-    app.require_subcommand(1);
+    app.formatter(std::make_shared<pkgtool::HelpFormatter>());
+    app.get_formatter()->label("Positionals", "Arguments");
+    app.get_formatter()->label("OPTIONS", "options");
+    app.get_formatter()->label("SUBCOMMAND", "command");
+    app.set_help_flag("-h,--help", "show this help; pkgtool help COMMAND does, too");
     app.set_version_flag("--version", "pkgtool " CMSVERIFY_VERSION);
-    app.footer("Exit status: 0 done, 1 the input or the command line is wrong, 2 internal error. Output files are\n"
-               "written whole or not at all; private keys are only ever read.");
+    app.require_subcommand(1);
+    app.footer("Exit status: 0 done, 1 an input that the checker would refuse, 2 anything else that is wrong. Output "
+               "files are written whole or not at all, and replace nothing without --force; private keys are only ever "
+               "read.");
     pkgtool::addPkiCommand(app);
     pkgtool::addReleaseCommand(app);
     pkgtool::addSignCommand(app);
@@ -48,13 +55,12 @@ int run(int argc, char** argv)
     pkgtool::addLintCommand(app);
     pkgtool::addVerifyCommand(app);
     try {
-        app.parse(argc, argv);
+        app.parse(pkgtool::commandLine(argc, argv));
     } catch (const CLI::RuntimeError& status) {
         return status.get_exit_code();
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error); // --help
-        throw pkgtool::UserError(error.what(),
-                                 "pkgtool --help lists the commands, and pkgtool COMMAND --help its options");
+        if (error.get_exit_code() == 0) return app.exit(error); // --help and --version
+        throw pkgtool::explainParseError(app, error);
     }
     return 0;
 }
@@ -69,15 +75,17 @@ int runAndExplain(int argc, char** argv)
 {
     try {
         return run(argc, argv);
+    } catch (const pkgtool::Refusal& error) {
+        complain(error.what(), error.hint());
+        return REFUSED;
     } catch (const pkgtool::UserError& error) {
         complain(error.what(), error.hint());
-        return USER_ERROR;
     } catch (const std::bad_alloc&) {
         complain("not enough memory");
     } catch (const std::exception& error) {
         complain(std::string("internal error: ") + error.what());
     }
-    return INTERNAL_ERROR;
+    return TROUBLE;
 }
 
 // A file that is opened must not become a standard stream that whoever started this has closed.
@@ -93,10 +101,9 @@ void openStandardStreams()
 int main(int argc, char** argv)
 {
     openStandardStreams();
-    // What only reads packages loads nothing that OPENSSL_CONF names; whoever uses keys reads it by itself.
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
+    pkgtool::ignoreConfiguration(); // which those commands read by themselves that use keys
     const int status = runAndExplain(argc, argv);
     if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
     complain(std::string("write error: ") + std::strerror(errno));
-    return INTERNAL_ERROR;
+    return TROUBLE;
 }

@@ -3,7 +3,9 @@
 #include "commands.h"
 #include "container.h"
 #include "der.h"
+#include "diagnosis.h"
 #include "error.h"
+#include "text.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -29,7 +31,15 @@ struct PackOptions {
     std::optional<std::uint32_t> length;
     bool isUnsigned = false;
     bool unchecked = false;
+    std::string root;
+    bool check = false;
 };
+
+#ifdef PKGTOOL_TRUSTS_NOBODY
+constexpr bool TRUSTS_NOBODY = true; // the placeholder is compiled in, whose key nobody has
+#else
+constexpr bool TRUSTS_NOBODY = false;
+#endif
 
 // The checker reads several CRLs one after the other, all in DER or all in PEM.
 Bytes readCrls(const std::vector<std::string>& paths)
@@ -59,9 +69,28 @@ void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& sub
                         "a package of one sub-file is accepted by every device without a check; if that is meant, say "
                         "--unsigned");
     }
-    if (subFiles[0].content.size == 0) throw UserError(options.payload + " is empty, and the checker refuses that");
+    if (subFiles[0].content.size == 0) throw Refusal(options.payload + " is empty, and the checker refuses that");
     requireSignature(signature, subFiles[0].content, options.cms);
     requireCrls(crls, CLI::detail::join(options.crls, ", "));
+}
+
+// What the checker will say, while it can still be mended.
+void foretell(const PackOptions& options, const OutputFile& output)
+{
+    const std::unique_ptr<MappedFile> file = output.written();
+    if (file == nullptr) return;
+    const Root root = loadRoot(options.root);
+    const Verdict verdict = judge(file->content(), root);
+    if (verdict.isAccepted()) return;
+    const ByteView view = file->content();
+    const Bytes package(view.data, view.data + view.size);
+    const Diagnosis diagnosis = diagnose(package, root, readContents(package, root.content, root.source), verdict);
+    const bool isKnown = diagnosis.failure.is_object();
+    const std::string why = isKnown ? textOf(diagnosis.failure["reason"]) : verdict.message;
+    const std::string advice = isKnown ? textOf(diagnosis.failure["advice"]) : "pkgtool explain tells more";
+    if (options.check) throw Refusal("the checker would refuse this package: " + why, advice);
+    fprintf(stderr, "pkgtool: warning: packed, but the checker will refuse it: %s\nhint: %s\n", printable(why).c_str(),
+            printable(advice).c_str());
 }
 
 void pack(const PackOptions& options)
@@ -85,7 +114,13 @@ void pack(const PackOptions& options)
     package.write(encodeHeader(header, subFiles));
     for (const SubFile& subFile : subFiles) package.write(subFile.content);
     image.requireUnchanged();
+    const bool isTrusting = !options.root.empty() || !TRUSTS_NOBODY;
+    if (options.check || (isTrusting && !options.unchecked)) foretell(options, package);
     package.commit();
+    if (isStandardOutput(options.output)) return; // where a package goes alone
+    const Bytes digest = digestOf(EVP_sha256(), image.content());
+    printf("packed %u octets, SHA256 of the payload %s\n", packageLength(subFiles),
+           hexText(digest.data(), digest.size()).c_str());
 }
 
 // ---- unpack and list ----
@@ -136,16 +171,20 @@ void addPackCommand(CLI::App& app)
     command->add_flag("--unsigned", options->isUnsigned, "pack a payload alone: every device accepts it unchecked");
     command->add_flag("--unchecked", options->unchecked, "pack whatever there is, even what the checker will refuse");
 
+    command->add_option("--root", options->root, "foretell the verdict below this root, not the one compiled in");
+    command->add_flag("--check", options->check, "write nothing that the checker would refuse");
+
     CLI::Option_group* const fields = command->add_option_group("header", "Header fields, 0 or empty unless given");
     fields->add_option("--description", options->description, "text of at most 224 bytes");
-    fields->add_option("--file-id", options->header.ulFileID);
-    fields->add_option("--version", options->header.ulVersion);
-    fields->add_option("--compress-type", options->header.ulCompressType);
-    fields->add_option("--reserved", options->header.ulReserved4RPS);
-    fields->add_option("--header-crc", options->header.ulHeaderCrc);
-    fields->add_option("--file-crc", options->header.ulFileCRC);
+    fields->add_option("--file-id", options->header.ulFileID, "file identifier");
+    fields->add_option("--image-version", options->header.ulVersion, "version of the image");
+    fields->add_option("--compress-type", options->header.ulCompressType, "compression type");
+    fields->add_option("--reserved", options->header.ulReserved4RPS, "the reserved word");
+    fields->add_option("--header-crc", options->header.ulHeaderCrc, "checksum of the header, which nobody reads");
+    fields->add_option("--file-crc", options->header.ulFileCRC, "checksum of the file, which nobody reads");
     fields->add_option("--length", options->length, "the package's own length otherwise");
     fields->add_option("--sub-file-count", options->count, "the true number otherwise");
+    command->footer(app.get_footer());
     command->callback([options] { pack(*options); });
 }
 
@@ -158,7 +197,7 @@ void addUnpackCommand(CLI::App& app)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("unpack", "Write a package's sub-files into a directory");
-    command->add_option("package", options->package)->required();
+    command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("-d,--directory", options->directory, "made if it is not there")->required();
     addForceFlag(command, options->existing);
     command->footer("The files are named after place and type: 1-payload, 2-signature, 3-crl, 1-0x20000000.\n\n" +
@@ -170,7 +209,7 @@ void addListCommand(CLI::App& app)
 {
     const auto package = std::make_shared<std::string>();
     CLI::App* const command = app.add_subcommand("list", "Show a package's header and table without judging them");
-    command->add_option("package", *package)->required();
+    command->add_option("package", *package, "the package; - is standard input")->required();
     command->callback([package] { list(*package); });
 }
 

@@ -147,7 +147,6 @@ void release(const ReleaseOptions& options)
     printf("signed and stamped  %s\n", printable(options.image).c_str());
     (void)run("pack", addPackCommand,
               Words{"--payload=" + image, "--cms=" + cms, "--output=" + package} + config.of("pack") + options.fields);
-    printf("packed              %s octets\n", std::to_string(fs::file_size(package)).c_str());
 
     const Verdict verdict = judge(MappedFile(package).content(), loadRoot(root));
     if (!verdict.isAccepted() || !verdict.isSigned) {

@@ -4,8 +4,10 @@
 #include "container.h"
 #include "error.h"
 #include "signed_data.h"
+#include "text.h"
 #include "timestamp.h"
 
+#include <cstdio>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -208,6 +210,14 @@ void requireOutputs(const SignOptions& options)
     }
 }
 
+// What a signer's part of the signature is, in a line.
+std::string summary(const Signer& signer, const Bytes& digest, const std::string& time)
+{
+    return "signed by " + nameOf(signer.identity.cert.get()) + ", " +
+           (time.empty() ? "not stamped" : "stamped " + time) + ", " + EVP_MD_get0_name(signer.md) +
+           " of the payload " + hexText(digest.data(), digest.size());
+}
+
 void sign(const SignOptions& options)
 {
     requireConsistent(options);
@@ -218,10 +228,11 @@ void sign(const SignOptions& options)
     const Asn1Time signingTime = signingTimeOf(options);
     const MappedFile image(options.payload);
     const ByteView payload = image.content();
-    if (payload.size == 0) throw UserError(options.payload + " is empty, and the checker refuses that");
+    if (payload.size == 0) throw Refusal(options.payload + " is empty, and the checker refuses that");
     requireReadable(sizeof(Header) + payload.size);
     requireOutputs(options);
 
+    Strings summaries;
     const Cms cms = newDetached();
     for (const Cert& cert : chain) addCertificate(cms.get(), cert.get());
     for (std::size_t i = 0; i < signers.size(); ++i) {
@@ -231,7 +242,13 @@ void sign(const SignOptions& options)
         if (isKeyElsewhere(options)) how.makeSignature = signElsewhere(options, signer, i);
         CMS_SignerInfo* const info = addSigner(cms.get(), signer.identity, how);
         addCertificate(cms.get(), signer.identity.cert.get());
-        if (stamp) attachTimestamp(info, stamp(i, signatureOf(info), signer.md));
+        std::string time;
+        if (stamp) {
+            const Bytes token = stamp(i, signatureOf(info), signer.md);
+            attachTimestamp(info, token);
+            time = timeOfToken(token);
+        }
+        summaries.push_back(summary(signer, how.contentDigest, time));
         if (!options.tsaRequests.empty()) {
             writeFile(options.tsaRequests[i], makeQuery(signatureOf(info), signer.md), options.existing);
         }
@@ -242,6 +259,8 @@ void sign(const SignOptions& options)
     if (stamp) requireSignature(der, payload, "the signature");
     image.requireUnchanged();
     writeFile(options.output, options.pem ? armour(der) : der, options.existing);
+    if (isStandardOutput(options.output)) return; // where a signature goes alone
+    for (const std::string& text : summaries) printf("%s\n", printable(text).c_str());
 }
 
 CLI::Option* addRepeatable(CLI::App* command, const std::string& name, Strings& values, const std::string& text)

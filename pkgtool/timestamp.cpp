@@ -4,6 +4,7 @@
 #include "error.h"
 #include "http.h"
 #include "signed_data.h"
+#include "text.h"
 
 #include <openssl/rand.h>
 
@@ -136,6 +137,15 @@ Bytes fetchToken(const std::string& url, const Bytes& signature, const EVP_MD* m
 Bytes makeQuery(const Bytes& signature, const EVP_MD* md)
 {
     return toDer(i2d_TS_REQ, makeRequest(signature, md).get());
+}
+
+std::string timeOfToken(const Bytes& token)
+{
+    const Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, token);
+    const TsTstInfo info = cms != nullptr ? tstInfoOf(cms.get()) : nullptr;
+    std::tm utc{};
+    if (info == nullptr || ASN1_TIME_to_tm(TS_TST_INFO_get_time(info.get()), &utc) != 1) return "";
+    return timeText(timegm(&utc));
 }
 
 TsTstInfo tstInfoOf(CMS_ContentInfo* token)

@@ -31,6 +31,8 @@ Bytes fetchToken(const std::string& url, const Bytes& signature, const EVP_MD* m
 // A query to be carried to an authority. It has no nonce: whoever brings the response has only the signature to match.
 Bytes makeQuery(const Bytes& signature, const EVP_MD* md);
 
+// 2025-01-01T00:00:00Z; empty when there is none that can be read.
+std::string timeOfToken(const Bytes& token);
 // The TSTInfo inside a token; null when there is none.
 TsTstInfo tstInfoOf(CMS_ContentInfo* token);
 

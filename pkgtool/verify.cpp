@@ -1,5 +1,5 @@
-// pkgtool verify: the checker's verdict on many packages, by as many processes as there are cores. Processes, because
-// the library's default callbacks must not share one with other threads that use OpenSSL.
+// pkgtool verify: the checker's verdict on many packages, each reached by a process of its own, as many at a time as
+// there are cores. A package that brings a process down costs its own verdict and no other.
 #include "codes.h"
 #include "commands.h"
 #include "contents.h"
@@ -9,18 +9,18 @@
 #include "verdict.h"
 
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
-#include <new>
-#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -32,202 +32,317 @@ namespace {
 constexpr int SCHEMA = 1;
 
 constexpr int REFUSED = 1;
+constexpr int TROUBLE = 2;
+constexpr unsigned MAX_JOBS = 1024;
 
 struct VerifyOptions {
     std::vector<std::string> packages;
+    bool recursive = false;
     std::string root;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     bool json = false;
+    std::string junit;
+    Existing existing = Existing::Refuse;
     bool allowUnsigned = false;
 };
 
-// ---- Workers ----
+enum class Result { Accepted, NotSigned, Refused, Unreadable };
 
-// What a worker tells of one package. It is written by one call and short enough to stay in one piece.
+// What a process leaves of its package.
 struct Answer {
-    std::size_t index;
+    Result result;
     int status;
-    bool isSigned;
     PELNIC_ERROR_CODE code; // 0 for none
     char message[256];
 };
-static_assert(sizeof(Answer) <= 512, "POSIX keeps writes of 512 bytes to a pipe together");
 
-Verdict judgeFile(const std::string& path, const Root& root)
-{
-    try {
-        const MappedFile package(path);
-        Verdict verdict = judge(package.content(), root);
-        package.requireUnchanged();
-        return verdict;
-    } catch (const UserError& error) {
-        return {0xFF, error.what(), std::nullopt, {}, false}; // the checker, too, refuses what it cannot read
-    }
-}
+using Answers = std::map<std::size_t, Answer>; // by the index of the package
 
-Answer answerFor(std::size_t index, const Verdict& verdict)
+// ---- Processes ----
+
+Answer makeAnswer(const Verdict& verdict)
 {
     Answer answer{};
-    answer.index = index;
+    answer.result = !verdict.isAccepted() ? Result::Refused : verdict.isSigned ? Result::Accepted : Result::NotSigned;
     answer.status = verdict.status;
-    answer.isSigned = verdict.isSigned;
     answer.code = verdict.code.value_or(0);
     verdict.message.copy(answer.message, sizeof answer.message - 1);
     return answer;
 }
 
-// The number of the next package, shared by all workers.
-class SharedCounter {
-public:
-    SharedCounter() : memory_(mmap(nullptr, sizeof(Counter), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-    {
-        if (memory_ == MAP_FAILED) throw std::runtime_error("no memory");
-        counter_ = new (memory_) Counter(0);
-    }
-    ~SharedCounter() { munmap(memory_, sizeof(Counter)); }
-    SharedCounter(const SharedCounter&) = delete;
-    SharedCounter& operator=(const SharedCounter&) = delete;
-
-    std::size_t next() { return counter_->fetch_add(1); }
-
-private:
-    using Counter = std::atomic<std::size_t>;
-    static_assert(Counter::is_always_lock_free);
-
-    void* memory_;
-    Counter* counter_;
-};
-
-void work(const VerifyOptions& options, const Root& root, SharedCounter& counter, int out)
+Answer unreadable(const std::string& message)
 {
-    for (std::size_t i = counter.next(); i < options.packages.size(); i = counter.next()) {
-        const Answer answer = answerFor(i, judgeFile(options.packages[i], root));
-        if (write(out, &answer, sizeof answer) != sizeof answer) return;
+    constexpr int CHECKERS_STATUS = 0xFF; // of what it cannot read
+    Answer answer{Result::Unreadable, CHECKERS_STATUS, 0, ""};
+    message.copy(answer.message, sizeof answer.message - 1);
+    return answer;
+}
+
+Answer judgeFile(const std::string& path, const Root& root)
+{
+    try {
+        const MappedFile package(path);
+        const Verdict verdict = judge(package.content(), root);
+        package.requireUnchanged();
+        return makeAnswer(verdict);
+    } catch (const std::exception& error) {
+        return unreadable(error.what());
     }
 }
 
-// The answers of all workers, as they come.
-class Workers {
+// Answers in memory that processes share.
+class SharedAnswers {
 public:
-    Workers(const VerifyOptions& options, const Root& root)
+    explicit SharedAnswers(std::size_t count) : size_(count * sizeof(Answer))
     {
-        int ends[2];
-        if (pipe(ends) != 0) throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
-        in_ = ends[0];
-        const auto count = std::min<std::size_t>(options.jobs, options.packages.size());
-        for (std::size_t i = 0; i < count; ++i) {
-            const pid_t child = fork();
-            if (child == 0) {
-                work(options, root, counter_, ends[1]);
-                _exit(0); // nothing of the parent's is released here
-            }
-            if (child > 0) children_.push_back(child);
-        }
-        close(ends[1]);
+        void* const memory = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) throw std::bad_alloc();
+        answers_ = static_cast<Answer*>(memory);
     }
-    ~Workers()
-    {
-        close(in_);
-        for (pid_t child : children_) waitpid(child, nullptr, 0);
-    }
-    Workers(const Workers&) = delete;
-    Workers& operator=(const Workers&) = delete;
+    ~SharedAnswers() { munmap(answers_, size_); }
+    SharedAnswers(const SharedAnswers&) = delete;
+    SharedAnswers& operator=(const SharedAnswers&) = delete;
 
-    // None when all workers have ended.
-    std::optional<Answer> next() const
+    Answer& operator[](std::size_t i) { return answers_[i]; }
+
+private:
+    std::size_t size_;
+    Answer* answers_;
+};
+
+// Each leaves its answer at the index of its package.
+class Processes {
+public:
+    Processes(const VerifyOptions& options, const Root& root)
+        : options_(options), root_(root), answers_(options.packages.size())
     {
-        Answer answer;
-        ssize_t count = 0;
-        do count = read(in_, &answer, sizeof answer);
-        while (count < 0 && errno == EINTR);
-        return count == sizeof answer ? std::optional<Answer>(answer) : std::nullopt;
+    }
+
+    const Answers& answers() const { return done_; }
+    // There is one answer more.
+    void proceed()
+    {
+        while (started_ < options_.packages.size() && running_.size() < options_.jobs && start(started_)) ++started_;
+        int status = 0;
+        pid_t ended = 0;
+        do ended = waitpid(-1, &status, 0);
+        while (ended < 0 && errno == EINTR);
+        if (ended < 0) throw std::runtime_error(std::string("no process: ") + std::strerror(errno));
+        const std::size_t index = running_.at(ended);
+        running_.erase(ended);
+        done_[index] = status == 0 ? answers_[index] : unreadable(endText(status));
     }
 
 private:
-    SharedCounter counter_;
-    std::vector<pid_t> children_;
-    int in_;
+    bool start(std::size_t index)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+            answers_[index] = judgeFile(options_.packages[index], root_);
+            _exit(0); // nothing of the parent's is released here
+        }
+        if (child > 0) running_[child] = index;
+        return child > 0;
+    }
+
+    static std::string endText(int status)
+    {
+        const std::string process = "the process that checked it ended with ";
+        if (WIFSIGNALED(status)) return process + "signal " + std::to_string(WTERMSIG(status));
+        return process + "status " + std::to_string(WEXITSTATUS(status));
+    }
+
+    const VerifyOptions& options_;
+    const Root& root_;
+    SharedAnswers answers_;
+    std::size_t started_ = 0;
+    std::map<pid_t, std::size_t> running_;
+    Answers done_;
 };
 
 // ---- Output ----
-
-enum class Result { Accepted, NotSigned, Refused };
-
-Result resultOf(const Answer& answer)
-{
-    if (answer.status != 0) return Result::Refused;
-    return answer.isSigned ? Result::Accepted : Result::NotSigned;
-}
 
 std::string resultText(Result result)
 {
     switch (result) {
     case Result::Accepted: return "accepted";
     case Result::NotSigned: return coloured(Colour::Yellow, "accepted, NOT SIGNED");
-    case Result::Refused: break;
+    case Result::Refused: return "refused ";
+    case Result::Unreadable: break;
     }
-    return "refused ";
+    return "unreadable";
+}
+
+const Code* codeOf(const Answer& answer)
+{
+    return answer.code != 0 ? findCode(answer.code) : nullptr;
+}
+
+// The checker's line and what its code means.
+std::string reasonText(const Answer& answer)
+{
+    const Code* const code = codeOf(answer);
+    return std::string(answer.message) + (code != nullptr ? std::string(", ") + code->name + ": " + code->meaning : "");
+}
+
+Json answerJson(const std::string& package, const Answer& answer)
+{
+    const bool isAccepted = answer.status == 0;
+    const Code* const code = codeOf(answer);
+    const bool isReadable = answer.result != Result::Unreadable;
+    return {{"schema", SCHEMA},
+            {"package", package},
+            {"verdict", isAccepted   ? "accepted"
+                        : isReadable ? "refused"
+                                     : "unreadable"},
+            {"signed", isAccepted ? Json(answer.result == Result::Accepted) : Json()},
+            {"status", answer.status},
+            {"code", answer.code != 0 ? Json(hexadecimal(answer.code)) : Json()},
+            {"name", code != nullptr ? Json(code->name) : Json()},
+            {"message", orNull(answer.message)}};
 }
 
 void printAnswer(const std::string& package, const Answer& answer, bool json)
 {
-    const bool isAccepted = answer.status == 0;
-    const Code* const code = answer.code != 0 ? findCode(answer.code) : nullptr;
-    const Json name = code != nullptr ? Json(code->name) : Json();
-    if (json) {
-        const Json line = {{"schema", SCHEMA},
-                           {"package", package},
-                           {"verdict", isAccepted ? "accepted" : "refused"},
-                           {"signed", isAccepted ? Json(answer.isSigned) : Json()},
-                           {"status", answer.status},
-                           {"code", answer.code != 0 ? Json(hexadecimal(answer.code)) : Json()},
-                           {"name", name},
-                           {"message", orNull(answer.message)}};
-        printf("%s\n", dump(line, -1).c_str());
-        return;
+    if (json) return (void)printf("%s\n", dump(answerJson(package, answer), -1).c_str());
+    const std::string reason = reasonText(answer);
+    printf("%s  %s%s%s\n", resultText(answer.result).c_str(), printable(package).c_str(), reason.empty() ? "" : ": ",
+           printable(reason).c_str());
+}
+
+// A bar below the results, on the error output, so that it is never among them.
+class Progress {
+public:
+    explicit Progress(std::size_t all) : all_(all) {}
+
+    void draw(std::size_t done) const
+    {
+        constexpr std::size_t WIDTH = 40;
+        if (!isShown_) return;
+        const std::string bar = std::string(done * WIDTH / all_, '#') + std::string(WIDTH - done * WIDTH / all_, '.');
+        fprintf(stderr, "\r[%s] %zu of %zu", bar.c_str(), done, all_);
     }
-    printf("%s  %s%s%s\n", resultText(resultOf(answer)).c_str(), printable(package).c_str(),
-           *answer.message != '\0' ? ": " : "", printable(answer.message).c_str());
+    // Makes way for results.
+    void clear() const
+    {
+        if (isShown_) fprintf(stderr, "\r\033[K");
+    }
+
+private:
+    std::size_t all_;
+    bool isShown_ = isatty(STDERR_FILENO) != 0;
+};
+
+std::size_t countOf(const Answers& answers, Result result)
+{
+    return static_cast<std::size_t>(std::count_if(answers.begin(), answers.end(),
+                                                  [&](const auto& entry) { return entry.second.result == result; }));
 }
 
-// On the error output, so that it is never among the results.
-void drawProgress(std::size_t done, std::size_t all)
+void printSummary(const Answers& answers)
 {
-    constexpr std::size_t WIDTH = 40;
-    if (isatty(STDERR_FILENO) == 0) return;
-    const std::string bar = std::string(done * WIDTH / all, '#') + std::string(WIDTH - done * WIDTH / all, '.');
-    fprintf(stderr, "\r[%s] %zu of %zu%s", bar.c_str(), done, all, done == all ? "\n" : "");
+    const std::size_t refused = countOf(answers, Result::Refused);
+    printf("%zu checked: %zu accepted, %zu accepted and NOT SIGNED, %zu refused, %zu unreadable\n", answers.size(),
+           countOf(answers, Result::Accepted), countOf(answers, Result::NotSigned), refused,
+           countOf(answers, Result::Unreadable));
+    if (refused != 0) printf("pkgtool explain PACKAGE tells why a package is refused, and what to do\n");
 }
 
-void printSummary(const std::map<Result, std::size_t>& counts)
+// ---- JUnit's XML, which test reports of CI systems read ----
+
+std::string xmlText(const std::string& text)
 {
-    const auto count = [&](Result result) { return counts.count(result) != 0 ? counts.at(result) : 0; };
-    printf("%zu accepted, %zu accepted and NOT SIGNED, %zu refused\n", count(Result::Accepted),
-           count(Result::NotSigned), count(Result::Refused));
+    std::string escaped;
+    for (char c : printable(text)) {
+        switch (c) {
+        case '&': escaped += "&amp;"; break;
+        case '<': escaped += "&lt;"; break;
+        case '"': escaped += "&quot;"; break;
+        default: escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::string junitText(const VerifyOptions& options, const Answers& answers)
+{
+    std::string cases;
+    std::size_t failures = 0;
+    for (const auto& [i, answer] : answers) {
+        const bool isError = answer.result == Result::Unreadable;
+        const bool isFailure =
+            answer.result == Result::Refused || (answer.result == Result::NotSigned && !options.allowUnsigned);
+        failures += isFailure ? 1 : 0;
+        cases += R"(  <testcase classname="pkgtool.verify" name=")" + xmlText(options.packages[i]) + "\">";
+        if (isFailure || isError) {
+            const std::string message =
+                answer.result == Result::NotSigned ? "accepted, NOT SIGNED" : reasonText(answer);
+            cases += std::string(isError ? "<error" : "<failure") + " message=\"" + xmlText(message) + "\"/>";
+        }
+        cases += "</testcase>\n";
+    }
+    return R"(<?xml version="1.0" encoding="UTF-8"?>)"
+           "\n<testsuite name=\"pkgtool verify\" tests=\"" +
+           std::to_string(answers.size()) + "\" failures=\"" + std::to_string(failures) + "\" errors=\"" +
+           std::to_string(countOf(answers, Result::Unreadable)) + "\">\n" + cases + "</testsuite>\n";
+}
+
+// ---- The command ----
+
+// In place of a directory every regular file below it, sorted.
+std::vector<std::string> filesBelow(const std::vector<std::string>& paths)
+{
+    namespace fs = std::filesystem;
+    std::vector<std::string> files;
+    for (const std::string& path : paths) {
+        if (!fs::is_directory(path)) {
+            files.push_back(path);
+            continue;
+        }
+        const std::size_t begin = files.size();
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path)) {
+            if (entry.symlink_status().type() == fs::file_type::regular) files.push_back(entry.path());
+        }
+        std::sort(files.begin() + static_cast<std::ptrdiff_t>(begin), files.end());
+    }
+    return files;
 }
 
 // One line for each package, in the order of the command line, as soon as all before it are there.
-void verify(const VerifyOptions& options)
+Answers judgeAll(const VerifyOptions& options, const Root& root)
 {
-    std::vector<std::optional<Answer>> answers(options.packages.size());
     std::size_t printed = 0;
-    std::size_t done = 0;
-    const Root root = loadRoot(options.root);
-    fflush(stdout); // or each worker would have a copy of what is not yet written
-    const Workers workers(options, root);
-    while (const std::optional<Answer> answer = workers.next()) {
-        answers.at(answer->index) = answer;
-        drawProgress(++done, answers.size());
-        for (; printed < answers.size() && answers[printed]; ++printed) {
-            printAnswer(options.packages[printed], *answers[printed], options.json);
+    const Progress progress(options.packages.size());
+    Processes processes(options, root);
+    const Answers& answers = processes.answers();
+    while (answers.size() < options.packages.size()) {
+        processes.proceed();
+        progress.clear();
+        for (; answers.count(printed) != 0; ++printed) {
+            printAnswer(options.packages[printed], answers.at(printed), options.json);
         }
+        (void)fflush(stdout);
+        progress.draw(answers.size());
     }
-    if (printed != answers.size()) throw std::runtime_error("no answer on " + options.packages[printed]);
-    std::map<Result, std::size_t> counts;
-    for (const std::optional<Answer>& answer : answers) ++counts[resultOf(*answer)];
-    if (!options.json) printSummary(counts);
-    if (counts.count(Result::Refused) != 0) throw CLI::RuntimeError(REFUSED);
-    if (counts.count(Result::NotSigned) != 0 && !options.allowUnsigned) throw CLI::RuntimeError(NOT_SIGNED);
+    progress.clear();
+    return answers;
+}
+
+void verify(VerifyOptions options)
+{
+    const Root root = loadRoot(options.root);
+    if (!options.junit.empty()) requireWritable(options.junit, options.existing);
+    if (options.recursive) options.packages = filesBelow(options.packages);
+    const Answers answers = judgeAll(options, root);
+    if (!options.json) printSummary(answers);
+    if (!options.junit.empty()) {
+        const std::string xml = junitText(options, answers);
+        writeFile(options.junit, Bytes(xml.begin(), xml.end()), options.existing);
+    }
+    if (countOf(answers, Result::Unreadable) != 0) throw CLI::RuntimeError(TROUBLE);
+    if (countOf(answers, Result::Refused) != 0) throw CLI::RuntimeError(REFUSED);
+    if (countOf(answers, Result::NotSigned) != 0 && !options.allowUnsigned) throw CLI::RuntimeError(NOT_SIGNED);
 }
 
 } // namespace
@@ -236,13 +351,16 @@ void addVerifyCommand(CLI::App& app)
 {
     const auto options = std::make_shared<VerifyOptions>();
     CLI::App* const command = app.add_subcommand("verify", "Show the checker's verdict on many packages");
-    command->add_option("packages", options->packages)->required();
+    command->add_option("packages", options->packages, "the packages; directories with -r")->required();
+    command->add_flag("-r,--recursive", options->recursive, "all files below a directory, too");
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_option("-j,--jobs", options->jobs, "packages at a time; as many as there are cores otherwise")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1u, MAX_JOBS));
     command->add_flag("--json", options->json, "print one JSON object for each package, on a line of its own");
+    command->add_option("--junit", options->junit, "write the results to this file, too, as JUnit's XML");
+    addForceFlag(command, options->existing);
     command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 although some are accepted and not signed");
-    command->footer("Exit status: 0 all accepted, 1 any refused, or the command line is wrong, 2 internal error,\n"
+    command->footer("Exit status: 0 all accepted, 1 any refused, 2 any unreadable, or the command line is wrong,\n"
                     "3 all accepted, some of them not signed.");
     command->callback([options] { verify(*options); });
 }

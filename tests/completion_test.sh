@@ -41,7 +41,7 @@ completes 'pkgtool verify --jobs ' ''
 completes 'pkgtool pki new --crl-days ' ''
 completes 'pkgtool sign im' image.bin image.cms
 completes 'pkgtool sign --cert image.c' image.cms
-completes 'pkgtool pack --version ' ''
+completes 'pkgtool pack --image-version ' ''
 completes 'pkgtool pack -o image.b' image.bin
 completes 'pkgtool sign image.bin --out' --output
 completes 'pkgtool nonsense im' ''

@@ -49,7 +49,7 @@ TEST(PkgtoolCode, KnowsNoOther)
     for (const char* text :
          {"0x88200099", "255", "0", "", "0x", "x", "0x88200016 ", "0x188200016", "9999999999999999999"}) {
         const ProcessResult run = RunCode({text});
-        EXPECT_EQ(run.status, 1) << text;
+        EXPECT_EQ(run.status, 2) << text;
         EXPECT_EQ(run.out, "") << text;
         EXPECT_NE(run.err.find("is no code of the library"), std::string::npos) << run.err;
     }

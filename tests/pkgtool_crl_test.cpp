@@ -17,7 +17,7 @@ namespace {
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
-constexpr int kUserError = 1;
+constexpr int kUserError = 2;
 
 Words operator+(Words words, const Words& more)
 {
@@ -341,6 +341,24 @@ TEST_F(PkgtoolCrl, CutsLongRevokeListsInWordsOnly)
     EXPECT_EQ(json["bundles"][0]["crls"][0]["revoked"].size(), 100u);
 }
 
+// Of equal dates and counts the device's bundle counts as the newer one, which has to have what the offered one has.
+TEST_F(PkgtoolCrl, OfEqualBundlesTheOfferedOnesIssuerIsDropped)
+{
+    const Json issuers =
+        ExpectVerdict({"MIX", PELNIC_ERR_CRL_ISSUER_DROPPED}, Cat(rootCrl_, caCrl_), Cat(rootCrl_, tsaCrl_));
+    ASSERT_EQ(issuers.size(), 3u);
+    EXPECT_EQ(issuers[0]["relation"], "equal");
+    EXPECT_EQ(issuers[1]["issuer"], "C=ZZ,O=Example,CN=Test Signing CA") << issuers;
+    EXPECT_EQ(issuers[1]["relation"], "dropped");
+    EXPECT_EQ(issuers[2]["relation"], "missing");
+    // The library agrees: a root that revokes the issuer excuses its loss on the device, and none in the offered
+    // bundle.
+    const Bytes withoutCa = Build(Revoking({pki_.signingCa.serial}, pki_.rootCrl));
+    ExpectVerdict({"SAME", 0}, Cat(rootCrl_, caCrl_), Cat(withoutCa, tsaCrl_));
+    const Bytes withoutTsa = Build(Revoking({pki_.tsaCa.serial}, pki_.rootCrl));
+    ExpectVerdict({"MIX", PELNIC_ERR_CRL_ISSUER_DROPPED}, Cat(withoutTsa, caCrl_), Cat(rootCrl_, tsaCrl_));
+}
+
 // 1B 5B 32 4A clears a terminal; E9 alone is no UTF-8.
 TEST_F(PkgtoolCrl, ForeignNamesCannotSpoilTheOutput)
 {
@@ -367,9 +385,9 @@ TEST_F(PkgtoolCrl, RefusesFilesWithTheReason)
         {{"show", good, "--root", good}, "' holds no certificate"},
         {{"show", good, "--intermediate", version1}, "' holds a certificate of version 1 or 2"},
         {Words{"compare", good, dir_.Path("missing")} + TheRoot(), "cannot open " + dir_.Path("missing")},
-        {{"compare", good}, "device is required"},
-        {{"show"}, "bundle is required"},
-        {{}, "A subcommand is required"},
+        {{"compare", good}, "device is missing"},
+        {{"show"}, "bundle is missing"},
+        {{}, "a command is missing"},
     };
     for (const auto& [arguments, message] : cases) {
         const ProcessResult run = Run(arguments);

@@ -718,7 +718,7 @@ TEST_F(PkgtoolExplain, NamesARootThatIsNone)
     const Json signer = Json::parse(explain(Build(bench_.pki.signer)).out);
     EXPECT_EQ(signer["failure"]["kind"], "issuer-missing");
     EXPECT_NE(signer["failure"]["reason"].get<std::string>().find("trusts CN=Test Signer"), std::string::npos);
-    EXPECT_EQ(explain({}).status, 1);
+    EXPECT_EQ(explain({}).status, 2);
 }
 
 TEST_F(PkgtoolExplain, KeepsTheLibrarysLog)
@@ -734,7 +734,7 @@ TEST_F(PkgtoolExplain, ShortFilesAreRefusedLikeTheChecker)
     const ProcessResult run = Explain(dir_.Write("package", Bytes(351, 0x00)), {"--json"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(Json::parse(run.out)["status"], 255);
-    EXPECT_EQ(Explain(dir_.Path("missing")).status, 1);
+    EXPECT_EQ(Explain(dir_.Path("missing")).status, 2);
 }
 
 } // namespace

@@ -148,7 +148,7 @@ TEST_F(PkgtoolInspect, ShowsWhatItCannotDecode)
     EXPECT_NE(InspectJson(package)["sub_files"][1]["content"]["signers"][0]["timestamps"][0]["problem"], Json());
 
     const ProcessResult run = Inspect(Bytes(351, 0x00));
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.status, 2);
     EXPECT_NE(run.err.find("shorter than a package header"), std::string::npos) << run.err;
 }
 

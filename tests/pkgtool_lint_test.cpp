@@ -348,8 +348,8 @@ TEST_F(PkgtoolLint, PointsAtThePlaceAndPutsTheWorstFirst)
 
 TEST_F(PkgtoolLint, WantsAPackage)
 {
-    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Write("short", Bytes(10, 0x00))}).status, 1);
-    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Path("missing")}).status, 1);
+    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Write("short", Bytes(10, 0x00))}).status, 2);
+    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Path("missing")}).status, 2);
 }
 
 } // namespace

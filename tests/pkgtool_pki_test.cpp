@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 using Words = std::vector<std::string>;
 
 constexpr int kDone = 0;
-constexpr int kUserError = 1;
+constexpr int kUserError = 2;
 constexpr int kRefused = 1;
 constexpr int kNotSigned = 3;
 constexpr int kWarnings = 10;

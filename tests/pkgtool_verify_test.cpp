@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <regex>
 #include <sstream>
 
 namespace pnvtest {
@@ -72,17 +73,18 @@ TEST_F(PkgtoolVerify, AgreesWithTheCheckerOneByOne)
                       dir_.Write("short", Bytes(351, 0x00)),
                       dir_.Write("empty", {}),
                       dir_.Path("missing")};
-    for (int i = 0; i < 3; ++i) packages.insert(packages.end(), packages.begin(), packages.begin() + 9);
+    const Words once = packages;
+    for (int i = 0; i < 3; ++i) packages.insert(packages.end(), once.begin(), once.end());
 
     for (const Words& options : {Words{}, Words{"-j", "1"}, Words{"-j", "5"}}) {
-        const std::vector<Json> answers = VerifyJson(packages, options, 1);
+        const std::vector<Json> answers = VerifyJson(packages, options, 2);
         ASSERT_EQ(answers.size(), packages.size());
         for (std::size_t i = 0; i < packages.size(); ++i) {
             const Outcome checker = RunChecker(PkgcheckTestRootPath(), packages[i]);
             const Json& answer = answers[i];
             EXPECT_EQ(answer["package"], packages[i]);
             EXPECT_EQ(answer["status"], checker.status) << answer;
-            EXPECT_EQ(answer["verdict"], checker.status == 0 ? "accepted" : "refused");
+            EXPECT_EQ(answer["verdict"], checker.status == 0 ? "accepted" : i % 9 == 8 ? "unreadable" : "refused");
             if (answer["code"].is_null()) continue;
             EXPECT_EQ(checker.out, "Check cms file fail for file(err " + answer["code"].get<std::string>() + ")\n");
             EXPECT_EQ(answer["message"].get<std::string>() + "\n", checker.out);
@@ -96,11 +98,15 @@ TEST_F(PkgtoolVerify, SaysItInOneLineEach)
     flipped.subFiles[0].content[0] ^= 0x01;
     const std::string good = Write("good", good_);
     const std::string bad = Write("bad", flipped);
+    const std::string code = RunProcess({PkgtoolPath(), "code", "0xffffffff"}).out;
+    const std::string meaning = code.substr(code.find(": ") + 2, code.find('\n') - code.find(": ") - 2);
     const ProcessResult run = Verify({bad, good});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, ""); // the bar is for terminals
-    EXPECT_EQ(run.out, "refused   " + bad + ": Check cms file fail for file(err 0xffffffff)\naccepted  " + good +
-                           "\n1 accepted, 0 accepted and NOT SIGNED, 1 refused\n");
+    EXPECT_EQ(run.out, "refused   " + bad + ": Check cms file fail for file(err 0xffffffff), PELNIC_ERR_FAILED: " +
+                           meaning + "\naccepted  " + good +
+                           "\n2 checked: 1 accepted, 0 accepted and NOT SIGNED, 1 refused, 0 unreadable\n"
+                           "pkgtool explain PACKAGE tells why a package is refused, and what to do\n");
     EXPECT_EQ(Verify({good, good}).status, 0);
 }
 
@@ -119,7 +125,7 @@ TEST_F(PkgtoolVerify, SaysWhichAcceptedPackagesNobodySigned)
         const ProcessResult run = Verify({path, good});
         EXPECT_EQ(run.status, 3);
         EXPECT_EQ(run.out.find("accepted, NOT SIGNED  " + path), 0u) << run.out;
-        EXPECT_NE(run.out.find("\naccepted  " + good + "\n1 accepted, 1 accepted and NOT SIGNED, 0 refused\n"),
+        EXPECT_NE(run.out.find("\naccepted  " + good + "\n2 checked: 1 accepted, 1 accepted and NOT SIGNED, 0 refused"),
                   std::string::npos)
             << run.out;
         EXPECT_EQ(Verify({path}, {"--allow-unsigned"}).status, 0);
@@ -127,7 +133,7 @@ TEST_F(PkgtoolVerify, SaysWhichAcceptedPackagesNobodySigned)
         EXPECT_EQ(VerifyJson({path}, {}, 3)[0]["verdict"], "accepted");
     }
     EXPECT_EQ(VerifyJson({good}, {}, 0)[0]["signed"], true);
-    EXPECT_EQ(VerifyJson({dir_.Path("missing")}, {"--allow-unsigned"}, 1)[0]["signed"], Json());
+    EXPECT_EQ(VerifyJson({dir_.Path("missing")}, {"--allow-unsigned"}, 2)[0]["signed"], Json());
 }
 
 TEST_F(PkgtoolVerify, DrawsABarOnATerminal)
@@ -138,6 +144,56 @@ TEST_F(PkgtoolVerify, DrawsABarOnATerminal)
         RunProcess({"script", "-qec", PkgtoolPath() + " verify " + good + " " + good, "/dev/null"}).out;
     EXPECT_NE(out.find("[####################....................] 1 of 2"), std::string::npos) << out;
     EXPECT_NE(out.find("[########################################] 2 of 2"), std::string::npos) << out;
+    EXPECT_FALSE(std::regex_search(out, std::regex("of [0-9]+[a-z]"))) << out; // results are on lines of their own
+}
+
+TEST_F(PkgtoolVerify, ADeadProcessCostsItsOwnVerdictAlone)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string good = Write("good", good_);
+    const std::string deadly = Write("deadly", good_);
+    const ProcessResult run =
+        RunProcess({"strace", "-f", "-o", "/dev/null", "-P", deadly, "-e", "inject=openat:signal=KILL", PkgtoolPath(),
+                    "verify", "--root", DataPath("test_root.der"), "-j", "2", good, deadly, good},
+                   {"ASAN_OPTIONS=detect_leaks=0"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "accepted  " + good + "\nunreadable  " + deadly +
+                           ": the process that checked it ended with signal 9\naccepted  " + good +
+                           "\n3 checked: 2 accepted, 0 accepted and NOT SIGNED, 0 refused, 1 unreadable\n");
+}
+
+TEST_F(PkgtoolVerify, LooksBelowDirectories)
+{
+    const std::string archive = dir_.Path("archive");
+    ASSERT_EQ(RunProcess({"mkdir", "-p", archive + "/b"}).status, 0);
+    const std::string first = Write("archive/a.pkg", good_);
+    const std::string second = Write("archive/b/a.pkg", good_);
+    ASSERT_EQ(RunProcess({"ln", "-s", first, archive + "/c.pkg"}).status, 0); // whose file is there already
+    const std::vector<Json> answers = VerifyJson({archive}, {"-r"}, 0);
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(answers[0]["package"], first);
+    EXPECT_EQ(answers[1]["package"], second);
+    EXPECT_EQ(VerifyJson({archive}, {}, 2)[0]["verdict"], "unreadable");
+}
+
+TEST_F(PkgtoolVerify, WritesJUnit)
+{
+    PackageSpec one;
+    one.subFiles = {{subfile::payload, payload_, {}, {}}};
+    PackageSpec flipped = good_;
+    flipped.subFiles[0].content[0] ^= 0x01;
+    const std::string odd = Write("a&b<\"\x1B", good_);
+    const Words packages{odd, Write("bad", flipped), Write("one", one), dir_.Path("missing")};
+    const std::string file = dir_.Path("junit.xml");
+    EXPECT_EQ(Verify(packages, {"--junit", file}).status, 2);
+    const Bytes content = ReadWholeFile(file);
+    const std::string xml(content.begin(), content.end());
+    EXPECT_NE(xml.find("tests=\"4\" failures=\"2\" errors=\"1\""), std::string::npos) << xml;
+    EXPECT_NE(xml.find("name=\"" + dir_.Path("a&amp;b&lt;&quot;\\x1b") + "\"></testcase>"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<failure message=\"Check cms file fail for file(err 0xffffffff)"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<failure message=\"accepted, NOT SIGNED\"/>"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<error message=\"cannot open "), std::string::npos) << xml;
+    EXPECT_EQ(Verify(packages, {"--junit", file}).out, ""); // there already
 }
 
 TEST_F(PkgtoolVerify, TakesNamesThatTheCheckerCannot)

@@ -2,9 +2,12 @@
 """timestamp_responder.py CONFIG COMMAND...
 
 Runs COMMAND with every {url} in it replaced by that of a timestamp authority (RFC 3161 over HTTP) on the loopback
-interface, and ends with its exit status. `openssl ts -reply` answers, by the section [tsa] of CONFIG.
+interface, and ends with its exit status. `openssl ts -reply` answers, by the section [tsa] of CONFIG. RESPONDER in the
+environment makes it err: "replay" gives everybody the first answer, "error" a good answer with the HTTP status 500,
+"endless" one without end.
 """
 import http.server
+import os
 import subprocess
 import sys
 import tempfile
@@ -13,6 +16,8 @@ import threading
 
 class Responder(http.server.BaseHTTPRequestHandler):
     config = None
+    error = os.environ.get("RESPONDER")
+    first = None
 
     def do_POST(self):
         query = self.rfile.read(int(self.headers["Content-Length"]))
@@ -21,11 +26,25 @@ class Responder(http.server.BaseHTTPRequestHandler):
             file.flush()
             command = ["openssl", "ts", "-reply", "-config", self.config, "-queryfile", file.name]
             reply = subprocess.run(command, stdout=subprocess.PIPE, check=False).stdout
-        self.send_response(200)
+        Responder.first = Responder.first or reply
+        self.send_response(500 if self.error == "error" else 200)
         self.send_header("Content-Type", "application/timestamp-reply")
+        if self.error == "endless":
+            self.end_headers()
+            self.send_without_end(reply)
+            return
+        reply = Responder.first if self.error == "replay" else reply
         self.send_header("Content-Length", str(len(reply)))
         self.end_headers()
         self.wfile.write(reply)
+
+    def send_without_end(self, octets):
+        try:
+            for _ in range(1000):  # 64 MiB, which is far beyond any limit
+                self.wfile.write(octets)
+                octets = bytes(65536)
+        except OSError:
+            pass  # nobody listens any longer
 
     def log_message(self, *_):
         pass

@@ -1,0 +1,205 @@
+#include "command_line.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+namespace pkgtool {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+// ---- Help ----
+
+constexpr std::size_t COLUMNS = 80;
+constexpr std::size_t TEXT_COLUMN = 29; // where the descriptions begin
+
+// On lines of that length; those behind the first are indented.
+std::string wrapped(const std::string& text, std::size_t width, std::size_t indent)
+{
+    std::istringstream words(text);
+    std::string lines;
+    std::size_t used = 0;
+    for (std::string word; words >> word;) {
+        const bool fits = used + 1 + word.size() <= width;
+        if (used != 0) lines += fits ? " " : "\n" + std::string(indent, ' ');
+        used = used != 0 && fits ? used + 1 + word.size() : word.size();
+        lines += word;
+    }
+    return lines;
+}
+
+std::string helpLine(const std::string& name, const std::string& text)
+{
+    const std::string left = "  " + name;
+    const std::string gap = left.size() + 1 < TEXT_COLUMN ? std::string(TEXT_COLUMN - left.size(), ' ')
+                                                          : "\n" + std::string(TEXT_COLUMN, ' ');
+    return left + (text.empty() ? "" : gap) + wrapped(text, COLUMNS - TEXT_COLUMN, TEXT_COLUMN) + "\n";
+}
+
+// TEXT, UINT, or TEXT:{a,b} for a choice.
+std::string valueOf(const CLI::Option* option)
+{
+    if (option->get_type_size() == 0) return "";
+    const std::string type = option->get_type_name();
+    return " " + (type.find('{') != std::string::npos ? type : type.substr(0, type.find(':')));
+}
+
+// ---- Errors ----
+
+// Insertions, deletions, changes and swaps of neighbours that lead from one to the other.
+std::size_t distance(const std::string& a, const std::string& b)
+{
+    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) {
+        for (std::size_t k = 0; k <= b.size(); ++k) {
+            if (i == 0 || k == 0) {
+                d[i][k] = i + k;
+                continue;
+            }
+            d[i][k] = std::min({d[i - 1][k] + 1, d[i][k - 1] + 1, d[i - 1][k - 1] + (a[i - 1] == b[k - 1] ? 0 : 1)});
+            if (i > 1 && k > 1 && a[i - 1] == b[k - 2] && a[i - 2] == b[k - 1]) {
+                d[i][k] = std::min(d[i][k], d[i - 2][k - 2] + 1);
+            }
+        }
+    }
+    return d[a.size()][b.size()];
+}
+
+// The name that may have been meant; empty when none is near.
+std::string nearest(const std::string& word, const Words& names)
+{
+    constexpr std::size_t MAX_WORD = 64; // which no name has
+    if (names.empty() || word.size() > MAX_WORD) return "";
+    const std::string& name = *std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
+        return distance(word, a) < distance(word, b);
+    });
+    return distance(word, name) <= std::max<std::size_t>(1, name.size() / 4) ? name : "";
+}
+
+Words commandsOf(const CLI::App& app)
+{
+    Words names;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        if (!command->get_name().empty()) names.push_back(command->get_name());
+    }
+    return names;
+}
+
+Words optionsOf(const CLI::App& command)
+{
+    Words names;
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    }
+    for (const CLI::App* group : command.get_subcommands({})) {
+        if (!group->get_name().empty()) continue;
+        const Words more = optionsOf(*group);
+        names.insert(names.end(), more.begin(), more.end());
+    }
+    return names;
+}
+
+// The command that the words lead to, and what to call it: "crl show", say; nothing for the program itself.
+const CLI::App* commandMeant(const CLI::App& app, std::string& name)
+{
+    const CLI::App* command = &app;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        name += (name.empty() ? "" : " ") + command->get_name();
+    }
+    return command;
+}
+
+// Of the words that were left over the one to speak of. The value behind a wrong option may be a secret.
+std::string firstWrong(const Words& words)
+{
+    const auto isOption = [](const std::string& word) { return word.size() > 1 && word[0] == '-'; };
+    const auto option = std::find_if(words.begin(), words.end(), isOption);
+    return option != words.end() ? option->substr(0, option->find('=')) : words.front();
+}
+
+std::string withoutLibrarysWords(const CLI::ParseError& error)
+{
+    const std::string text = error.what();
+    const auto replaced = [&](const char* words, const char* by) {
+        const std::size_t at = text.find(words);
+        return at == std::string::npos ? "" : text.substr(0, at) + by + text.substr(at + std::strlen(words));
+    };
+    if (text == "A subcommand is required") return "a command is missing";
+    for (const auto& [words, by] : {std::pair(" 1 required TEXT missing", " its value is missing"),
+                                    {" 1 required UINT missing", " its value is missing"},
+                                    {" excludes ", " does not go with "},
+                                    {" requires ", " needs "},
+                                    {"Could not convert: ", "not a number that fits: "},
+                                    {" is required", " is missing"}}) {
+        const std::string own = replaced(words, by);
+        if (!own.empty()) return own;
+    }
+    return text;
+}
+
+} // namespace
+
+std::string HelpFormatter::make_option(const CLI::Option* option, bool isPositional) const
+{
+    const std::string name = option->get_name(isPositional, !isPositional);
+    return helpLine(isPositional ? name : name + valueOf(option), option->get_description());
+}
+
+std::string HelpFormatter::make_subcommand(const CLI::App* command) const
+{
+    return helpLine(command->get_name(), command->get_description());
+}
+
+std::string HelpFormatter::make_expanded(const CLI::App* group) const
+{
+    std::string text = "\n" + group->get_description() + ":\n";
+    for (const CLI::Option* option : group->get_options()) text += make_option(option, false);
+    return text;
+}
+
+// Paragraphs, which stand apart.
+std::string HelpFormatter::make_footer(const CLI::App* app) const
+{
+    const std::string footer = app->get_footer();
+    std::string text;
+    for (std::size_t at = 0; at < footer.size();) {
+        const std::size_t end = std::min(footer.find("\n\n", at), footer.size());
+        text += (at == 0 ? "" : "\n") + wrapped(footer.substr(at, end - at), COLUMNS, 0) + "\n";
+        at = end == footer.size() ? end : end + 2;
+    }
+    return text;
+}
+
+std::vector<std::string> commandLine(int argc, char** argv)
+{
+    Words words(argv + 1, argv + argc);
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
+UserError explainParseError(const CLI::App& app, const CLI::ParseError& error)
+{
+    std::string name;
+    const CLI::App* const command = commandMeant(app, name);
+    const Words commands = commandsOf(*command);
+    const Words rest = command->remaining();
+    const std::string prefix = name.empty() ? "" : name + ": ";
+    const std::string help = app.get_name() + (name.empty() ? "" : " " + name) + " --help tells what there is";
+    if (rest.empty()) return UserError(prefix + withoutLibrarysWords(error), help);
+    const std::string wrong = firstWrong(rest);
+    const bool isOption = wrong.size() > 1 && wrong[0] == '-';
+    const std::string meant = nearest(wrong, isOption ? optionsOf(*command) : commands);
+    const std::string hint = meant.empty() ? help : "did you mean " + meant + "? " + help;
+    if (isOption) return UserError(prefix + "no such option: " + wrong, hint);
+    if (!commands.empty()) return UserError(prefix + "no such command: " + wrong, hint);
+    return UserError(prefix + "one word too many: " + wrong, help);
+}
+
+} // namespace pkgtool
