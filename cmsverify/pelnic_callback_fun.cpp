@@ -131,7 +131,7 @@ PNV_INT pnv_vsnprintf_s_impl(PNV_CHAR* dest, size_t destMax, size_t count, const
     const PNV_INT length = vsnprintf_s(dest, room, format, args);
     const bool fits = length >= 0 && static_cast<size_t>(length) < room;
     if (length == -ESNOSPC) {
-        (void)vsnprintf(dest, room, format, again);
+        (void)vsnprintf(dest, room, format, again); // NOLINT(clang-analyzer-valist.Uninitialized): copied above
     } else if (length < 0) {
         dest[0] = '\0';
     }

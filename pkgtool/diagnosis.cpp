@@ -221,7 +221,7 @@ void Replay::run()
 
 void Replay::checkSignature(const PELNIC_VERIFY_SIGNATURE_S& sig)
 {
-    const OperationRun run{vrf_}; // as in begin: no signature is checked twice
+    const OperationRun asInBegin{vrf_}; // no signature is checked twice
     _pnvSyncCrl(vrf_);
     PELNIC_PKCS7_CONTENT* decoded = nullptr;
     PELNIC_ERROR_CODE rc = PELNIC_ERR_CMS_FORMAT;

@@ -201,7 +201,6 @@ TEST(DefaultMemory, AllocatesNothingForSizeZero)
     EXPECT_EQ(block, nullptr);
 }
 
-
 TEST(DefaultMemory, FreesNull)
 {
     pnv_free_impl(nullptr);

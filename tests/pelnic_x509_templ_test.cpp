@@ -94,7 +94,7 @@ std::vector<Table> Tables()
                           {FIELD(TbsCrl, extensions), extensions, Explicit(0), optionalPointer}}),
         SequenceOf<PELNIC_X509_REVOKED>("RevokedList", PELNIC_SEQOF_X509_REVOKED_item,
                                         {FIELD(PELNIC_X509_REVOKED, revoked_list), &PELNIC_X509_REVOKED_ENTRY_item,
-                                         kUntagged, kEmbedded, Capacity(5)}),
+                                         kUntagged, kCarved, Capacity(5), offsetof(PELNIC_X509_REVOKED, blocks)}),
         Sequence<Revoked>("RevokedEntry", PELNIC_X509_REVOKED_ENTRY_item,
                           {{FIELD(Revoked, user_cert), &PELNIC_ASN_BIGINT_item, kUntagged, kPointer},
                            {FIELD(Revoked, revocation_date), raw, kUntagged, kPointer},

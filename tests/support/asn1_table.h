@@ -27,6 +27,7 @@ constexpr PNV_UINT16 kOptional = 0x08;
 constexpr PNV_UINT16 kDefault = 0x10;
 constexpr PNV_UINT16 kAnyByOid = 0x40;
 constexpr PNV_UINT16 kPointer = 0x80;
+constexpr PNV_UINT16 kCarved = 0x100;
 
 // What a row's default value is taken for: a list's capacity, or the item that a peeked encoding becomes.
 inline const void* Capacity(std::uintptr_t elements)
@@ -41,7 +42,7 @@ struct Row {
     Tagging tagging;
     PNV_UINT16 flag;
     const void* defaultValue = nullptr;
-    std::size_t selector = 0; // offset of the field that selects an ANY
+    std::size_t selector = 0; // offset of the field that selects an ANY, or of the blocks of carved elements
 };
 #define FIELD(record, field) #field, offsetof(record, field)
 
