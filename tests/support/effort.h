@@ -17,7 +17,7 @@ inline bool LongForm()
 }
 
 // Shown beside the test: how much was tried.
-inline void Report(const std::string& what, std::size_t amount)
+inline void Report(const std::string& what, std::uint64_t amount)
 {
     std::cout << "[   SWEPT  ] " << what << ": " << amount << std::endl;
 }
