@@ -36,8 +36,10 @@ function(cmsverify_compiler_options TARGET)
         -fno-strict-aliasing
         $<${OPTIMIZED}:${CMSVERIFY_STACK_PROTECTOR} -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>
         $<${LTO}:-flto=auto -ffat-lto-objects>)
+    # The helpers of 32-bit ARM, divisions for instance, are linked in: libgcc_s is one library more to have.
     target_link_options(${TARGET} PRIVATE
         -Wl,--as-needed
+        -static-libgcc
         $<${OPTIMIZED}:-Wl,-z,relro,-z,now,-z,noexecstack>
         $<${LTO}:-flto=auto>)
     set_target_properties(${TARGET} PROPERTIES

@@ -23,8 +23,9 @@ static PELNIC_ERROR_CODE addRoot(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
     PNV_BOOL isCa = 0;
     PELNIC_ERROR_CODE rc = pelnic_pki_is_ca_cert(pVrf, cert, &isCa);
     if (rc != 0) return PNV_FAIL_MSG(pVrf, rc, "Failed to get ca attribute for certificate.");
-    spoilIfFailed(pVrf, watch); // a CA may have looked like none
+    const bool isKindCertain = !watch.failed();
     rc = addByKind(pVrf, cert, isCa);
+    if (rc == 0 && !isKindCertain) pVrf->bInputLost = 1; // a CA may have looked like none
     if (rc == PELNIC_ERR_CERT_DUPLICATE) {
         PNV_LOG(pVrf, PELNIC_LOG_TYPE_WARNING, rc, "Duplicate certificate add.");
         return 0;
@@ -57,9 +58,10 @@ static PELNIC_ERROR_CODE addCertWithCrls(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cer
                 "There is a root certificate, which is not allowed when add crl or cms.");
         return 0;
     }
-    spoilIfFailed(pVrf, watch); // a CA may have looked like none
+    const bool isKindCertain = !watch.failed();
     cert->bFromPackage = 1;
     rc = addByKind(pVrf, cert, isCa);
+    if (rc == 0 && !isKindCertain) pVrf->bInputLost = 1; // a CA may have looked like none
     if (rc == PELNIC_ERR_CERT_DUPLICATE) return 0;
     if (rc != 0) return PNV_FAIL_MSG(pVrf, rc, "Failed to add certificate into PKI context.");
     return 0;

@@ -355,7 +355,7 @@ const PELNIC_ASN1_ITEM kListItem = {
 struct CHOICE {
     PNV_UINT32 index;
     union {
-        void* pointer; // what stands here else
+        PNV_INT64 room; // as in every decoded CHOICE, whose value starts at one offset on every target
         PELNIC_ASN_INT value;
     };
 };

@@ -48,14 +48,18 @@ constexpr const char* kDays[] = {"20150101", "20200101", "20240601", "20250101",
 constexpr int kEarliest = 0;
 constexpr int kLatest = 7;
 
+// Counted day by day: a 32-bit time_t ends in 2038, and the library's own calendar is what is tested.
 PNV_TIME_T SecondsOf(int day)
 {
     const std::string text = kDays[day];
-    tm broken{};
-    broken.tm_year = std::stoi(text.substr(0, 4)) - 1900;
-    broken.tm_mon = std::stoi(text.substr(4, 2)) - 1;
-    broken.tm_mday = std::stoi(text.substr(6, 2));
-    return timegm(&broken);
+    const int year = std::stoi(text.substr(0, 4));
+    const int month = std::stoi(text.substr(4, 2));
+    const auto isLeap = [](int y) { return y % 4 == 0; }; // from 1970 to 2099
+    PNV_TIME_T days = std::stoi(text.substr(6, 2)) - 1;
+    for (int y = 1970; y < year; ++y) days += isLeap(y) ? 366 : 365;
+    constexpr int kMonths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    for (int m = 1; m < month; ++m) days += kMonths[m - 1] + (m == 2 && isLeap(year) ? 1 : 0);
+    return days * 86400;
 }
 
 Time Day(int day, bool generalized = false)
