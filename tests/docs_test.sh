@@ -8,8 +8,12 @@ document=$(realpath "$1")
 mkdir -p "$2"
 dir=$(realpath "$2")
 
-# A build tree from the last time stays, since paths in it are the same; what the commands made there goes.
+# A build tree from the last time stays, since paths in it are the same; what the commands made there goes, and with it
+# the root certificate that the tree was configured with.
 rm -rf "$dir/build/trial"
+for cache in "$dir"/build/*/CMakeCache.txt; do
+    [ ! -e "$cache" ] || sed -i '/^PKGCHECK_ROOT_CERT:/d' "$cache"
+done
 find "$dir" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$dir" -xf -
 
