@@ -256,8 +256,8 @@ void renewCrl(const PkiOptions& options, const std::string& name, const Revocati
     const Crl previous = loadCrl(path);
     const Crl crl = issueCrl(loadCa(options, name), previous.get(), revocation, options.crlDays);
     writeFile(path, pemOf(crl.get()), Existing::Update);
-    printf("%s  %d revoked, ends in %d days\n", path.c_str(), sk_X509_REVOKED_num(X509_CRL_get_REVOKED(crl.get())),
-           options.crlDays);
+    printf("%s  %d revoked, ends in %d days\n", path.c_str(),
+           std::max(0, sk_X509_REVOKED_num(X509_CRL_get_REVOKED(crl.get()))), options.crlDays);
 }
 
 void renewCrls(const PkiOptions& options)
