@@ -12,7 +12,7 @@ dir=$(realpath "$2")
 # the root certificate that the tree was configured with.
 rm -rf "$dir/build/trial"
 for cache in "$dir"/build/*/CMakeCache.txt; do
-    [ ! -e "$cache" ] || sed -i '/^PKGCHECK_ROOT_CERT:/d' "$cache"
+    [ ! -e "$cache" ] || sed -i 's/^\(PKGCHECK_ROOT_CERT:[A-Z]*=\).*/\1/' "$cache"
 done
 find "$dir" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 tar -C "$source" --exclude=./build --exclude=./.git -cf - . | tar -C "$dir" -xf -
