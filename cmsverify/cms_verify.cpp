@@ -5,6 +5,7 @@
 #include "pelnic_faults.h"
 #include "pelnic_pkcs7_verify.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
 
@@ -102,6 +103,7 @@ static PELNIC_ERROR_CODE verifyAttributes(PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
 {
     PNV_INT verdict = 0;
     const PELNIC_ERROR_CODE rc = pelnic_pkcs7_detached_signature_verify(pVrf, si, cert, &verdict);
+    PNV_TELL(Decision::Value, rc != 0 || verdict == 1 ? rc : PELNIC_ERR_CMS_SIGNATURE, cert);
     if (rc != 0 || verdict != 1) return PELNIC_ERR_CMS_SIGNATURE; // whatever the underlying code
     return _pnvAddSignerInfoToVerifyProcess(pVrf, si);
 }
@@ -109,14 +111,17 @@ static PELNIC_ERROR_CODE verifyAttributes(PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
 // One signer: timestamp, certificate at that time, and either its signed attributes or a check still to come.
 static PELNIC_ERROR_CODE verifySigner(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO* si)
 {
+    PNV_TELL(Decision::Signer);
     PELNIC_ERROR_CODE rc = _pnvVerifyTimeStamp(pVrf, si);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     const PELNIC_X509_CERT* const cert = _pnvFindAuthorCertBySignerInfo(pVrf, si);
+    PNV_TELL(Decision::SignerCert, cert == nullptr ? PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND : 0, cert);
     if (cert == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND);
     rc = _pnvVerifyIssuerCert(pVrf, cert, PNV_EKU_CODE_SIGNING);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     // An empty set of attributes counts as present here, unlike for the signers of timestamps.
     rc = si->auth_attrs == nullptr ? _pnvCreateVerifyHandle(pVrf, si, cert) : verifyAttributes(pVrf, si, cert);
+    PNV_TELL(Decision::SignerDone, rc, cert);
     return PNV_DONE(pVrf, rc);
 }
 
@@ -141,9 +146,13 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
     if (pbSignature == nullptr || nSigLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     const OperationRun run{pVrf};
     _pnvSyncCrl(pVrf); // whatever becomes of the signature, the CRLs are frozen
-    if (nSigLength < MIN_INPUT) return PELNIC_ERR_CMS_FORMAT;
+    if (nSigLength < MIN_INPUT) {
+        PNV_TELL(Decision::Signature, PELNIC_ERR_CMS_FORMAT);
+        return PELNIC_ERR_CMS_FORMAT;
+    }
     PELNIC_PKCS7_CONTENT* pContent = nullptr;
     rc = _pnvDecodeCms(pVrf, pbSignature, nSigLength, &pContent);
+    PNV_TELL(Decision::Signature, rc);
     if (rc != 0) return rc;
     if (pContent == nullptr) {
         return PNV_FAIL(pVrf, PELNIC_ERR_CMS_NO_SIGNER);
@@ -181,6 +190,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_update(PELNIC_VRF_CTX ctx, cons
     if (pbContent == nullptr || nContentLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     const LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO& entries = pVrf->vrf_proc.md_info_list;
     if (entries.num == 0) {
+        PNV_TELL(Decision::Payload, PELNIC_ERR_CMS_NOT_BEGUN);
         return PNV_FAIL(pVrf, PELNIC_ERR_CMS_NOT_BEGUN);
     }
     for (PNV_UINT32 i = 0; i < entries.num; ++i) {
@@ -232,6 +242,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_final(PELNIC_VRF_CTX ctx, PNV_I
     if (result == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     *result = 1;
     rc = finishEntries(pVrf, result);
+    PNV_TELL(Decision::Payload, rc, nullptr, nullptr, nullptr, *result == 1);
     pelnic_list_free(pVrf, _pnvAsList(&pVrf->vrf_proc.md_info_list), freeMdElement);
     if (rc == 0) return 0;
     *result = 0;

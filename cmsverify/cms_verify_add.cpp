@@ -5,6 +5,7 @@
 #include "cms_verify_input.h"
 #include "pelnic_pki_impl.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 
 void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch)
@@ -123,6 +124,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_cert(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbC
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pbCert == nullptr || nCertLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     rc = addCerts(pVrf, pbCert, nCertLength);
+    PNV_TELL(Decision::Roots, rc);
     return PNV_DONE(pVrf, rc);
 }
 
@@ -163,6 +165,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCr
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pbCrl == nullptr || nCrlLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     rc = addCrls(pVrf, pbCrl, nCrlLength);
+    PNV_TELL(Decision::Crls, rc);
     return PNV_DONE(pVrf, rc);
 }
 

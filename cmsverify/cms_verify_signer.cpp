@@ -5,6 +5,7 @@
 #include "pelnic_cms_utils.h"
 #include "pelnic_pki_impl.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
 
@@ -95,13 +96,18 @@ PELNIC_ERROR_CODE _pnvVerifyIssuerCert(PELNIC_VRF* pVrf, const PELNIC_X509_CERT*
 {
     PNV_UINT32 usage = 0;
     PELNIC_ERROR_CODE rc = pelnic_x509_cert_get_keyusage(pVrf, cert, &usage);
+    PNV_TELL(Decision::Usage, rc != 0 || (usage & PNV_KU_DIGITAL_SIGNATURE) != 0 ? rc : PELNIC_ERR_CERT_USAGE, cert);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     if ((usage & PNV_KU_DIGITAL_SIGNATURE) == 0) return PNV_FAIL(pVrf, PELNIC_ERR_CERT_USAGE);
     rc = pelnic_x509_cert_get_extend_keyusage(pVrf, cert, &usage);
+    PNV_TELL(Decision::Usage, rc != 0 || (usage & expExtKu) != 0 ? rc : PELNIC_ERR_CERT_USAGE, cert, nullptr, nullptr,
+             expExtKu);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     if ((usage & expExtKu) == 0) return PNV_FAIL(pVrf, PELNIC_ERR_CERT_USAGE);
     PNV_BOOL valid = 0;
+    PNV_TELL(Decision::Chain, 0, cert);
     rc = pelnic_pki_verify_cert(pVrf, cert, 1, &valid);
+    PNV_TELL(Decision::ChainDone, rc, cert);
     if (rc == 0 && valid != 0) return 0;
     return PNV_FAIL(pVrf, PELNIC_ERR_CERT_VERIFY); // the reason is in the log alone
 }

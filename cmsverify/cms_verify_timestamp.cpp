@@ -9,6 +9,7 @@
 #include "pelnic_cms_utils.h"
 #include "pelnic_pkcs7_verify.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
 
@@ -87,6 +88,7 @@ PELNIC_ERROR_CODE _pnvVerifyTsSignerInfo(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SI
                                          const PELNIC_ASN_OCTS* encoded_ts_info)
 {
     const PELNIC_X509_CERT* const cert = _pnvFindAuthorCertBySignerInfo(pVrf, si_ts);
+    PNV_TELL(Decision::SignerCert, cert == nullptr ? PELNIC_ERR_TSP_CERT_NOT_FOUND : 0, cert);
     if (cert == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_TSP_CERT_NOT_FOUND);
     const PELNIC_ERROR_CODE rc = _pnvVerifyIssuerCert(pVrf, cert, PNV_EKU_TIME_STAMPING);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
@@ -109,11 +111,14 @@ static PELNIC_ERROR_CODE verifyToken(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTEN
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     PNV_SCOPE_EXIT freeEncoded{[&] { pelnic_asn_free(pVrf, encoded_ts_info, &PELNIC_ASN_OCTS_item, 0); }};
     rc = _pnvVerifyTstInfo(pVrf, encoded_ts_info, si);
+    PNV_TELL(Decision::Time, rc, nullptr, nullptr, nullptr, 0, CrlUnfit::OtherIssuer, pVrf->base_time);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     (void)_pnvExtractCertsIntoVerifyContext(pVrf, token);
     const PELNIC_PKCS7_SIGNER_INFO_BUNDLE* const pSigners = token->signed_data->signer_infos;
     for (PNV_UINT32 i = 0; pSigners != nullptr && i < pSigners->infos.num && rc == 0; ++i) {
+        PNV_TELL(Decision::Authority);
         rc = _pnvVerifyTsSignerInfo(pVrf, pSigners->infos.data[i], encoded_ts_info);
+        PNV_TELL(Decision::AuthorityDone, rc);
     }
     return rc;
 }
@@ -123,6 +128,7 @@ PELNIC_ERROR_CODE _pnvVerifyTimeStamp(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNE
     void* pResult = nullptr;
     PELNIC_ERROR_CODE rc =
         pelnic_x509_extract_attribute(pVrf, si->unauth_attrs, AOID_PKCS9_AT_TIMESTAMP_TOKEN, &pResult);
+    PNV_TELL(Decision::Token, rc);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     rc = verifyToken(pVrf, static_cast<const PELNIC_PKCS7_CONTENT*>(pResult), si);
     pelnic_x509_free_attribute(pVrf, pResult, AOID_PKCS9_AT_TIMESTAMP_TOKEN);

@@ -3,6 +3,7 @@
 
 #include "pelnic_asn1_utils.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 
 constexpr PNV_UINT32 HIGH_TAG_NUMBER = 31;
 constexpr PNV_BYTE LONG_LENGTH = 0x80;
@@ -29,14 +30,14 @@ PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_B
 {
     if (pVrf == nullptr || b == nullptr || pTag == nullptr || decodedBytes == nullptr) return PELNIC_ERR_NULL_POINTER;
     PNV_UINT32 start = 0;
-    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PELNIC_ERR_ASN_TAG;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_TAG);
     PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
     PNV_BYTE octet = 0;
     const PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &octet);
     if (rc != 0) return rc;
     if ((octet & HIGH_TAG_NUMBER) == HIGH_TAG_NUMBER) {
         PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, PELNIC_ERR_FAILED, nullptr);
-        return PELNIC_ERR_ASN_TAG;
+        return PNV_WHY(TagForm, PELNIC_ERR_ASN_TAG);
     }
     PNV_INT consumed = 0;
     if (pelnic_buf_get_offset(b, start, &consumed) != 0 || consumed < 0) {
@@ -53,7 +54,7 @@ PELNIC_ERROR_CODE pelnic_peek_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_
 {
     if (pVrf == nullptr || b == nullptr || pTag == nullptr) return PELNIC_ERR_NULL_POINTER;
     PNV_UINT32 start = 0;
-    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PELNIC_ERR_ASN_PEEK_TAG;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_PEEK_TAG);
     PNV_UINT32 octets = 0;
     const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
     rewindTo(b, start);
@@ -66,7 +67,7 @@ PELNIC_ERROR_CODE _pnvGetAsnLongInt(const PELNIC_VRF*, PELNIC_BUF* b, PNV_UINT32
     for (PNV_UINT32 i = 0; i < nLen; ++i) {
         PNV_BYTE octet = 0;
         const PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &octet);
-        if (rc != 0) return rc;
+        if (rc != 0) return PNV_WHY(End, rc);
         value = value << 8 | octet;
     }
     *lenTemp = value;
@@ -79,7 +80,7 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
         return PELNIC_ERR_NULL_POINTER;
     }
     PNV_UINT32 start = 0;
-    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PELNIC_ERR_ASN_LENGTH;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_LENGTH);
     PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
     PNV_BYTE first = 0;
     PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &first);
@@ -87,11 +88,12 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     PNV_UINT32 length = first;
     if ((first & LONG_LENGTH) != 0) {
         const PNV_UINT32 octets = first & 0x7Fu;
-        if (octets == 0 || octets > MAX_LENGTH_OCTETS) return PELNIC_ERR_ASN_LENGTH; // 0 is the indefinite form
-        rc = _pnvGetAsnLongInt(pVrf, b, octets, &length);                            // leading zeros are accepted
+        // 0 is the indefinite form
+        if (octets == 0 || octets > MAX_LENGTH_OCTETS) return PNV_WHY(LengthForm, PELNIC_ERR_ASN_LENGTH);
+        rc = _pnvGetAsnLongInt(pVrf, b, octets, &length); // leading zeros are accepted
         if (rc != 0) return rc;
     }
-    if (length > b->nBufLen - b->iCursor) return PELNIC_ERR_ASN_LENGTH;
+    if (length > b->nBufLen - b->iCursor) return PNV_WHY(Length, PELNIC_ERR_ASN_LENGTH);
     PNV_INT consumed = 0;
     if (pelnic_buf_get_offset(b, start, &consumed) != 0 || consumed < 0) return PELNIC_ERR_ASN_LENGTH;
     rewind.armed = false;
@@ -202,7 +204,7 @@ public:
     PELNIC_ERROR_CODE begin(const void* pObj, const PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pTempl)
     {
         if (pObj == nullptr || nDecoded == nullptr || pTempl == nullptr) return PELNIC_ERR_NULL_POINTER;
-        if (pelnic_buf_tell(b_, &start_) != 0 || start_ == PNV_POS_AT_END) return kindCode_;
+        if (pelnic_buf_tell(b_, &start_) != 0 || start_ == PNV_POS_AT_END) return PNV_WHY(End, kindCode_);
         begun_ = true;
         return 0;
     }
@@ -249,11 +251,13 @@ static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
 static PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_BER_TAG& expected,
                                             PELNIC_ERROR_CODE mismatch, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
-    if (readShortHeader(pVrf, b, pTag, length)) return _pnvCompareBerTag(pVrf, &expected, pTag) != 0 ? mismatch : 0;
+    if (readShortHeader(pVrf, b, pTag, length)) {
+        return _pnvCompareBerTag(pVrf, &expected, pTag) != 0 ? PNV_WHY(Tag, mismatch) : 0;
+    }
     PNV_UINT32 octets = 0;
     const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
     if (rc != 0) return rc;
-    if (_pnvCompareBerTag(pVrf, &expected, pTag) != 0) return mismatch;
+    if (_pnvCompareBerTag(pVrf, &expected, pTag) != 0) return PNV_WHY(Tag, mismatch);
     return pelnic_dec_len(pVrf, b, length, &octets);
 }
 
@@ -335,13 +339,15 @@ static PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const
 {
     PNV_UINT32& length = element->length;
     if (readHeader(pVrf, b, &element->tag, &length) != 0) return PELNIC_ERR_ASN_OCTS;
-    if (pTempl->asn1_item != nullptr && !hasTagOf(pVrf, pTempl, &element->tag)) return PELNIC_ERR_ASN_OCTS;
+    if (pTempl->asn1_item != nullptr && !hasTagOf(pVrf, pTempl, &element->tag)) {
+        return PNV_WHY(Tag, PELNIC_ERR_ASN_OCTS);
+    }
     *octs = pelnic_buf_get_point(b);
     if (skip(b, length) != 0) return PELNIC_ERR_ASN_OCTS;
     if (element->tag.code != CBT_INTEGER || length == 0) return 0;
     // An INTEGER of any class: the magnitude without leading zeros, and 0 has none.
     for (; length != 0 && **octs == 0; ++*octs) --length;
-    return length == 0 ? PELNIC_ERR_ASN_OCTS : 0;
+    return length == 0 ? PNV_WHY(Value, PELNIC_ERR_ASN_OCTS) : 0;
 }
 
 PNV_UINT32 pelnic_dec_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
@@ -438,7 +444,8 @@ PNV_UINT32 pelnic_peek_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     const PELNIC_ASN1_ITEM* const becomes = static_cast<const PELNIC_ASN1_ITEM*>(pTempl->pDefaultVal);
     if (retagged && becomes == nullptr) return PELNIC_ERR_ASN_PEEK_OCTS;
     const PNV_BYTE* const encoding = pelnic_buf_get_point(b);
-    if (readHeader(pVrf, b, &element.tag, &element.length) != 0 || element.length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    if (readHeader(pVrf, b, &element.tag, &element.length) != 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    if (element.length == 0) return PNV_WHY(Value, PELNIC_ERR_ASN_PEEK_OCTS);
     PNV_UINT32 headerLength = 0;
     rc = element.measure(&headerLength);
     if (rc != 0) return rc;
@@ -457,7 +464,8 @@ PNV_UINT32 pelnic_link_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     Element element(b, PELNIC_ERR_ASN_PEEK_OCTS); // never kept
     PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    if (readHeader(pVrf, b, &element.tag, &element.length) != 0 || element.length == 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    if (readHeader(pVrf, b, &element.tag, &element.length) != 0) return PELNIC_ERR_ASN_PEEK_OCTS;
+    if (element.length == 0) return PNV_WHY(Value, PELNIC_ERR_ASN_PEEK_OCTS);
     PNV_UINT32 headerLength = 0;
     rc = element.measure(&headerLength);
     if (rc != 0) return rc;
@@ -501,9 +509,9 @@ PNV_UINT32 pelnic_dec_bits(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBF_PRIM, CBT_BITSTRING);
     if (rc != 0) return rc;
     PNV_BYTE unused = 0;
-    if (element.length == 0 || pelnic_buf_get(b, &unused) != 0) return PELNIC_ERR_ASN_BITS;
+    if (element.length == 0 || pelnic_buf_get(b, &unused) != 0) return PNV_WHY(Value, PELNIC_ERR_ASN_BITS);
     const PNV_UINT32 byteLen = element.length - 1;
-    if (unused > 8 || unused > PNV_UINT64{byteLen} * 8) return PELNIC_ERR_ASN_BITS;
+    if (unused > 8 || unused > PNV_UINT64{byteLen} * 8) return PNV_WHY(Value, PELNIC_ERR_ASN_BITS);
     const PNV_BYTE* const octets = pelnic_buf_get_point(b);
     if (skip(b, byteLen) != 0) return PELNIC_ERR_ASN_BITS;
     PNV_BYTE* copy = nullptr;
@@ -536,7 +544,7 @@ PELNIC_ERROR_CODE _pnvDecodeInteger(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_I
     Element element(b, PELNIC_ERR_ASN_INT);
     PELNIC_ERROR_CODE rc = element.open(pVrf, pValue, nDecoded, pTempl, CBF_PRIM, code);
     if (rc != 0) return rc;
-    if (element.length == 0 || element.length > MAX_INT_OCTETS) return PELNIC_ERR_ASN_INT;
+    if (element.length == 0 || element.length > MAX_INT_OCTETS) return PNV_WHY(Value, PELNIC_ERR_ASN_INT);
     const PNV_BYTE* const first = pelnic_buf_get_point(b);
     if (first == nullptr) return PELNIC_ERR_ASN_INT;
     PNV_UINT32 value = (*first & 0x80) != 0 ? 0xFFFFFFFFu : 0; // sign extension, in unsigned arithmetic
@@ -574,7 +582,7 @@ PNV_UINT32 pelnic_dec_bool(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBF_PRIM, CBT_BOOLEAN);
     if (rc != 0) return rc;
     PNV_BYTE octet = 0;
-    if (element.length != 1 || pelnic_buf_get(b, &octet) != 0) return PELNIC_ERR_ASN_BOOL;
+    if (element.length != 1 || pelnic_buf_get(b, &octet) != 0) return PNV_WHY(Value, PELNIC_ERR_ASN_BOOL);
     rc = element.keep(nDecoded);
     if (rc != 0) return rc;
     *static_cast<PELNIC_ASN_BOOL*>(pObj) = octet != 0 ? 1 : 0;
@@ -588,7 +596,9 @@ void pelnic_free_bool(const PELNIC_VRF*, void*, const PELNIC_ASN1_TEMPLATE*) {}
 PELNIC_ERROR_CODE _pnvSeqCheckRemainOptional(const PELNIC_ASN1_ITEM* pItem, PNV_UINT32 index)
 {
     for (PNV_UINT32 i = index; i < pItem->templ_count; ++i) {
-        if ((templatesOf(pItem)[i].flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0) return PELNIC_ERR_ASN_SEQ;
+        if ((templatesOf(pItem)[i].flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0) {
+            return PNV_WHY_ROW(Missing, templatesOf(pItem) + i, PELNIC_ERR_ASN_SEQ);
+        }
     }
     return 0;
 }
@@ -654,8 +664,9 @@ static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, voi
         rc = consumedSince(b, contentStart, PELNIC_ERR_ASN_SEQ, &consumed);
         if (rc != 0) return rc;
         if (bounded && consumed == contentLength) return _pnvSeqCheckRemainOptional(pItem, i);
-        if (bounded && consumed > contentLength) return PELNIC_ERR_ASN_SEQ;
+        if (bounded && consumed > contentLength) return PNV_WHY(Overrun, PELNIC_ERR_ASN_SEQ);
         PNV_UINT32 octets = 0;
+        PNV_DECODING(b, field, field->name_val);
         if ((field->flag & PNV_FLAG_ANY) != 0) {
             rc = pelnic_dec_any(pVrf, b, pObj, &octets, field);
         } else if (isPlain(field) && b->iCursor < b->nBufLen) {
@@ -669,7 +680,7 @@ static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, voi
     rc = consumedSince(b, contentStart, PELNIC_ERR_ASN_SEQ, &consumed);
     if (rc != 0 || consumed == contentLength) return rc;
     // A last field that ends beyond the content would let decoded values lie outside the signed octets.
-    if (consumed > contentLength) return PELNIC_ERR_ASN_SEQ;
+    if (consumed > contentLength) return PNV_WHY(Overrun, PELNIC_ERR_ASN_SEQ);
     // Content left over is not refused: one identifier octet of it is consumed and decoding goes on behind it.
     PELNIC_BER_TAG tag = {};
     return pelnic_dec_tag(pVrf, b, &tag, &consumed) != 0 ? PELNIC_ERR_ASN_SEQ : 0;
@@ -793,11 +804,12 @@ static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, v
         const PNV_UINT32 before = consumed;
         PNV_UINT32 octets = 0;
         if ((pElement->flag & PNV_FLAG_CARVED) != 0) pBlocks->nBlockSize = blockSize(contentLength - consumed);
+        PNV_DECODING(b, pElement, pElement->name_val, pList->num);
         if (decodeElement(pVrf, b, pList, pBlocks, &octets, &owned) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumedSince(b, contentStart, PELNIC_ERR_ASN_SETOF, &consumed) != 0) return PELNIC_ERR_ASN_SETOF;
         if (consumed == before) return PELNIC_ERR_ASN_SETOF; // or it would never end
     }
-    return consumed == contentLength ? 0 : PELNIC_ERR_ASN_SETOF;
+    return consumed == contentLength ? 0 : PNV_WHY(Overrun, PELNIC_ERR_ASN_SETOF);
 }
 
 PNV_UINT32 pelnic_dec_setof(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
@@ -858,7 +870,7 @@ PNV_UINT32 pelnic_dec_choice(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, 
     if (pelnic_peek_tag(pVrf, b, &element.tag) != 0) return PELNIC_ERR_ASN_CHOICE;
     PELNIC_ASN_CHOICE* const pChoice = static_cast<PELNIC_ASN_CHOICE*>(pObj);
     const PNV_UINT32 index = findAlternative(pVrf, pItem, &element.tag);
-    if (index == pItem->templ_count) return PELNIC_ERR_ASN_CHOICE;
+    if (index == pItem->templ_count) return PNV_WHY(Tag, PELNIC_ERR_ASN_CHOICE);
     pChoice->index = index;
 
     // The value lies behind the index, wherever the alternative's row places it.
@@ -956,7 +968,7 @@ PNV_UINT32 pelnic_dec_any(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV
     if (rc != 0) return rc;
     const PELNIC_ASN1_TEMPLATE* const pChosen = _pnvFindTemplateFromAnyMap(pVrf, pObj, pTempl);
     if (pChosen == nullptr) {
-        const PELNIC_ERROR_CODE notFound = PELNIC_ERR_ASN_ANY;
+        const PELNIC_ERROR_CODE notFound = PNV_WHY(Type, PELNIC_ERR_ASN_ANY);
         return PNV_FAIL_MSG(pVrf, notFound, "map template not found.");
     }
     void* pRecord = nullptr;
@@ -1013,6 +1025,7 @@ PELNIC_ERROR_CODE pelnic_asn_decode(const PELNIC_VRF* pVrf, const PNV_BYTE* pbBu
     if (nBufLen > MAX_INPUT || pelnic_buf_init(&b, pbBuf, nBufLen) != 0) return PELNIC_ERR_ASN_DECODE;
     void* pRecord = nullptr;
     PNV_UINT32 consumed = nBufLen; // the content's length, when there is no header to tell it
+    PNV_DECODING(&b, &templ, nullptr);
     if (decodeRecord(pVrf, &b, &consumed, &templ, &pRecord) != 0) return PELNIC_ERR_ASN_DECODE;
     *ppResult = pRecord;
     *nDecoded = consumed;

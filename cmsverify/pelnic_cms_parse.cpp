@@ -3,6 +3,7 @@
 
 #include "pelnic_asn1_decode.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 #include "pelnic_x509_parse.h"
 
 static void freeCertBundle(const PELNIC_VRF* pVrf, PELNIC_X509_CERT_BUNDLE* pCerts)
@@ -34,6 +35,7 @@ PELNIC_ERROR_CODE _pnvDecodeCert(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT_
     PNV_SCOPE_EXIT freeCerts{[&] { freeCertBundle(pVrf, pCerts); }};
     if (pelnic_list_init(pVrf, _pnvAsList(&pCerts->certs), pRawCerts->bundle.num) != 0) return PELNIC_ERR_CMS_DECODE;
     for (PNV_UINT32 i = 0; i < pRawCerts->bundle.num; ++i) {
+        PNV_DECODING(nullptr, nullptr, "certificates", i);
         if (appendDecoded(pVrf, pCerts, pRawCerts->bundle.data[i]) != 0) {
             return PNV_FAIL(pVrf, PELNIC_ERR_CMS_DECODE);
         }

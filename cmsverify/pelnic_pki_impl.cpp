@@ -4,6 +4,7 @@
 #include "pelnic_asn1_utils.h"
 #include "pelnic_faults.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
 #include "pelnic_x509_verify.h"
@@ -216,8 +217,11 @@ const PELNIC_X509_CERT* _pnvFindCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X
     PkiFindings& found = findingsOf(ctx, run, cert);
     for (PNV_UINT32& i = found.nTrustTried; i < pTrust->ca_certs.num; ++i) {
         const PELNIC_X509_CERT* const candidate = pTrust->ca_certs.data[i];
-        if (_pnvCheckCertIssuer(ctx, cert, candidate) == 0) return candidate;
+        if (_pnvCheckCertIssuer(ctx, cert, candidate) != 0) continue;
+        PNV_TELL(Decision::Issuer, 0, cert, nullptr, candidate);
+        return candidate;
     }
+    PNV_TELL(Decision::Issuer, PELNIC_ERR_CERT_NO_ISSUER, cert);
     return nullptr;
 }
 
@@ -331,11 +335,13 @@ PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X5
                                                 const PELNIC_X509_CERT** ppAuthor, PNV_BOOL* verifyDone)
 {
     PELNIC_ERROR_CODE rc = _pnvCheckCertDate(ctx, pSubjCert);
+    PNV_TELL(Decision::Dates, rc, pSubjCert);
     if (rc != 0) return rc;
     PNV_BOOL isSelfSigned = 0;
     rc = testSelfSigned(ctx, pSubjCert, &isSelfSigned);
     if (rc != 0) return rc;
     if (isSelfSigned != 0) {
+        PNV_TELL(Decision::SelfSigned, 0, pSubjCert);
         if (pSubjCert->bFromPackage != 0) return PELNIC_ERR_CERT_NO_ISSUER;
         *verifyDone = 1;
         return 0;
@@ -425,10 +431,12 @@ PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT
     if (reset_depth != 0) ctx->curr_depth = 0;
     if (ctx->curr_depth >= PNV_INT{MAX_NESTED_VERIFICATIONS}) {
         PNV_LOG(ctx, PELNIC_LOG_TYPE_ERROR, 0, "The path of certificate is too deep.");
+        PNV_TELL(Decision::TooDeep, PELNIC_ERR_PATH_TOO_DEEP, cert);
         return PELNIC_ERR_PATH_TOO_DEEP;
     }
     const OperationRun run{ctx};
     const PELNIC_ERROR_CODE rc = verifyOnce(ctx, cert, &findingsOf(ctx, run, cert));
+    PNV_TELL(Decision::Link, rc, cert);
     *result = rc == 0 ? 1 : 0;
     if (rc != 0 && run.isOutermost()) _pnvReportFaults(ctx, __func__);
     return rc;
@@ -445,8 +453,14 @@ PNV_BOOL _pnvCrlGetIssuerScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* pCr
     const bool sameIssuer = pelnic_compare_x509_name(ctx, pCert->toBeSigned->issuer, pCrl->tbs_cert_list->issuer) == 0;
     if (!sameIssuer && isIndirect == 0) return 0;
     const PELNIC_X509_CERT* const issuer = pelnic_pki_find_crl_issuer(ctx, pCrl);
-    if (issuer == nullptr) return 0;
-    if (_pnvFindCertRoot(ctx, issuer) != pCrtRoot) return 0; // the very same certificate, not an equal one
+    if (issuer == nullptr) {
+        PNV_TELL(Decision::CrlUnfit, 0, pCert, pCrl, nullptr, 0, CrlUnfit::NoIssuer);
+        return 0;
+    }
+    if (_pnvFindCertRoot(ctx, issuer) != pCrtRoot) { // the very same certificate, not an equal one
+        PNV_TELL(Decision::CrlUnfit, 0, pCert, pCrl, issuer, 0, CrlUnfit::OtherRoot);
+        return 0;
+    }
     if (sameIssuer) *score |= PNV_CRL_SAME_ISSUER;
     if (isIndirect != 0) *score |= PNV_CRL_INDIRECT;
     return 1;
@@ -475,10 +489,14 @@ PNV_UINT32 _pnvCrlGetScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl, co
     }
     if (isListed(ctx, crl, cert)) score |= PNV_CRL_LISTED;
     PNV_TIME_T nextUpdate = 0;
-    if (pelnic_convert_datetime_to_time(ctx, crl->tbs_cert_list->next_update, &nextUpdate) != 0) return 0;
+    if (pelnic_convert_datetime_to_time(ctx, crl->tbs_cert_list->next_update, &nextUpdate) != 0) {
+        PNV_TELL(Decision::CrlUnfit, 0, cert, crl, nullptr, 0, CrlUnfit::NoEnd);
+        return 0;
+    }
     if (nextUpdate >= ctx->base_time) return score | PNV_CRL_CURRENT;
     PNV_LOG(ctx, PELNIC_LOG_TYPE_WARNING, PELNIC_ERR_CRL_EXPIRED,
             "Found an expired CRL, it most likely cause NO CRL error.");
+    PNV_TELL(Decision::CrlUnfit, PELNIC_ERR_CRL_EXPIRED, cert, crl, nullptr, 0, CrlUnfit::Expired, nextUpdate);
     return (score & PNV_CRL_LISTED) != 0 ? score : 0; // what an expired list revoked stays revoked
 }
 
@@ -504,6 +522,7 @@ PELNIC_ERROR_CODE _pnvGetScoredCrl(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert
         const PELNIC_X509_CRL* const crl = pTrust->crl_store.data[i];
         const PNV_UINT32 score = _pnvCrlGetScore(ctx, crl, cert, root);
         if (score == 0) continue;
+        PNV_TELL(Decision::CrlScored, 0, cert, crl, nullptr, score);
         const PELNIC_ERROR_CODE rc = appendScore(ctx, list, score, crl);
         if (rc != 0) return rc;
     }
@@ -526,6 +545,7 @@ const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_C
         const PELNIC_X509_CERT* const issuer = pelnic_pki_find_crl_issuer(ctx, crl);
         if (issuer == nullptr) continue;
         PNV_BOOL verified = 0;
+        PNV_TELL(Decision::CrlIssuer, 0, nullptr, crl, issuer);
         if (pelnic_pki_verify_cert(ctx, issuer, 0, &verified) == 0 && verified != 0) return crl;
     }
     return nullptr;
@@ -592,13 +612,16 @@ static PELNIC_ERROR_CODE checkCrlOf(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCe
 {
     if (ctx->vrf_params.no_check_crl != 0) return 0;
     const PELNIC_X509_CRL* const crl = _pnvFindBestCrlOfCert(ctx, pCert);
+    PNV_TELL(Decision::CrlChosen, crl == nullptr ? ctx->last_err : 0, pCert, crl);
     if (crl == nullptr) return ctx->last_err != 0 ? ctx->last_err : PELNIC_ERR_CRL_NOT_FOUND;
     PELNIC_ERROR_CODE rc = 0;
     const PELNIC_X509_REVOKED* const revoked = crl->tbs_cert_list->revoked_certs;
     for (PNV_UINT32 i = 0; revoked != nullptr && i < revoked->revoked_list.num && rc == 0; ++i) {
         const PELNIC_X509_REVOKED_ENTRY* const entry = revoked->revoked_list.data[i];
         if (entry != nullptr) rc = _pnvIsCertRevoked(ctx, pCert, entry);
+        if (rc != 0) PNV_TELL(Decision::Revocation, rc, pCert, crl, nullptr, i);
     }
+    if (rc == 0) PNV_TELL(Decision::Revocation, 0, pCert, crl);
     if (rc == 0 || rc == PELNIC_ERR_CERT_REVOKED) *ppCrl = crl;
     return rc;
 }

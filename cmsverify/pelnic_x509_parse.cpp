@@ -4,6 +4,7 @@
 #include "pelnic_asn1_decode.h"
 #include "pelnic_asn1_utils.h"
 #include "pelnic_plt_proxy.h"
+#include "pelnic_witness.h"
 
 constexpr PNV_BYTE CONTENT_ONLY = PNV_TAG_CONTENT_ONLY;
 
@@ -57,7 +58,7 @@ PELNIC_ERROR_CODE pelnic_x509_decode_cert_by_asnocts(const PELNIC_VRF* pVrf, con
     }
     const PELNIC_ASN1_ITEM& item = PELNIC_X509_CERT_item;
     const PELNIC_BER_TAG expected = pelnic_make_tag(item.ber_class, item.ber_form, item.ber_code);
-    if (pelnic_compare_tag(pVrf, &expected, &pAsnOcts->tag) != 0) return PELNIC_ERR_CERT_INVALID;
+    if (pelnic_compare_tag(pVrf, &expected, &pAsnOcts->tag) != 0) return PNV_WHY(Tag, PELNIC_ERR_CERT_INVALID);
     PNV_UINT32 consumed = 0;
     const PELNIC_ERROR_CODE rc =
         _pnvDecode<PELNIC_X509_CERT_item>(pVrf, pAsnOcts->octs, pAsnOcts->len, CONTENT_ONLY, ppCert, &consumed);
