@@ -53,8 +53,8 @@ install(FILES "${PROJECT_BINARY_DIR}/cmsverify.pc" DESTINATION "${CMAKE_INSTALL_
 foreach(PROGRAM IN ITEMS pkgcheck pkgtool)
     if(TARGET ${PROGRAM})
         install(TARGETS ${PROGRAM} COMPONENT ${PROGRAM})
-        install(FILES man/${PROGRAM}.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT ${PROGRAM})
-        install(FILES completions/${PROGRAM} DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+        install(FILES packaging/man/${PROGRAM}.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT ${PROGRAM})
+        install(FILES packaging/completions/${PROGRAM} DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
             COMPONENT ${PROGRAM})
     endif()
 endforeach()
@@ -64,4 +64,4 @@ set(CMSVERIFY_EXAMPLES_DIR "${CMAKE_INSTALL_DATADIR}/doc/cmsverify/examples")
 install(DIRECTORY examples/ DESTINATION "${CMSVERIFY_EXAMPLES_DIR}" COMPONENT development)
 install(FILES tests/data/rsa_vectors.inc tests/data/sha2_vectors.inc
     DESTINATION "${CMSVERIFY_EXAMPLES_DIR}/conformance" COMPONENT development)
-install(FILES man/cmsverify.3 DESTINATION "${CMAKE_INSTALL_MANDIR}/man3" COMPONENT development)
+install(FILES packaging/man/cmsverify.3 DESTINATION "${CMAKE_INSTALL_MANDIR}/man3" COMPONENT development)

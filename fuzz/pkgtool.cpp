@@ -4,7 +4,7 @@
 
 #include "pkgcheck.h"
 #include "pkgtool/check.h"
-#include "pkgtool/commands.h"
+#include "pkgtool/commands/commands.h"
 #include "pkgtool/error.h"
 #include "pkgtool/timestamp.h"
 #include "pkgtool/verdict.h"

@@ -1,5 +1,5 @@
 #include "command_line.h"
-#include "commands.h"
+#include "commands/commands.h"
 #include "error.h"
 #include "openssl.h"
 #include "pelnic_cms_verify.h"

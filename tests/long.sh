@@ -27,14 +27,14 @@ run debug cmake --preset debug
 run debug tests/analyze.sh tidy_pkgtool "$PWD/build/debug"
 run debug cmake --build --preset debug --target cmsverify_tests
 run judges env CMSVERIFY_LONG=1 build/debug/tests/cmsverify_tests --gtest_filter='Judges.*'
-run valgrind valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/valgrind.supp \
+run valgrind valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/sweeps/valgrind.supp \
     build/clang/tests/cmsverify_tests --gtest_brief=1
 run fuzz fuzz/run.sh "${1:-60}"
-run planted tests/mutation/planted.py build/planted
-run mutants tests/mutation/mutate.py build/mutation --sample "${MUTANTS:-0}"
+run planted tests/sweeps/mutation/planted.py build/planted
+run mutants tests/sweeps/mutation/mutate.py build/mutation --sample "${MUTANTS:-0}"
 run bench cmake --preset bench
 run bench cmake --build --preset bench --target cmsverify_bench
 run bench build/bench/bench/cmsverify_bench
-run figures tests/figures.py "$logs/clang" "$logs/judges" "$logs/fuzz" "$logs/mutants"
+run figures tests/sweeps/figures.py "$logs/clang" "$logs/judges" "$logs/fuzz" "$logs/mutants"
 printf '%s failures\n' "$failures"
 exit "$failures"

@@ -6,7 +6,7 @@ tool/ and pkgtool/, builds the tests once, and runs them once for each mutant: t
 quick ones, then all but the slowest. Prints the mutants that no test notices, with their lines. Goes on where an
 interrupted run over the same sources stopped.
 
-    tests/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
+    tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
 
 Kinds: comparison (negated, or its bound moved), code (a result code becomes 0 or another one, success a failure),
 statement (dropped), guard (dropped with what it guards), flag (negated), length (one more or less), swap (two arguments
@@ -25,7 +25,7 @@ import subprocess
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
-PROJECT = HERE.parent.parent
+PROJECT = HERE.parent.parent.parent
 DIRECTORIES = ("cmsverify", "tool", "pkgtool")
 KINDS = ("comparison", "code", "statement", "guard", "flag", "length", "swap")
 SITES = {"==": "PNV_EQUAL", "!=": "PNV_UNEQUAL", "<": "PNV_LESS", ">": "PNV_MORE",
@@ -162,9 +162,10 @@ def prepare(scratch, modules, kinds, jobs):
     tree = scratch / "tree"
     shutil.rmtree(tree, ignore_errors=True)
     shutil.copytree(PROJECT, tree, ignore=shutil.ignore_patterns("build", ".git", "corpus"))
-    paths = [path for directory in DIRECTORIES for path in sorted((tree / directory).glob("*.cpp"))]
+    paths = [path for directory in DIRECTORIES for path in sorted((tree / directory).rglob("*.cpp"))]
     sources = [Source(path, str(path.relative_to(tree))) for path in paths if not modules or path.stem in modules]
     commands = configure(tree, scratch / "build")
+    sources = [source for source in sources if str(source.path) in commands]  # the others belong to other builds
     while True:
         mutants = Mutants(kinds)
         for source in sources:
@@ -189,8 +190,8 @@ def own_tests(where):
              "rules_strict": "pkgcheck_strict", "rules_ordinary": "pkgcheck_signed"}
     name = names.get(stem, stem + "*")
     if where.startswith("pkgtool/"):
-        name = f"pkgtool_{stem}" if list((PROJECT / "tests").glob(f"pkgtool_{stem}_test.cpp")) else "pkgtool*"
-    suites = {suite for path in (PROJECT / "tests").glob(name + "_test.cpp")
+        name = f"pkgtool_{stem}" if list((PROJECT / "tests/programs").glob(f"pkgtool_{stem}_test.cpp")) else "pkgtool*"
+    suites = {suite for path in (PROJECT / "tests").rglob(name + "_test.cpp")
               for suite in re.findall(r"^TEST(?:_F|_P)?\((\w+),", path.read_text(), re.M)}
     return ":".join(f"{suite}.*:*/{suite}.*" for suite in sorted(suites))
 

@@ -4,8 +4,8 @@
 set -eu
 : "${CMAKE:=cmake}"
 export LC_ALL=C
-tests=$(cd "$(dirname "$0")" && pwd)
-source=$(dirname "$tests")
+here=$(cd "$(dirname "$0")" && pwd)
+source=$(dirname "$(dirname "$here")")
 dir=$2
 mkdir -p "$dir"
 
@@ -96,7 +96,7 @@ find_package_serves()
     find_package_consumer "$1"
     "$CMAKE" --build "$dir/consumer/build"
     says_no_crl "$dir/consumer/build/consumer"
-    "$tests/check_binary.sh" libraries "$2" "$dir/consumer/build/consumer"
+    "$here/check_binary.sh" libraries "$2" "$dir/consumer/build/consumer"
 }
 
 # pkg_config_consumer OPTION...
@@ -120,11 +120,11 @@ install()
 shared_library()
 {
     build "$source" -DBUILD_SHARED_LIBS=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,-z,defs -DCMAKE_INSTALL_LIBDIR=lib
-    "$tests/check_binary.sh" exports "$tests/exported_symbols.txt" "$dir/build/libcmsverify.so"
-    "$tests/check_binary.sh" libraries "libc libcmsverify libcrypto libsafec" "$dir/build/pkgcheck"
+    "$here/check_binary.sh" exports "$here/exported_symbols.txt" "$dir/build/libcmsverify.so"
+    "$here/check_binary.sh" libraries "libc libcmsverify libcrypto libsafec" "$dir/build/pkgcheck"
 
     install
-    "$tests/check_binary.sh" soname libcmsverify.so.1 "$dir/prefix/lib/libcmsverify.so.1.0.0"
+    "$here/check_binary.sh" soname libcmsverify.so.1 "$dir/prefix/lib/libcmsverify.so.1.0.0"
     # In there, since the checker takes short paths only.
     (cd "$dir/prefix" && LD_LIBRARY_PATH=lib bin/pkgcheck bin/pkgcheck) | grep -q '^Error: Check cms fail'
     find_package_serves shared "libc libcmsverify libcrypto libsafec"
@@ -169,7 +169,7 @@ static_library()
     build "$source" -DCMAKE_INSTALL_LIBDIR=lib
     install
     pkg_config_consumer
-    "$tests/check_binary.sh" libraries "libc libcrypto libsafec" "$dir/pkg_config_consumer"
+    "$here/check_binary.sh" libraries "libc libcrypto libsafec" "$dir/pkg_config_consumer"
     find_package_serves static "libc libcrypto libsafec"
     if find_package_consumer shared >"$dir/log" 2>&1; then fail "there is no shared library, and it was found"; fi
     grep -qF "There is no library of the kind 'shared'." "$dir/log"
@@ -180,8 +180,8 @@ no_default_callbacks()
 {
     build "$source" -DCMSVERIFY_DEFAULT_CALLBACKS=OFF -DBUILD_SHARED_LIBS=ON -DCMAKE_SHARED_LINKER_FLAGS=-Wl,-z,defs \
         -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON -DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON
-    grep -vx pelnic_set_callback_funcs "$tests/exported_symbols.txt" >"$dir/exports"
-    "$tests/check_binary.sh" exports "$dir/exports" "$dir/build/libcmsverify.so"
+    grep -vx pelnic_set_callback_funcs "$here/exported_symbols.txt" >"$dir/exports"
+    "$here/check_binary.sh" exports "$dir/exports" "$dir/build/libcmsverify.so"
     [ ! -e "$dir/build/pkgcheck" ] || fail "a checker was built"
 }
 
@@ -348,10 +348,10 @@ counts()
 mbedtls()
 {
     "$CMAKE" -S "$source" -B "$dir/mbedtls" -DCMAKE_BUILD_TYPE=Release -DCMSVERIFY_CRYPTO=mbedtls \
-        "-DPKGCHECK_ROOT_CERT=$tests/data/test_root.der"
+        "-DPKGCHECK_ROOT_CERT=$source/tests/data/test_root.der"
     "$CMAKE" --build "$dir/mbedtls" --target pkgcheck
-    "$tests/check_binary.sh" libraries "libc libmbedcrypto libsafec" "$dir/mbedtls/pkgcheck"
-    "$tests/check_binary.sh" core_calls_nothing_else "$dir/mbedtls/libcmsverify.a"
+    "$here/check_binary.sh" libraries "libc libmbedcrypto libsafec" "$dir/mbedtls/pkgcheck"
+    "$here/check_binary.sh" core_calls_nothing_else "$dir/mbedtls/libcmsverify.a"
     cp "$dir/package" "$dir/altered"
     printf X | dd of="$dir/altered" bs=1 seek=352 conv=notrunc 2>/dev/null # the first octet of the payload
     cd "$dir"

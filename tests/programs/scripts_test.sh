@@ -1,7 +1,7 @@
 #!/bin/sh
 # demo.sh looks at its argument before anything else, and what is missing is said in one line before apt is asked.
 set -eu
-source=$(cd "$(dirname "$0")/.." && pwd)
+source=$(cd "$(dirname "$0")/../.." && pwd)
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 cd "$dir"

@@ -568,7 +568,7 @@ TEST_F(FaultGate, SweepsEveryOperation)
     swept.merge(OperationsOf(files.Way(), kAccepted));
     swept.merge(OperationsOf(bundles.Way(), SCPS_NEW));
 
-    std::ifstream symbols(DataPath("../exported_symbols.txt"));
+    std::ifstream symbols(DataPath("../programs/exported_symbols.txt"));
     std::size_t exported = 0;
     for (std::string symbol; std::getline(symbols, symbol); ++exported) EXPECT_EQ(swept.count(symbol), 1u) << symbol;
     EXPECT_EQ(exported, swept.size());

@@ -2,8 +2,8 @@
 # help_test.sh PKGTOOL
 # pkgtool(1) has every command and option that --help has, and no others; pkgtool and the packages have one version.
 set -eu
-source=$(cd "$(dirname "$0")/.." && pwd)
-page=$source/man/pkgtool.1
+source=$(cd "$(dirname "$0")/../.." && pwd)
+page=$source/packaging/man/pkgtool.1
 status=0
 
 # helpOf COMMAND...: its commands, each with a dot before it, and its options.

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""tests/where_codes.py [--write]
+"""tests/programs/where_codes.py [--write]
 Holds docs/inside.md against the sources: the table of the functions that decide each code, which --write makes anew,
 and every code, file and function that the text names."""
 import pathlib
 import re
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 PAGE = ROOT / "docs/inside.md"
-BEGIN = "<!-- made by tests/where_codes.py --write -->\n"
+BEGIN = "<!-- made by tests/programs/where_codes.py --write -->\n"
 END = "<!-- end -->\n"
 MANY = 15
 SOURCES = sorted(ROOT.glob("cmsverify/*.cpp"))
@@ -68,7 +68,7 @@ def main():
         return 0
     failures = [f"docs/inside.md names {name}, which is nowhere" for name in unknown_names(text)]
     if text != wanted:
-        failures.append("docs/inside.md: the table of codes is old; run tests/where_codes.py --write")
+        failures.append("docs/inside.md: the table of codes is old; run tests/programs/where_codes.py --write")
     print("\n".join(failures) or "docs/inside.md agrees with the sources")
     return 1 if failures else 0
 

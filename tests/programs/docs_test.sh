@@ -3,7 +3,7 @@
 # Runs the commands of a document: all its blocks marked sh, in their order and in one shell, at the top of a copy of
 # the sources in DIR. Blocks with another mark are only shown.
 set -eu
-source=$(cd "$(dirname "$0")/.." && pwd)
+source=$(cd "$(dirname "$0")/../.." && pwd)
 document=$(realpath "$1")
 mkdir -p "$2"
 dir=$(realpath "$2")

@@ -2,10 +2,10 @@
 # completion_test.sh PKGTOOL
 # Sources the bash completions and presses the tabulator.
 set -u
-source=$(cd "$(dirname "$0")/.." && pwd)
+source=$(cd "$(dirname "$0")/../.." && pwd)
 PATH=$(realpath "$(dirname "$1")"):$PATH
-. "$source/completions/pkgcheck"
-. "$source/completions/pkgtool"
+. "$source/packaging/completions/pkgcheck"
+. "$source/packaging/completions/pkgtool"
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 cd "$dir" || exit 1

@@ -4,7 +4,7 @@
 Copies the project to a scratch directory, plants the mistakes below, builds the tests once, and runs the model's test
 once for each: it must fail, and pass without any. Ends with 1 when a mistake passes, or has no place any more.
 
-    tests/mutation/planted.py SCRATCH
+    tests/sweeps/mutation/planted.py SCRATCH
 """
 import os
 import pathlib
@@ -13,7 +13,7 @@ import subprocess
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
-PROJECT = HERE.parent.parent
+PROJECT = HERE.parent.parent.parent
 MODULE = "cmsverify/pelnic_pki_impl.cpp"
 PKIS = "3000"
 

@@ -4,14 +4,14 @@
 Reads the logs of the long forms, prints a table of what they tried beside what SECURITY.md states, and ends with status
 1 when a figure is missing, larger than what was run, or older than the code it is about.
 
-    tests/figures.py LOG...
+    tests/sweeps/figures.py LOG...
 """
 import pathlib
 import re
 import subprocess
 import sys
 
-PROJECT = pathlib.Path(__file__).resolve().parent.parent
+PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
 SOURCES = ("cmsverify", "tool", "pkgtool")
 NUMBER = r"([\d,.]+(?: million)?)"
 # What it is, how SECURITY.md states it, and how the logs tell it; the numbers of all their lines are added up.
