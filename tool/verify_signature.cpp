@@ -15,7 +15,8 @@ static PELNIC_ERROR_CODE verifyWith(PELNIC_VRF_CTX ctx, const PELNIC_VERIFY_SIGN
     return rc;
 }
 
-PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log)
+PELNIC_ERROR_CODE Pelnic_Verify_Signature_Over(func_pelnic_give_table giveTable,
+                                               const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log)
 {
     if (pstSig == nullptr) return PELNIC_ERR_FAILED;
     const PELNIC_VERIFY_SIGNATURE_S sig = *pstSig;
@@ -24,7 +25,7 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S
     }
     PELNIC_CTX_CREATE_PARAMS params = {};
     params.st_size = sizeof params;
-    PELNIC_ERROR_CODE rc = pelnic_set_callback_funcs(&params.callback_funcs);
+    PELNIC_ERROR_CODE rc = giveTable(&params.callback_funcs);
     if (rc != 0) return rc;
     if (log != nullptr) params.callback_funcs.plt_funcs.log_funcs.log_func = log;
     pkgcheck_limit_work(&params.callback_funcs);
@@ -36,6 +37,11 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S
     (void)pelnic_vrf_ctx_free(ctx); // a context made here can be freed
     if (rc != 0) return rc;
     return VerifyRet == 1 && pkgcheck_work_refusal() == nullptr ? 0 : PELNIC_ERR_FAILED;
+}
+
+PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log)
+{
+    return Pelnic_Verify_Signature_Over(pelnic_set_callback_funcs, pstSig, log);
 }
 
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig)

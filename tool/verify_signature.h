@@ -22,4 +22,10 @@ PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATUR
 // The same with what the library logs on the way; a null log leaves the default one, which writes nowhere.
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log);
 
+// Fills in a callback table, or returns the code with which the verification then ends.
+typedef PELNIC_ERROR_CODE (*func_pelnic_give_table)(PELNIC_CALLBACK_FUNCS* funcs);
+// The same over another table than the default one.
+PELNIC_ERROR_CODE Pelnic_Verify_Signature_Over(func_pelnic_give_table giveTable,
+                                               const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log);
+
 #endif

@@ -1,3 +1,4 @@
+// The one call behind a verdict: its arguments, its callback table, and what the log of its caller gets.
 #include "verify_signature.h"
 
 #include "support/signature_cases.h"
@@ -35,6 +36,18 @@ TEST(VerifySignature, RefusesANullRecordOrPointer)
         sig.*pointer = nullptr;
         EXPECT_EQ(Pelnic_Verify_Signature_Integrity(&sig), PELNIC_ERR_FAILED);
     }
+}
+
+// The table's own code, whatever it is, and nothing is verified.
+TEST(VerifySignature, ReturnsTheCodeOfACallbackTableThatFails)
+{
+    const Case good = cases::Good();
+    const PELNIC_VERIFY_SIGNATURE_S sig = RecordOf(good);
+    const auto failing = [](PELNIC_CALLBACK_FUNCS*) -> PELNIC_ERROR_CODE { return 0x1234; };
+    g_logged.clear();
+    EXPECT_EQ(Pelnic_Verify_Signature_Over(failing, &sig, Note), 0x1234u);
+    EXPECT_TRUE(g_logged.empty());
+    EXPECT_EQ(Pelnic_Verify_Signature_Over(failing, nullptr, Note), PELNIC_ERR_FAILED);
 }
 
 TEST(VerifySignature, TellsTheLogOfTheCallerWhyItRefuses)

@@ -21,25 +21,6 @@
 #include <algorithm>
 #include <fstream>
 
-// The checker's own source, with its callbacks from the running plan.
-namespace pnvtest::checker {
-
-PELNIC_CALLBACK_FUNCS g_table;
-
-PNV_UINT32 GiveTable(PELNIC_CALLBACK_FUNCS* funcs)
-{
-    *funcs = g_table;
-    return 0;
-}
-
-#define pelnic_set_callback_funcs GiveTable
-#define Pelnic_Verify_Signature_Logged VerifyLogged // not the linked one, which arguments would find as well
-#include "tool/verify_signature.cpp"
-#undef Pelnic_Verify_Signature_Logged
-#undef pelnic_set_callback_funcs
-
-} // namespace pnvtest::checker
-
 namespace pnvtest {
 namespace {
 
@@ -244,15 +225,23 @@ Route ByDecodedCrls(const Case& input)
         Accepted);
 }
 
-// The same through the checker's source, which is a single operation here.
+PELNIC_CALLBACK_FUNCS g_table; // of the running plan
+
+PELNIC_ERROR_CODE GiveTable(PELNIC_CALLBACK_FUNCS* funcs)
+{
+    *funcs = g_table;
+    return 0;
+}
+
+// The same by the checker's sequence, which is a single operation here.
 Answer VerifyByChecker(Caller& call, const Case& input)
 {
-    checker::g_table = call.Plan().Table();
+    g_table = call.Plan().Table();
     const Anchors& anchors = input.anchors;
     const PELNIC_VERIFY_SIGNATURE_S sig{anchors.root.data(),  Len(anchors.root),      anchors.crls.data(),
                                         Len(anchors.crls),    input.signature.data(), Len(input.signature),
                                         input.content.data(), Len(input.content)};
-    return Accepted({CALL(call, checker::Pelnic_Verify_Signature_Integrity, &sig), 1});
+    return Accepted({CALL(call, Pelnic_Verify_Signature_Over, GiveTable, &sig, nullptr), 1});
 }
 
 // The elements of a DER stream as PEM blocks.
