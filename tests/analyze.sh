@@ -18,6 +18,8 @@ format()
 {
     sources '*.[ch]*' bench cmsverify examples fuzz pkgtool tests tool 2>/dev/null | grep -E '\.(c|cpp|h)$' |
         xargs -P "$cores" -n 20 clang-format --dry-run -Werror
+    awk 'FNR == 1 && !/^\/\// { print FILENAME ": does not open with what it proves"; found = 1 } END { exit found }' \
+        tests/*/*_test.cpp
 }
 
 # What this build tree does not compile, another crypto library's callbacks for instance, has no commands.

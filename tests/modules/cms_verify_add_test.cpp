@@ -1,3 +1,5 @@
+// Certificates and CRLs added to a context: from memory and from files, DER streams and PEM, and what is refused,
+// logged and remembered on the way.
 #include "cmsverify/cms_verify.h"
 
 #include "cmsverify/pelnic_callback_fun.h"

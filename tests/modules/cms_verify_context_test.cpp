@@ -1,3 +1,4 @@
+// The verify context: which parameters make one, what it begins with, and how it is freed.
 #include "cmsverify/cms_verify.h"
 
 #include "cmsverify/pelnic_plt_proxy.h"

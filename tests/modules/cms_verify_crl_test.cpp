@@ -1,3 +1,4 @@
+// CRL bundles: decoded into summaries, compared, asked for what they revoke, and handed out again.
 #include "cmsverify/cms_verify.h"
 #include "cmsverify/pelnic_pki_impl.h"
 

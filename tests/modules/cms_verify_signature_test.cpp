@@ -1,3 +1,5 @@
+// Detached signatures from begin to final, and the quick call: which signature, which content, which signer, and what a
+// context answers out of turn.
 #include "cmsverify/cms_verify.h"
 
 #include "cmsverify/pelnic_plt_proxy.h"

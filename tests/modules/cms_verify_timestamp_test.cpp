@@ -1,3 +1,5 @@
+// The timestamp that every signer must carry: where it is found, who may have issued it, and that its time is the time
+// at which everything is judged.
 #include "cmsverify/cms_verify.h"
 
 #include "support/signature.h"

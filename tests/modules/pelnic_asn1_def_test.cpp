@@ -1,3 +1,4 @@
+// The table of object identifiers and the signature algorithms among them.
 #include "cmsverify/pelnic_asn1_def.h"
 
 #include "cmsverify/pelnic_asn1_utils.h"

@@ -1,3 +1,4 @@
+// The rows of which the decoding tables are made, and the items of primitive kinds.
 #include "cmsverify/pelnic_asn1_templ.h"
 
 #include "cmsverify/pelnic_asn1_decode.h"

@@ -1,3 +1,4 @@
+// Comparisons of decoded values, and times: text into calendar fields and back.
 #include "cmsverify/pelnic_asn1_utils.h"
 
 #include "support/vrf.h"

@@ -1,3 +1,4 @@
+// Base64 inside a PEM block: RFC 4648, and what this decoder takes beyond it.
 #include "cmsverify/pelnic_base64.h"
 
 #include "support/process.h"

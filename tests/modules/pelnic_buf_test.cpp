@@ -1,3 +1,4 @@
+// The cursor over the input, and the data block that holds short values in itself and long ones on the heap.
 #include "cmsverify/pelnic_buf.h"
 
 #include "support/exact_heap.h"

@@ -1,3 +1,4 @@
+// The default callback table: memory, strings, files, log lines, and libcrypto held against published test vectors.
 #include "cmsverify/pelnic_callback_fun.h"
 
 #include "support/exact_heap.h"

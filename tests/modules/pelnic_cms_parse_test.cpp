@@ -1,3 +1,4 @@
+// SignedData and TSTInfo out of their wrappings, and what is released when one of them does not decode.
 #include "cmsverify/pelnic_cms_parse.h"
 
 #include "support/exact_heap.h"

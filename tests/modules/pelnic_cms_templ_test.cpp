@@ -1,3 +1,4 @@
+// The tables of CMS and of timestamps, held against the ASN.1 of RFC 5652 and RFC 3161.
 #include "cmsverify/pelnic_cms_templ.h"
 
 #include "support/asn1_table.h"

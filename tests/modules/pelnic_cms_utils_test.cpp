@@ -1,3 +1,4 @@
+// Attributes looked up in a set, and what is copied out of them.
 #include "cmsverify/pelnic_cms_utils.h"
 
 #include "support/signature.h"

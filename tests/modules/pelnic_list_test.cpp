@@ -1,3 +1,4 @@
+// The list: how it grows, what its cursor does, and that a failed growth loses nothing.
 #include "cmsverify/pelnic_list.h"
 
 #include "support/vrf.h"

@@ -1,3 +1,4 @@
+// The signature of one signer over a digest or its attributes.
 #include "cmsverify/pelnic_pkcs7_verify.h"
 
 #include "support/signature.h"

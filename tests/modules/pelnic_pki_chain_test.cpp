@@ -1,3 +1,4 @@
+// Chains: who issued a certificate, up to which root, and what every certificate on the way must be.
 #include "cmsverify/pelnic_pki_impl.h"
 
 #include "support/stores.h"

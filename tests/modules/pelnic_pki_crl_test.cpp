@@ -1,3 +1,4 @@
+// Revocation: CRLs scored, chosen, and asked about a certificate and the chain above it.
 #include "cmsverify/pelnic_pki_impl.h"
 
 #include "cmsverify/pelnic_plt_proxy.h"

@@ -1,3 +1,4 @@
+// The index by which a store finds duplicates: it agrees with the comparisons and stays balanced.
 #include "cmsverify/pelnic_pki_index.h"
 
 #include "cmsverify/pelnic_asn1_utils.h"

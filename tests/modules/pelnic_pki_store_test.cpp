@@ -1,3 +1,4 @@
+// The stores of certificates and CRLs: what goes in, where, how often, and who owns it.
 #include "cmsverify/pelnic_pki_impl.h"
 
 #include "support/stores.h"

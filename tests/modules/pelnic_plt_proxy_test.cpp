@@ -1,3 +1,4 @@
+// The calls into the callback table: what is forwarded, what is checked before, and what a log record says.
 #include "cmsverify/pelnic_plt_proxy.h"
 
 #include "support/temp_dir.h"

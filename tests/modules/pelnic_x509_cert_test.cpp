@@ -1,3 +1,4 @@
+// Questions to a certificate: is it self-signed, what may its key be used for.
 #include "cmsverify/pelnic_x509_cert.h"
 
 #include "support/pki.h"

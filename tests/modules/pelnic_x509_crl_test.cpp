@@ -1,3 +1,4 @@
+// Questions to a CRL: is it indirect, why was an entry revoked.
 #include "cmsverify/pelnic_x509_crl.h"
 
 #include "support/pki.h"

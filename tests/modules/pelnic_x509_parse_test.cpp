@@ -1,3 +1,4 @@
+// Certificates, CRLs, public keys and extensions decoded, each with all its prefixes and faults.
 #include "cmsverify/pelnic_x509_parse.h"
 
 #include "support/exact_heap.h"

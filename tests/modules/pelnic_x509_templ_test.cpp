@@ -1,3 +1,4 @@
+// The tables of X.509, held against the ASN.1 of RFC 5280.
 #include "support/asn1_table.h"
 #include "support/pki.h"
 #include "support/vrf.h"

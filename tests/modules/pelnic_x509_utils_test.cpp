@@ -1,3 +1,4 @@
+// Names, keys and extensions: compared, found, made readable, and used to check a signature.
 #include "cmsverify/pelnic_x509_utils.h"
 
 #include "cmsverify/pelnic_plt_proxy.h"

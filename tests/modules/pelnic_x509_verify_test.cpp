@@ -1,3 +1,4 @@
+// The signature of a CRL, by the key of its issuer.
 #include "cmsverify/pelnic_x509_verify.h"
 
 #include "support/pki.h"

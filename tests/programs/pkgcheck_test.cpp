@@ -1,3 +1,4 @@
+// The checker as a process, on files that nobody signed: command line, header, ranges, messages and exit statuses.
 #include "pkgcheck.h"
 
 #include "support/cms.h"
