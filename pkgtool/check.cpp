@@ -130,15 +130,6 @@ void requireTimestamp(const Bytes& token, const Bytes& signature, STACK_OF(X509)
 
 // ---- Signatures ----
 
-// Null when there is none.
-const ASN1_STRING* timestampOf(const CMS_SignerInfo* signer)
-{
-    const int index = CMS_unsigned_get_attr_by_NID(signer, NID_id_smime_aa_timeStampToken, -1);
-    if (index < 0) return nullptr;
-    const ASN1_TYPE* const value = X509_ATTRIBUTE_get0_type(CMS_unsigned_get_attr(signer, index), 0);
-    return value != nullptr && value->type == V_ASN1_SEQUENCE ? value->value.sequence : nullptr;
-}
-
 void requireAlgorithms(CMS_SignerInfo* signer)
 {
     X509_ALGOR* digest = nullptr;
@@ -158,7 +149,9 @@ void requireAlgorithms(CMS_SignerInfo* signer)
     }
 }
 
-void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs)
+enum class Timestamps { Needed, Missing };
+
+void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs, Timestamps timestamps)
 {
     ASN1_OCTET_STRING* keyId = nullptr;
     CMS_SignerInfo_get0_signer_id(signer, &keyId, nullptr, nullptr);
@@ -172,15 +165,17 @@ void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs)
     requireSigner(cert);
     requireAlgorithms(signer);
     const ASN1_STRING* const token = timestampOf(signer);
+    if (token == nullptr && timestamps == Timestamps::Missing) return;
     if (token == nullptr) {
         throw Refusal("the signature of " + nameOf(cert) + " has no timestamp, and the checker wants one",
-                      "sign with pkgtool, which attaches it");
+                      "pkgtool stamp adds it");
     }
     requireTimestamp(bytesOf(token), bytesOf(CMS_SignerInfo_get0_signature(signer)), certs);
 }
 
-Cms readSigners(const Bytes& signature, const std::string& origin)
+Cms readSigners(const Bytes& signature, const std::string& origin, Timestamps timestamps = Timestamps::Needed)
 {
+    requireNothingBeforePem(signature, origin, "cms -cmsout -inform PEM -outform PEM");
     const Bytes der = isPem(signature) ? withoutArmour(signature, origin) : signature;
     requireDefiniteLengths(der, origin);
     Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, der);
@@ -193,7 +188,7 @@ Cms readSigners(const Bytes& signature, const std::string& origin)
     const CertStack certs(CMS_get1_certs(cms.get()));
     CMS_set1_signers_certs(cms.get(), nullptr, 0);
     for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
-        requireSignerInfo(sk_CMS_SignerInfo_value(signers, i), certs.get());
+        requireSignerInfo(sk_CMS_SignerInfo_value(signers, i), certs.get(), timestamps);
     }
     return cms;
 }
@@ -242,6 +237,14 @@ void requirePemCrls(const Bytes& crls, const std::string& origin)
 
 } // namespace
 
+const ASN1_STRING* timestampOf(const CMS_SignerInfo* signer)
+{
+    const int index = CMS_unsigned_get_attr_by_NID(signer, NID_id_smime_aa_timeStampToken, -1);
+    if (index < 0) return nullptr;
+    const ASN1_TYPE* const value = X509_ATTRIBUTE_get0_type(CMS_unsigned_get_attr(signer, index), 0);
+    return value != nullptr && value->type == V_ASN1_SEQUENCE ? value->value.sequence : nullptr;
+}
+
 void requireSigner(X509* cert)
 {
     requireEndEntity(cert, XKU_CODE_SIGN, "codeSigning");
@@ -255,6 +258,19 @@ void requireTimestampAuthority(X509* cert)
 void requireSigners(const Bytes& signature, const std::string& origin)
 {
     (void)readSigners(signature, origin);
+}
+
+void requireStampable(const Bytes& signature, const std::string& origin)
+{
+    const Cms cms = readSigners(signature, origin, Timestamps::Missing);
+    STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
+    for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
+        CMS_SignerInfo* const signer = sk_CMS_SignerInfo_value(signers, i);
+        if (CMS_signed_get_attr_count(signer) >= 0 && CMS_SignerInfo_verify(signer) != 1) {
+            throw Refusal(origin + " is damaged: what a signer signed is not what its attributes say",
+                          "sign again, and carry the signature as bytes, not as text");
+        }
+    }
 }
 
 void requireSignature(const Bytes& signature, ByteView payload, const std::string& origin)

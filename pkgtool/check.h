@@ -13,8 +13,12 @@ void requireSigner(X509* cert);
 void requireTimestampAuthority(X509* cert);
 // A signature, DER or PEM, and the timestamp of every signer, whatever was signed.
 void requireSigners(const Bytes& signature, const std::string& origin);
+// The same of a signature whose signers may lack a timestamp. Besides, signed attributes have to be what was signed.
+void requireStampable(const Bytes& signature, const std::string& origin);
 // A detached signature over the payload, DER or PEM, and the timestamp of every signer.
 void requireSignature(const Bytes& signature, ByteView payload, const std::string& origin);
+// Null for a signer without one.
+const ASN1_STRING* timestampOf(const CMS_SignerInfo* signer);
 // One or more CRLs, DER or PEM.
 void requireCrls(const Bytes& crls, const std::string& origin);
 

@@ -44,6 +44,14 @@ std::uint32_t packageLength(const std::vector<SubFile>& subFiles)
     return static_cast<std::uint32_t>(length);
 }
 
+Bytes encodeHeader(const Header& header)
+{
+    const Header raw = swapped(header);
+    Bytes octets(sizeof raw);
+    std::memcpy(octets.data(), &raw, sizeof raw);
+    return octets;
+}
+
 Bytes encodeHeader(Header header, const std::vector<SubFile>& subFiles)
 {
     std::uint32_t offset = 0;
@@ -52,10 +60,7 @@ Bytes encodeHeader(Header header, const std::vector<SubFile>& subFiles)
         header.stSubFileInfo[i] = {subFiles[i].type, offset, length};
         offset += length;
     }
-    header = swapped(header);
-    Bytes octets(sizeof header);
-    std::memcpy(octets.data(), &header, sizeof header);
-    return octets;
+    return encodeHeader(header);
 }
 
 Header decodeHeader(ByteView package)

@@ -23,7 +23,8 @@ struct SubFile {
 // Throws when a package would be longer than the checker can read.
 void requireReadable(std::size_t length);
 std::uint32_t packageLength(const std::vector<SubFile>& subFiles);
-// The octets of the header, its table filled in: the sub-files lie behind it in their order.
+Bytes encodeHeader(const Header& header);
+// The same with the table filled in: the sub-files lie behind the header in their order.
 Bytes encodeHeader(Header header, const std::vector<SubFile>& subFiles);
 Header decodeHeader(ByteView package);
 // The same of a file, whose name is put before what is wrong with it.

@@ -42,6 +42,16 @@ bool isPem(const Bytes& content)
     return content.size() >= PEM_BEGIN.size() && std::equal(PEM_BEGIN.begin(), PEM_BEGIN.end(), content.begin());
 }
 
+void requireNothingBeforePem(const Bytes& content, const std::string& origin, const std::string& kind)
+{
+    const bool isDer = content.size() > 1 && content[0] == V_ASN1_SEQUENCE + V_ASN1_CONSTRUCTED && content[1] >= 0x80;
+    const std::string begin = "\n" + PEM_BEGIN + " ";
+    if (isDer || std::search(content.begin(), content.end(), begin.begin(), begin.end()) == content.end()) return;
+    if (isPem(content)) return;
+    throw Refusal(origin + " has text in front of -----BEGIN, and the checker reads PEM from its first byte on",
+                  "take the text away: openssl " + kind + " -in FILE -out NEW");
+}
+
 void requireDefiniteLengths(const Bytes& ber, const std::string& what)
 {
     if (!hasIndefiniteLength(ber)) return;

@@ -156,6 +156,13 @@ std::vector<Cert> loadCertificates(const std::string& location, const std::strin
     return std::move(content.certs);
 }
 
+void appendCertificates(const std::vector<std::string>& locations, std::vector<Cert>& certs)
+{
+    for (const std::string& location : locations) {
+        for (Cert& cert : loadCertificates(location)) certs.push_back(std::move(cert));
+    }
+}
+
 Identity loadIdentity(const std::string& certLocation, const std::string& keyLocation,
                       const std::string& passwordSource)
 {

@@ -21,6 +21,8 @@ struct Identity {
 Pkey loadKey(const std::string& location, const std::string& passwordSource);
 // All certificates of a PEM, DER or PKCS #12 file, at least one, in their order.
 std::vector<Cert> loadCertificates(const std::string& location, const std::string& passwordSource = {});
+// The certificates of these files behind those that are there.
+void appendCertificates(const std::vector<std::string>& locations, std::vector<Cert>& certs);
 // The certificate is the first one in its file. Throws when the key is another certificate's.
 Identity loadIdentity(const std::string& certLocation, const std::string& keyLocation,
                       const std::string& passwordSource);

@@ -45,7 +45,9 @@ int run(int argc, char** argv)
     pkgtool::addPkiCommand(app);
     pkgtool::addReleaseCommand(app);
     pkgtool::addSignCommand(app);
+    pkgtool::addStampCommand(app);
     pkgtool::addPackCommand(app);
+    pkgtool::addRenewCrlsCommand(app);
     pkgtool::addUnpackCommand(app);
     pkgtool::addListCommand(app);
     pkgtool::addCrlCommand(app);

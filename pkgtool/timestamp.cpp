@@ -8,6 +8,8 @@
 
 #include <openssl/rand.h>
 
+#include <algorithm>
+
 namespace pkgtool {
 
 namespace {
@@ -81,11 +83,20 @@ std::string statusTextOf(TS_STATUS_INFO* status)
 
 Asn1Time parseTime(const std::string& text)
 {
+    constexpr char LONG_FORM[] = "dddd-dd-ddTdd:dd:ddZ"; // as this tool prints times
     constexpr std::size_t LENGTH = sizeof "YYYYMMDDhhmmssZ" - 1;
+    const bool isLong = text.size() == sizeof LONG_FORM - 1 &&
+                        std::equal(text.begin(), text.end(), LONG_FORM,
+                                   [](char c, char form) { return form == 'd' ? c >= '0' && c <= '9' : c == form; });
+    std::string digits = text;
+    if (isLong) {
+        digits.erase(std::remove_if(digits.begin(), digits.end() - 1, [](char c) { return c < '0' || c > '9'; }),
+                     digits.end() - 1);
+    }
     Asn1Time time(ASN1_GENERALIZEDTIME_new());
     ensure(time != nullptr, "allocating");
-    if (text.size() != LENGTH || ASN1_GENERALIZEDTIME_set_string(time.get(), text.c_str()) != 1) {
-        throw UserError("'" + text + "' is not a time", "write it as YYYYMMDDhhmmssZ, in UTC");
+    if (digits.size() != LENGTH || ASN1_GENERALIZEDTIME_set_string(time.get(), digits.c_str()) != 1) {
+        throw UserError("'" + text + "' is not a time", "write it as 2026-01-31T12:00:00Z or YYYYMMDDhhmmssZ, in UTC");
     }
     return time;
 }

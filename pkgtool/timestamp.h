@@ -11,7 +11,7 @@
 
 namespace pkgtool {
 
-// YYYYMMDDhhmmssZ.
+// 2026-01-31T12:00:00Z, as this tool prints times, or YYYYMMDDhhmmssZ.
 Asn1Time parseTime(const std::string& text);
 
 struct LocalAuthority {

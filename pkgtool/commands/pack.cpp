@@ -2,9 +2,9 @@
 #include "check.h"
 #include "commands.h"
 #include "container.h"
-#include "der.h"
-#include "diagnosis.h"
 #include "error.h"
+#include "forecast.h"
+#include "openssl.h"
 #include "text.h"
 
 #include <algorithm>
@@ -31,30 +31,8 @@ struct PackOptions {
     std::optional<std::uint32_t> length;
     bool isUnsigned = false;
     bool unchecked = false;
-    std::string root;
-    bool check = false;
+    ForecastOptions forecast;
 };
-
-#ifdef PKGTOOL_TRUSTS_NOBODY
-constexpr bool TRUSTS_NOBODY = true; // the placeholder is compiled in, whose key nobody has
-#else
-constexpr bool TRUSTS_NOBODY = false;
-#endif
-
-// The checker reads several CRLs one after the other, all in DER or all in PEM.
-Bytes readCrls(const std::vector<std::string>& paths)
-{
-    Bytes all;
-    for (const std::string& path : paths) {
-        const Bytes crl = readFile(path);
-        if (!all.empty() && isPem(crl) != isPem(all)) {
-            throw UserError("some CRLs are PEM and some are DER",
-                            "convert them to one form: openssl crl -in FILE -outform DER -out FILE");
-        }
-        all.insert(all.end(), crl.begin(), crl.end());
-    }
-    return all;
-}
 
 void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& subFiles, const Bytes& signature,
                      const Bytes& crls)
@@ -74,30 +52,11 @@ void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& sub
     requireCrls(crls, CLI::detail::join(options.crls, ", "));
 }
 
-// What the checker will say, while it can still be mended.
-void foretell(const PackOptions& options, const OutputFile& output)
-{
-    const std::unique_ptr<MappedFile> file = output.written();
-    if (file == nullptr) return;
-    const Root root = loadRoot(options.root);
-    const Verdict verdict = judge(file->content(), root);
-    if (verdict.isAccepted()) return;
-    const ByteView view = file->content();
-    const Bytes package(view.data, view.data + view.size);
-    const Diagnosis diagnosis = diagnose(package, root, readContents(package, root.content, root.source), verdict);
-    const bool isKnown = diagnosis.failure.is_object();
-    const std::string why = isKnown ? textOf(diagnosis.failure["reason"]) : verdict.message;
-    const std::string advice = isKnown ? textOf(diagnosis.failure["advice"]) : "pkgtool explain tells more";
-    if (options.check) throw Refusal("the checker would refuse this package: " + why, advice);
-    fprintf(stderr, "pkgtool: warning: packed, but the checker will refuse it: %s\nhint: %s\n", printable(why).c_str(),
-            printable(advice).c_str());
-}
-
 void pack(const PackOptions& options)
 {
     const MappedFile image(options.payload);
     const Bytes signature = options.cms.empty() ? Bytes() : readFile(options.cms);
-    const Bytes crls = readCrls(options.crls);
+    const Bytes crls = readCrlFiles(options.crls, !options.unchecked);
     std::vector<SubFile> subFiles{{SUB_FILE_PAYLOAD, image.content()}};
     if (!options.cms.empty()) subFiles.push_back({SUB_FILE_CMS, signature});
     if (!options.crls.empty()) subFiles.push_back({SUB_FILE_CRL, crls});
@@ -114,8 +73,7 @@ void pack(const PackOptions& options)
     package.write(encodeHeader(header, subFiles));
     for (const SubFile& subFile : subFiles) package.write(subFile.content);
     image.requireUnchanged();
-    const bool isTrusting = !options.root.empty() || !TRUSTS_NOBODY;
-    if (options.check || (isTrusting && !options.unchecked)) foretell(options, package);
+    if (options.forecast.check || !options.unchecked) foretell(options.forecast, package);
     package.commit();
     if (isStandardOutput(options.output)) return; // where a package goes alone
     const Bytes digest = digestOf(EVP_sha256(), image.content());
@@ -171,8 +129,7 @@ void addPackCommand(CLI::App& app)
     command->add_flag("--unsigned", options->isUnsigned, "pack a payload alone: every device accepts it unchecked");
     command->add_flag("--unchecked", options->unchecked, "pack whatever there is, even what the checker will refuse");
 
-    command->add_option("--root", options->root, "foretell the verdict below this root, not the one compiled in");
-    command->add_flag("--check", options->check, "write nothing that the checker would refuse");
+    addForecastOptions(command, options->forecast);
 
     CLI::Option_group* const fields = command->add_option_group("header", "Header fields, 0 or empty unless given");
     fields->add_option("--description", options->description, "text of at most 224 bytes");

@@ -6,6 +6,7 @@
 #include "signed_data.h"
 #include "text.h"
 #include "timestamp.h"
+#include "timestamp_source.h"
 
 #include <cstdio>
 #include <ctime>
@@ -15,8 +16,6 @@
 namespace pkgtool {
 
 namespace {
-
-using Strings = std::vector<std::string>;
 
 struct SignOptions {
     std::string payload;
@@ -33,15 +32,7 @@ struct SignOptions {
     Strings digests{"sha256"};
     std::string signingTime;
 
-    std::string tsaCert;
-    std::string tsaKey;
-    std::string tsaPassword;
-    Strings tsaChain;
-    std::string tsaTime;
-    std::string tsaPolicy = "1.3.6.1.4.1.32473.1"; // the enterprise number that RFC 5612 sets aside for examples
-    Strings tsaResponses;
-    std::string tsaUrl;
-    Strings tsaRequests;
+    TimestampOptions timestamp;
     bool noTimestamp = false;
 };
 
@@ -62,12 +53,6 @@ void requireOneOrEach(const char* option, const Strings& values, std::size_t sig
     throw UserError(std::string(option) + " is given " + std::to_string(values.size()) + " times for " +
                         std::to_string(signers) + " signers",
                     "give it once for all signers or once for each, in the order of the signers");
-}
-
-void requireEach(const char* option, const Strings& values, std::size_t signers)
-{
-    if (values.empty() || values.size() == signers) return;
-    throw UserError(std::string(option) + " is needed once for each of the " + std::to_string(signers) + " signers");
 }
 
 // In a room of its own, say: the bytes are carried in, the signature is carried out.
@@ -92,18 +77,14 @@ void requireConsistent(const SignOptions& options)
     requireEach("--to-be-signed-out", options.toBeSigned, signers);
     requireOneOrEach("--digest", options.digests, signers);
     requireOneOrEach("--pass", options.passwords, signers);
-    requireEach("--tsa-response", options.tsaResponses, signers);
-    requireEach("--tsa-request-out", options.tsaRequests, signers);
+    requireEach(options.timestamp, signers);
 
-    const int sources = !options.tsaCert.empty() + !options.tsaResponses.empty() + !options.tsaUrl.empty() +
-                        !options.tsaRequests.empty() + options.noTimestamp;
+    const int sources = countSources(options.timestamp) + options.noTimestamp;
     if (!options.toBeSigned.empty() && sources != 0) {
         throw UserError("there is nothing to stamp yet", "give the timestamp's options with --signature");
     }
     if (sources == 1 || !options.toBeSigned.empty()) return;
-    throw UserError(sources == 0 ? "where is the timestamp to come from?" : "only one timestamp for each signer",
-                    "the checker wants a timestamp of every signer: --tsa-cert, --tsa-response or --tsa-url, or "
-                    "--tsa-request-out to ask for one");
+    throwNoSource(sources);
 }
 
 // In the order of the command line; those of PKCS #12 files come last.
@@ -128,55 +109,13 @@ std::vector<Signer> loadSigners(const SignOptions& options, std::vector<Cert>& c
     return signers;
 }
 
-void appendCertificates(const Strings& paths, std::vector<Cert>& chain)
-{
-    for (const std::string& path : paths) {
-        for (Cert& cert : loadCertificates(path)) chain.push_back(std::move(cert));
-    }
-}
-
-// The timestamp of signer i.
-using Stamp = std::function<Bytes(std::size_t i, const Bytes& signature, const EVP_MD* md)>;
-
-Stamp stampLocally(const SignOptions& options)
-{
-    const auto authority = std::make_shared<LocalAuthority>();
-    authority->identity = loadIdentity(options.tsaCert, options.tsaKey, options.tsaPassword);
-    requireTimestampAuthority(authority->identity.cert.get());
-    appendCertificates(options.tsaChain, authority->chain);
-    authority->time = options.tsaTime.empty() ? Asn1Time(ASN1_GENERALIZEDTIME_set(nullptr, std::time(nullptr)))
-                                              : parseTime(options.tsaTime);
-    authority->policy.reset(OBJ_txt2obj(options.tsaPolicy.c_str(), 1));
-    if (authority->policy == nullptr) throw UserError("'" + options.tsaPolicy + "' is not a dotted object identifier");
-    return [authority](std::size_t, const Bytes& signature, const EVP_MD* md) {
-        return makeToken(*authority, signature, md);
-    };
-}
-
-// Null when there is to be no timestamp.
-Stamp timestampSource(const SignOptions& options)
-{
-    if (!options.tsaCert.empty()) return stampLocally(options);
-    if (!options.tsaResponses.empty()) {
-        return [&](std::size_t i, const Bytes&, const EVP_MD*) {
-            return tokenOfResponse(readFile(options.tsaResponses[i]), options.tsaResponses[i]);
-        };
-    }
-    if (!options.tsaUrl.empty()) {
-        return [&](std::size_t, const Bytes& signature, const EVP_MD* md) {
-            return fetchToken(options.tsaUrl, signature, md);
-        };
-    }
-    return nullptr;
-}
-
 // UTCTime up to 2049 and GeneralizedTime from then on (RFC 5652, 11.3); null when no time is given.
 Asn1Time signingTimeOf(const SignOptions& options)
 {
     if (options.signingTime.empty()) return nullptr;
-    (void)parseTime(options.signingTime);
+    const Bytes text = bytesOf(parseTime(options.signingTime).get());
     Asn1Time time(ASN1_TIME_new());
-    ensure(time != nullptr && ASN1_TIME_set_string_X509(time.get(), options.signingTime.c_str()) == 1,
+    ensure(time != nullptr && ASN1_TIME_set_string_X509(time.get(), std::string(text.begin(), text.end()).c_str()) == 1,
            "setting a time");
     return time;
 }
@@ -203,7 +142,7 @@ MakeSignature signElsewhere(const SignOptions& options, const Signer& signer, st
 // Now rather than after an authority was asked, or some of the files were written.
 void requireOutputs(const SignOptions& options)
 {
-    for (const Strings& paths : {options.toBeSigned, options.tsaRequests, Strings{options.output}}) {
+    for (const Strings& paths : {options.toBeSigned, options.timestamp.tsaRequests, Strings{options.output}}) {
         for (const std::string& path : paths) {
             if (!path.empty()) requireWritable(path, options.existing);
         }
@@ -224,7 +163,7 @@ void sign(const SignOptions& options)
     std::vector<Cert> chain;
     const std::vector<Signer> signers = loadSigners(options, chain);
     appendCertificates(options.chain, chain);
-    const Stamp stamp = timestampSource(options);
+    const Stamp stamp = timestampSource(options.timestamp);
     const Asn1Time signingTime = signingTimeOf(options);
     const MappedFile image(options.payload);
     const ByteView payload = image.content();
@@ -249,8 +188,8 @@ void sign(const SignOptions& options)
             time = timeOfToken(token);
         }
         summaries.push_back(summary(signer, how.contentDigest, time));
-        if (!options.tsaRequests.empty()) {
-            writeFile(options.tsaRequests[i], makeQuery(signatureOf(info), signer.md), options.existing);
+        if (!options.timestamp.tsaRequests.empty()) {
+            writeFile(options.timestamp.tsaRequests[i], makeQuery(signatureOf(info), signer.md), options.existing);
         }
     }
     if (options.output.empty()) return;
@@ -261,11 +200,6 @@ void sign(const SignOptions& options)
     writeFile(options.output, options.pem ? armour(der) : der, options.existing);
     if (isStandardOutput(options.output)) return; // where a signature goes alone
     for (const std::string& text : summaries) printf("%s\n", printable(text).c_str());
-}
-
-CLI::Option* addRepeatable(CLI::App* command, const std::string& name, Strings& values, const std::string& text)
-{
-    return command->add_option(name, values, text)->allow_extra_args(false);
 }
 
 } // namespace
@@ -293,31 +227,18 @@ void addSignCommand(CLI::App& app)
     addRepeatable(who, "--chain", o.chain, "certificates of the CAs between signer and root");
     addRepeatable(who, "--digest", o.digests, "sha256 (default), sha384 or sha512")
         ->check(CLI::IsMember({"sha256", "sha384", "sha512"}));
-    who->add_option("--signing-time", o.signingTime, "put this time (YYYYMMDDhhmmssZ) into the signature");
+    who->add_option("--signing-time", o.signingTime, "put this time (2026-01-31T12:00:00Z) into the signature");
 
-    CLI::Option_group* const when = command->add_option_group("timestamp", "Where the timestamp comes from; one of");
-    CLI::Option* const tsaCert = when->add_option("--tsa-cert", o.tsaCert, "certificate of an authority of your own");
-    CLI::Option* const tsaKey = when->add_option("--tsa-key", o.tsaKey, "its key, like --key");
-    when->add_option("--tsa-pass", o.tsaPassword, "its password, like --pass")->needs(tsaCert);
-    addRepeatable(when, "--tsa-chain", o.tsaChain, "certificates of the CAs above it")->needs(tsaCert);
-    when->add_option("--tsa-time", o.tsaTime, "the time it states, YYYYMMDDhhmmssZ; now otherwise")->needs(tsaCert);
-    when->add_option("--tsa-policy", o.tsaPolicy, "the policy it states, an object identifier")->needs(tsaCert);
-    addRepeatable(when, "--tsa-response", o.tsaResponses, "an authority's response, one for each signer");
-    when->add_option("--tsa-url", o.tsaUrl, "ask this authority (RFC 3161 over HTTP)");
-    CLI::Option* const requests = addRepeatable(when, "--tsa-request-out", o.tsaRequests,
-                                                "write the query to this file, one for each signer, and nothing else");
+    CLI::Option_group* const when = addTimestampOptions(command, o.timestamp, output);
     when->add_flag("--no-timestamp", o.noTimestamp, "none, for tests: the checker refuses such a signature");
-    tsaCert->needs(tsaKey);
-    tsaKey->needs(tsaCert);
-    output->excludes(requests)->excludes(toBeSigned);
-    requests->excludes(toBeSigned);
-    toBeSigned->excludes(signature);
+    output->excludes(toBeSigned);
+    toBeSigned->excludes(signature)->excludes(when->get_option("--tsa-request-out"));
 
     command->footer("A response file belongs to the query that the same command made with --tsa-request-out instead.\n"
                     "The same inputs give the same bytes; with --tsa-cert only if there is a --tsa-time.\n\n" +
                     app.get_footer());
     command->callback([options] {
-        const bool isQuestion = !options->tsaRequests.empty() || !options->toBeSigned.empty();
+        const bool isQuestion = !options->timestamp.tsaRequests.empty() || !options->toBeSigned.empty();
         if (options->output.empty() && !isQuestion) throw CLI::RequiredError("--output");
         sign(*options);
     });

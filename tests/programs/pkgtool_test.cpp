@@ -170,24 +170,10 @@ TEST_F(Pkgtool, SaysWhatIsWrongWithTheCommandLine)
 
 TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
 {
-    for (const Words& command : {Words{},
-                                 {"pki"},
-                                 {"pki", "new"},
-                                 {"pki", "crl"},
-                                 {"pki", "revoke"},
-                                 {"release"},
-                                 {"sign"},
-                                 {"pack"},
-                                 {"unpack"},
-                                 {"list"},
-                                 {"crl"},
-                                 {"crl", "show"},
-                                 {"crl", "compare"},
-                                 {"code"},
-                                 {"inspect"},
-                                 {"explain"},
-                                 {"lint"},
-                                 {"verify"}}) {
+    for (const Words& command : {Words{},     {"pki"},     {"pki", "new"}, {"pki", "crl"},  {"pki", "revoke"},
+                                 {"release"}, {"sign"},    {"stamp"},      {"pack"},        {"renew-crls"},
+                                 {"unpack"},  {"list"},    {"crl"},        {"crl", "show"}, {"crl", "compare"},
+                                 {"code"},    {"inspect"}, {"explain"},    {"lint"},        {"verify"}}) {
         const ProcessResult result = Run(command + Words{"--help"});
         EXPECT_EQ(result.status, kDone);
         std::istringstream lines(result.out);
@@ -244,6 +230,17 @@ TEST_F(Pkgtool, PutsInASigningTimeWhenOneIsGiven)
     const Bytes generalized = Sign(Signer() + LocalAuthority() + Words{"--signing-time", "20500101000000Z"});
     EXPECT_TRUE(Contains(generalized, SigningTimeAttribute(GenTime("20500101000000Z"))));
     EXPECT_FALSE(Contains(UsualSignature(), Oid(oid::signingTime)));
+}
+
+// Times are taken as they are printed, too.
+TEST_F(Pkgtool, TakesTimesAsItPrintsThem)
+{
+    const Words given{"--signing-time", "20251231235959Z"};
+    const Words printed{"--signing-time", "2025-12-31T23:59:59Z"};
+    EXPECT_EQ(Sign(Signer() + LocalAuthority() + printed), Sign(Signer() + LocalAuthority() + given));
+    Words authority = LocalAuthority();
+    authority.back() = "2026-01-01T00:00:00Z";
+    EXPECT_EQ(Sign(Signer() + authority), UsualSignature());
 }
 
 TEST_F(Pkgtool, SeveralSignersHaveDigestsOfTheirOwn)
@@ -618,7 +615,9 @@ TEST_F(PkgtoolHint, TimestampFromNowhereOrFromTwoPlaces)
 
 TEST_F(PkgtoolHint, TimeThatIsNone)
 {
-    for (const char* time : {"20260101000000", "20260101000000.5Z", "20261301000000Z", "2026-01-01"}) {
+    for (const char* time :
+         {"20260101000000", "20260101000000.5Z", "20261301000000Z", "2026-01-01", "2026-01-01T00:00:00",
+          "2026-13-01T00:00:00Z", "2026x01-01T00:00:00Z", "202601010000000000Z"}) {
         ExpectUserError(SignCommand(Signer() + LocalAuthority() + Words{"--signing-time", time}, "none"),
                         "is not a time", "YYYYMMDDhhmmssZ");
     }
@@ -638,7 +637,7 @@ TEST_F(PkgtoolHint, OptionsThatDoNotAddUp)
 
 TEST_F(PkgtoolHint, SignatureWithoutTimestamp)
 {
-    ExpectBadSignature(Sign(Signer() + Words{"--no-timestamp"}), "has no timestamp", "sign with pkgtool");
+    ExpectBadSignature(Sign(Signer() + Words{"--no-timestamp"}), "has no timestamp", "pkgtool stamp adds it");
 }
 
 TEST_F(PkgtoolHint, SignatureOverAnotherPayload)
@@ -701,7 +700,7 @@ TEST_F(PkgtoolHint, SomethingThatIsNoSignature)
     ExpectBadSignature(Text("MIME-Version: 1.0\nContent-Type: multipart/signed"), "not a CMS signature in DER or PEM",
                        "-cmsout");
     ExpectBadSignature(Cat(Text("\n"), Pem("CMS", DetachedCms(payload_, DemoCms(room_.Pki())))),
-                       "not a CMS signature in DER or PEM", "first byte");
+                       "has text in front of -----BEGIN", "openssl cms -cmsout");
 }
 
 TEST_F(PkgtoolHint, TimestampWithFractionsOfASecond)
@@ -850,6 +849,27 @@ TEST_F(Pkgtool, RefusesCrlsSignedWithSha1)
         EXPECT_NE(result.status, kDone);
         EXPECT_NE(result.err.find("is not signed with RSA and SHA-256"), std::string::npos) << result.err;
     }
+}
+
+// As openssl crl -text writes them.
+TEST_F(PkgtoolHint, TextInFrontOfPem)
+{
+    UsualSignature();
+    const auto withText = [&](const std::string& label, const std::string& name) {
+        return Cat(Text("Certificate Revocation List:\n"), Pem(label, room_.Read(name)));
+    };
+    const std::string first = room_.Write("text.crl", withText("X509 CRL", "root.crl"));
+    const std::string cms = room_.Write("text.cms", withText("CMS", "signature"));
+    const std::string said = " has text in front of -----BEGIN";
+    ExpectRefusal(PackCommand(room_.Path("signature")) + Words{"--crl", first}, first + said, "openssl crl -in");
+    ExpectRefusal(
+        {"pack", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl", first, "-o", room_.Path("none")},
+        first + said, "openssl crl -in");
+    ExpectRefusal(PackCommand(cms), cms + said, "openssl cms -cmsout");
+    const std::string pem = room_.Write("pem.crl", Pem("X509 CRL", room_.Read("root.crl")));
+    ExpectRefusal({"pack", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl", pem, "--crl", first,
+                   "-o", room_.Path("none")},
+                  first + said, "openssl crl -in");
 }
 
 TEST_F(PkgtoolHint, CrlsInTwoForms)
