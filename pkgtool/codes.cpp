@@ -1,6 +1,7 @@
 #include "codes.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace pkgtool {
 
@@ -130,6 +131,56 @@ const Code* findCode(PELNIC_ERROR_CODE value)
     const std::vector<Code>& codes = allCodes();
     const auto found = std::find_if(codes.begin(), codes.end(), [&](const Code& code) { return code.value == value; });
     return found != codes.end() ? &*found : nullptr;
+}
+
+const Code* findCode(const std::string& name)
+{
+    const std::vector<Code>& codes = allCodes();
+    const auto found = std::find_if(codes.begin(), codes.end(), [&](const Code& code) {
+        return name == code.name || std::string("PELNIC_ERR_") + name == code.name;
+    });
+    return found != codes.end() ? &*found : nullptr;
+}
+
+const Status* findStatus(PELNIC_ERROR_CODE value)
+{
+    static constexpr Status STATUSES[] = {
+        {0, "accepted", "pkgtool explain tells whether anybody signed it."},
+        {234, "no path was given", "Name the package: pkgcheck PACKAGE."},
+        {253, "refused by a rule of the strict checker", "Its line tells which rule; pkgtool lint finds it, too."},
+        {254, "refused: neither 1 nor 3 sub-files", "Pack payload, signature and CRLs: pkgtool pack."},
+        {255, "refused, or not read", "Its line tells which, and a refusal's code; pkgtool explain tells why."},
+    };
+    const auto* const found = std::find_if(std::begin(STATUSES), std::end(STATUSES), [&](const Status& status) {
+        return static_cast<PELNIC_ERROR_CODE>(status.value) == value;
+    });
+    return found != std::end(STATUSES) ? found : nullptr;
+}
+
+const Line* findLine(const std::string& text)
+{
+    static constexpr Line LINES[] = {
+        {"Info: There is one subfile, Check signature passed", 0, "accepted; it is not signed, and was not looked at",
+         "Pack payload, signature and CRLs, unless that is meant."},
+        {"Failed to open file(name", 255, "the file does not open, or its path has more than 64 octets",
+         "Behind err is the system's error number; a path that is too long gives an empty name."},
+        {"Failed to check file length(len", 255, "the file is shorter than a package's header, which has 352 octets",
+         "It was cut off, or is no package."},
+        {"Failed to alloc memory", 255, "there was no room for the file", "It is read whole."},
+        {"Failed to read file(", 255, "fewer octets came than the file has",
+         "It changed meanwhile, or the medium fails."},
+        {"Check cms fail for no sub file", 255, "there is a signature, and no payload",
+         "Pack the payload with it: pkgtool pack."},
+        {"Check cms file fail for file(err", 255, "refused", ""},
+        {"Error: Check cms fail for subfile num(", 254, "refused: neither 1 nor 3 sub-files",
+         "Pack payload, signature and CRLs: pkgtool pack."},
+        {"Invalid arg count", 234, "no path was given", "Name the package: pkgcheck PACKAGE."},
+        {"Strict: ", 253, "refused by a rule of the strict checker", "pkgtool lint finds it, too."},
+    };
+    const auto* const found = std::find_if(std::begin(LINES), std::end(LINES), [&](const Line& line) {
+        return text.find(line.words) != std::string::npos;
+    });
+    return found != std::end(LINES) ? found : nullptr;
 }
 
 } // namespace pkgtool

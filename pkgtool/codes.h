@@ -20,6 +20,25 @@ struct Code {
 const std::vector<Code>& allCodes();
 // Null when there is none.
 const Code* findCode(PELNIC_ERROR_CODE value);
+// By its name, with or without PELNIC_ERR_ in front.
+const Code* findCode(const std::string& name);
+
+// What the checker answers besides a code (docs/package-format.md).
+struct Status {
+    int value;
+    const char* meaning;
+    const char* advice;
+};
+const Status* findStatus(PELNIC_ERROR_CODE value);
+
+struct Line {
+    const char* words; // with which it begins
+    int status;
+    const char* meaning;
+    const char* advice;
+};
+// The line that stands anywhere in the text.
+const Line* findLine(const std::string& text);
 
 } // namespace pkgtool
 

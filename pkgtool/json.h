@@ -13,6 +13,10 @@ namespace pkgtool {
 
 using Json = nlohmann::ordered_json;
 
+// The version of all reports, whichever command prints them: raised when a member of any report changes its meaning or
+// goes. Members may be added without, and each has its line in packaging/pkgtool.schema.json.
+constexpr int SCHEMA = 2;
+
 inline Json orNull(const std::string& text)
 {
     return text.empty() ? Json() : Json(text);

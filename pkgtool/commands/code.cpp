@@ -1,7 +1,9 @@
-// pkgtool code: a result code in words, and the table of all of them as a document.
+// pkgtool code: result codes, exit statuses and lines of the checker in words, and the table of codes as a document.
 #include "codes.h"
 #include "commands.h"
 #include "error.h"
+#include "files.h"
+#include "json.h"
 #include "text.h"
 
 #include <cerrno>
@@ -10,10 +12,13 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <sstream>
 
 namespace pkgtool {
 
 namespace {
+
+// ---- What is asked about ----
 
 // The 32 bits of a number as programs print it, signed or not; none when there is more or anything else in the text.
 std::optional<PELNIC_ERROR_CODE> parseNumber(const std::string& text, int base)
@@ -28,21 +33,130 @@ std::optional<PELNIC_ERROR_CODE> parseNumber(const std::string& text, int base)
 }
 
 // A code looks the same with its 0x left out, and some of them then look decimal.
-const Code& readCode(const std::string& text)
+const Code* codeOf(const std::string& text)
 {
     for (int base : {16, 10}) {
         const std::optional<PELNIC_ERROR_CODE> value = parseNumber(text, base);
         const Code* const code = value ? findCode(*value) : nullptr;
-        if (code != nullptr) return *code;
+        if (code != nullptr) return code;
     }
-    throw UserError("'" + printable(text) + "' is no code of the library",
-                    "the checker prints codes as (err 0x88200009); its exit status is none");
+    return findCode(text);
 }
 
-void printCode(const Code& code)
+const Status* statusOf(const std::string& text)
 {
-    printf("%s %s: %s\n", hexadecimal(code.value).c_str(), code.name, code.meaning);
-    if (*code.advice != '\0') printf("%s\n", code.advice);
+    const std::optional<PELNIC_ERROR_CODE> value = parseNumber(text, 10);
+    return value ? findStatus(*value) : nullptr;
+}
+
+// Answers to one word or line. A line is the checker's own, wherever a log puts it; it may have a code in it.
+struct Answer {
+    std::string asked;
+    const Code* code = nullptr;
+    const Status* status = nullptr;
+    const Line* line = nullptr;
+
+    bool isThere() const { return code != nullptr || status != nullptr || line != nullptr; }
+};
+
+// The word behind "err ", without what closes the brackets.
+std::string codeInLine(const std::string& text)
+{
+    const std::string mark = "(err 0x";
+    const std::size_t at = text.find(mark);
+    if (at == std::string::npos) return "";
+    return text.substr(at + mark.size(), text.find(')', at) - at - mark.size());
+}
+
+Answer answerTo(const std::string& text)
+{
+    Answer answer{text, codeOf(text), nullptr, nullptr};
+    if (answer.code == nullptr) answer.status = statusOf(text);
+    if (answer.isThere()) return answer;
+    answer.line = findLine(text);
+    if (answer.line != nullptr) answer.code = codeOf(codeInLine(text));
+    return answer;
+}
+
+[[noreturn]] void throwUnknown(const std::string& text)
+{
+    throw UserError("'" + printable(text) + "' is no code of the library, no exit status and no line of the checker",
+                    "codes are like 0x88200009, CERT_VERIFY or PELNIC_ERR_CERT_VERIFY; a line goes in quotes, or to "
+                    "standard input by the name -");
+}
+
+// Lines that say nothing to this command are passed over: they come from a log.
+std::vector<Answer> answersToInput()
+{
+    const Bytes content = readFile("-");
+    std::istringstream lines(std::string(content.begin(), content.end()));
+    std::vector<Answer> answers;
+    for (std::string line; std::getline(lines, line);) {
+        const Answer answer = answerTo(line);
+        if (answer.isThere()) answers.push_back(answer);
+    }
+    if (answers.empty()) throw UserError("standard input has no code, exit status or line of the checker");
+    return answers;
+}
+
+std::vector<Answer> answersTo(const std::vector<std::string>& words)
+{
+    std::vector<Answer> answers;
+    for (const std::string& word : words) {
+        const std::vector<Answer> more = word == "-" ? answersToInput() : std::vector<Answer>{answerTo(word)};
+        if (!more.front().isThere()) throwUnknown(word);
+        answers.insert(answers.end(), more.begin(), more.end());
+    }
+    return answers;
+}
+
+// ---- Output ----
+
+void printAdvice(const char* advice)
+{
+    if (*advice != '\0') printf("%s\n", advice);
+}
+
+void printAnswer(const Answer& answer)
+{
+    if (answer.line != nullptr) printf("%s: %s\n", printable(answer.asked).c_str(), answer.line->meaning);
+    if (answer.line != nullptr && answer.code == nullptr) printAdvice(answer.line->advice);
+    if (answer.status != nullptr) printf("exit status %d: %s\n", answer.status->value, answer.status->meaning);
+    if (answer.status != nullptr) printAdvice(answer.status->advice);
+    if (answer.code == nullptr) return;
+    printf("%s %s: %s\n", hexadecimal(answer.code->value).c_str(), answer.code->name, answer.code->meaning);
+    printAdvice(answer.code->advice);
+}
+
+// The most that is known: a code says more than the line that it stands in.
+Json answerJson(const Answer& answer)
+{
+    const Code* const code = answer.code;
+    const char* const meaning = code != nullptr            ? code->meaning
+                                : answer.status != nullptr ? answer.status->meaning
+                                                           : answer.line->meaning;
+    const char* const advice = code != nullptr            ? code->advice
+                               : answer.status != nullptr ? answer.status->advice
+                                                          : answer.line->advice;
+    return {{"asked", answer.asked},
+            {"status", answer.status != nullptr ? Json(answer.status->value)
+                       : answer.line != nullptr ? Json(answer.line->status)
+                                                : Json()},
+            {"code", code != nullptr ? Json(hexadecimal(code->value)) : Json()},
+            {"name", code != nullptr ? Json(code->name) : Json()},
+            {"meaning", meaning},
+            {"advice", orNull(advice)}};
+}
+
+void explainCodes(const std::vector<std::string>& words, bool json)
+{
+    const std::vector<Answer> answers = answersTo(words);
+    if (json) {
+        Json codes = Json::array();
+        for (const Answer& answer : answers) codes.push_back(answerJson(answer));
+        return print({{"schema", SCHEMA}, {"codes", codes}});
+    }
+    for (const Answer& answer : answers) printAnswer(answer);
 }
 
 void printMarkdown()
@@ -61,16 +175,23 @@ void printMarkdown()
 void addCodeCommand(CLI::App& app)
 {
     struct Options {
-        std::string code;
+        std::vector<std::string> codes;
+        bool json = false;
         bool markdown = false;
     };
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("code", "Explain a result code");
+    CLI::App* const command = app.add_subcommand("code", "Explain result codes, exit statuses and lines of pkgcheck");
     CLI::Option* const markdown = command->add_flag("--markdown", options->markdown, "print the table of all codes");
-    command->add_option("code", options->code, "hexadecimal or decimal, signed or not")->excludes(markdown);
+    command->add_flag("--json", options->json, "print JSON")->excludes(markdown);
+    command
+        ->add_option("code", options->codes,
+                     "hexadecimal or decimal, or its name; an exit status; a line in quotes; - is standard input, "
+                     "whose other lines are passed over")
+        ->excludes(markdown);
     command->callback([options] {
         if (options->markdown) return printMarkdown();
-        printCode(readCode(options->code));
+        if (options->codes.empty()) throw CLI::RequiredError("code");
+        explainCodes(options->codes, options->json);
     });
 }
 

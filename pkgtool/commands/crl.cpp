@@ -1,4 +1,5 @@
 // pkgtool crl show and crl compare. Verdicts are the library's; the explanations come from its summaries.
+#include "codes.h"
 #include "commands.h"
 #include "crl_bundle.h"
 #include "json.h"
@@ -11,9 +12,6 @@
 namespace pkgtool {
 
 namespace {
-
-// The version of the JSON output; a change that a reader could notice raises it.
-constexpr int SCHEMA = 1;
 
 struct CrlOptions {
     std::vector<std::string> roots;
@@ -164,14 +162,16 @@ Json bundleJson(const CrlBundle& bundle)
 {
     Json crls = Json::array();
     for (const PELNIC_CRL_INFO* crl : bundle.crls()) {
+        Json revoked = Json::array();
+        for (const std::string& serial : revokedSerials(*crl)) revoked.push_back({{"serial", serial}});
         crls.push_back({{"issuer", orNull(crl->issuer)},
                         {"issuer_serial", orNull(serialText(crl->issuer_sn))},
                         {"this_update", orNull(timeText(crl->update_time))},
-                        {"valid_until", orNull(timeText(crl->valid_until))},
+                        {"next_update", orNull(timeText(crl->valid_until))},
                         {"verified", crl->valid == 1},
-                        {"revoked", revokedSerials(*crl)}});
+                        {"revoked", revoked}});
     }
-    return {{"file", bundle.path()}, {"crls", crls}};
+    return {{"bundle", bundle.path()}, {"crls", crls}};
 }
 
 Json changeJson(const IssuerChange& change)
@@ -193,9 +193,11 @@ void printComparisonJson(const CrlBundle& offered, const CrlBundle& device, cons
 {
     Json issuers = Json::array();
     for (const IssuerChange& change : explain(offered.crls(), device.crls())) issuers.push_back(changeJson(change));
+    const Code* const code = verdict.code != 0 ? findCode(verdict.code) : nullptr;
     print({{"schema", SCHEMA},
            {"verdict", verdictText(verdict)},
-           {"code", hexadecimal(verdict.code)},
+           {"code", code != nullptr ? Json(hexadecimal(verdict.code)) : Json()},
+           {"name", code != nullptr ? Json(code->name) : Json()},
            {"reason", reasonText(verdict)},
            {"issuers", issuers},
            {"offered", bundleJson(offered)},

@@ -13,9 +13,6 @@ namespace pkgtool {
 
 namespace {
 
-// The version of the JSON output; a change that a reader could notice raises it.
-constexpr int SCHEMA = 1;
-
 constexpr int REFUSED = 1;
 
 struct ExplainOptions {

@@ -10,9 +10,6 @@ namespace pkgtool {
 
 namespace {
 
-// The version of the JSON output; a change that a reader could notice raises it.
-constexpr int SCHEMA = 1;
-
 std::string listText(const Json& values)
 {
     std::string text;

@@ -14,9 +14,6 @@ namespace pkgtool {
 
 namespace {
 
-// The version of the JSON output; a change that a reader could notice raises it.
-constexpr int SCHEMA = 1;
-
 constexpr int WARNINGS = 10;
 constexpr int ERRORS = 11;
 

@@ -28,9 +28,6 @@ namespace pkgtool {
 
 namespace {
 
-// The version of the JSON output; a change that a reader could notice raises it.
-constexpr int SCHEMA = 1;
-
 constexpr int REFUSED = 1;
 constexpr int TROUBLE = 2;
 constexpr unsigned MAX_JOBS = 1024;

@@ -26,6 +26,7 @@ completes()
 }
 
 completes 'pkgtool si' sign
+completes 'pkgtool re' release renew-crls
 completes 'pkgtool pki ' new crl revoke
 completes 'pkgtool crl ' show compare
 completes 'pkgtool crl s' show
@@ -47,7 +48,7 @@ completes 'pkgtool sign image.bin --out' --output
 completes 'pkgtool nonsense im' ''
 
 # Whatever is offered is an option of the command.
-for command in pki\ new release sign pack crl\ show inspect explain lint verify code; do
+for command in pki\ new release sign stamp pack renew-crls crl\ show inspect explain lint verify code; do
     COMP_WORDS=(pkgtool $command --)
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
     _pkgtool

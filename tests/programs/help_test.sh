@@ -10,7 +10,7 @@ status=0
 helpOf()
 {
     "$pkgtool" "$@" --help | sed -nE \
-        -e '/^Subcommands:/,/^$/s/^  ([a-z]+) .*/.\1/p' \
+        -e '/^Subcommands:/,/^$/s/^  ([a-z][a-z-]*) .*/.\1/p' \
         -e 's/^ +(-[a-z],)?(--[a-z0-9-]+).*/\2/p'
 }
 

@@ -4,6 +4,7 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <regex>
 
@@ -44,15 +45,83 @@ TEST(PkgtoolCode, ReadsACodeHoweverItIsWritten)
     }
 }
 
+TEST(PkgtoolCode, KnowsNames)
+{
+    const std::string unsupported = RunCode({"0x88200016"}).out;
+    EXPECT_EQ(RunCode({"PELNIC_ERR_UNSUPPORTED_ALGO"}).out, unsupported);
+    EXPECT_EQ(RunCode({"UNSUPPORTED_ALGO"}).out, unsupported);
+}
+
+TEST(PkgtoolCode, KnowsTheCheckersStatuses)
+{
+    for (const auto& [text, said] : {std::pair("0", "exit status 0: accepted\n"),
+                                     {"234", "exit status 234: no path was given\n"},
+                                     {"253", "exit status 253: refused by a rule of the strict checker\n"},
+                                     {"254", "exit status 254: refused: neither 1 nor 3 sub-files\n"},
+                                     {"255", "exit status 255: refused, or not read\n"}}) {
+        const ProcessResult run = RunCode({text});
+        EXPECT_EQ(run.status, 0) << text << run.err;
+        EXPECT_EQ(run.out.find(said), 0u) << run.out;
+    }
+}
+
+TEST(PkgtoolCode, KnowsEveryLineOfTheChecker)
+{
+    for (const char* line :
+         {"Invalid arg count", "Failed to open file(name x err 2)", "Failed to check file length(len 351)",
+          "Failed to alloc memory", "Failed to read file(x)", "Info: There is one subfile, Check signature passed",
+          "Check cms fail for no sub file, bin (nil) 0 cms 0x1 0x1", "Strict: the package is not signed",
+          "Error: Check cms fail for subfile num(2) is invalid"}) {
+        const ProcessResult run = RunCode({line});
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.out.find(std::string(line) + ": "), 0u) << run.out;
+    }
+    const ProcessResult refused = RunCode({"Check cms file fail for file(err 0x88200016)"});
+    EXPECT_EQ(refused.out, "Check cms file fail for file(err 0x88200016): refused\n" + RunCode({"0x88200016"}).out);
+}
+
+// Of a log the lines that are the checker's.
+TEST(PkgtoolCode, ReadsALogOnStandardInput)
+{
+    const auto pipe = [](const std::string& text) {
+        return RunProcess({"sh", "-c", "printf '" + text + "' | " + PkgtoolPath() + " code -"});
+    };
+    const ProcessResult found = pipe("begin\\n12:00 Check cms file fail for file(err 0x88200016)\\nend 255\\n");
+    EXPECT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(found.out, "12:00 Check cms file fail for file(err 0x88200016): refused\n" + RunCode({"0x88200016"}).out);
+    const ProcessResult none = pipe("nothing here\\n");
+    EXPECT_EQ(none.status, 2);
+    EXPECT_EQ(none.out, "");
+    EXPECT_NE(none.err.find("has no code, exit status or line"), std::string::npos) << none.err;
+}
+
+TEST(PkgtoolCode, AnswersSeveralInJson)
+{
+    const ProcessResult run = RunCode({"--json", "CERT_VERIFY", "254", "Failed to alloc memory"});
+    const auto report = nlohmann::json::parse(run.out);
+    EXPECT_EQ(report["schema"], 2);
+    ASSERT_EQ(report["codes"].size(), 3u);
+    EXPECT_EQ(report["codes"][0]["asked"], "CERT_VERIFY");
+    EXPECT_EQ(report["codes"][0]["code"], "0x88200009");
+    EXPECT_EQ(report["codes"][0]["name"], "PELNIC_ERR_CERT_VERIFY");
+    EXPECT_TRUE(report["codes"][0]["status"].is_null());
+    EXPECT_EQ(report["codes"][1]["status"], 254);
+    EXPECT_TRUE(report["codes"][1]["code"].is_null());
+    EXPECT_EQ(report["codes"][2]["status"], 255);
+    EXPECT_EQ(report["codes"][2]["meaning"], "there was no room for the file");
+}
+
+// One that is unknown keeps the others from being told: nobody is to overlook it.
 TEST(PkgtoolCode, KnowsNoOther)
 {
-    for (const char* text :
-         {"0x88200099", "255", "0", "", "0x", "x", "0x88200016 ", "0x188200016", "9999999999999999999"}) {
-        const ProcessResult run = RunCode({text});
+    for (const char* text : {"0x88200099", "256", "1", "", "0x", "x", "0x88200016 ", "0x188200016",
+                             "9999999999999999999", "cert_verify"}) {
+        const ProcessResult run = RunCode({"CERT_VERIFY", text});
         EXPECT_EQ(run.status, 2) << text;
         EXPECT_EQ(run.out, "") << text;
         EXPECT_NE(run.err.find("is no code of the library"), std::string::npos) << run.err;
     }
+    EXPECT_NE(RunCode({}).err.find("code: code is missing"), std::string::npos);
 }
 
 // Every constant of the header has its row, with the header's own words.

@@ -642,7 +642,7 @@ TEST_F(PkgtoolExplain, TellsTheWholeChain)
 {
     bench_.pki.signingCrl.revoked = {{Bytes{0x7F}}, {bench_.pki.signer.serial, UtcTime("300101000000Z"), 5}};
     const Json report = ExplainLikeTheChecker(Write(bench_.Package()));
-    EXPECT_EQ(report["schema"], 1);
+    EXPECT_EQ(report["schema"], 2);
     EXPECT_EQ(report["root"]["subject"], "C=ZZ,O=Example,CN=Test Root");
     EXPECT_EQ(report["root"]["source"], "root file");
     const Json signer = report["signers"][0];

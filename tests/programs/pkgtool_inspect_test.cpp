@@ -41,7 +41,7 @@ TEST_F(PkgtoolInspect, ShowsHeaderAndTable)
     package.description = "board\033";
     package.subFiles = {{0x20000000, Bytes(3, 0x00), {}, {}}, {subfile::payload, {}, 100, 200}};
     const Json json = InspectJson(package);
-    EXPECT_EQ(json["schema"], 1);
+    EXPECT_EQ(json["schema"], 2);
     EXPECT_EQ(json["size"], 355);
     EXPECT_EQ(json["header"], Json::parse(R"({"file_id": 0, "version": 7, "length": 355, "compress_type": 0,
         "header_crc": 0, "file_crc": 0, "reserved": 0, "description": "board\u001b", "sub_file_count": 2})"));

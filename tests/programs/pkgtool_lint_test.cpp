@@ -334,7 +334,7 @@ TEST_F(PkgtoolLint, PointsAtThePlaceAndPutsTheWorstFirst)
 {
     pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");
     const Json report = Lint(Build(Package()), kWarnings);
-    EXPECT_EQ(report["schema"], 1);
+    EXPECT_EQ(report["schema"], 2);
     EXPECT_EQ(report["findings"][0], Json::parse(R"({"id": "crl-ends-soon", "severity": "warning",
         "at": "/sub_files/2/content/crls/1",
         "message": "the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp 2026-01-01"})"));
