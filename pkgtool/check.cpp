@@ -5,6 +5,8 @@
 #include "keys.h"
 #include "timestamp.h"
 
+#include "cmsverify/cms_verify_input.h"
+
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
@@ -13,7 +15,6 @@ namespace pkgtool {
 namespace {
 
 constexpr int MAX_KEY_BITS = 4096;
-constexpr std::size_t MIN_INPUT = 38; // the checker looks at no signature and no CRL that is shorter
 constexpr std::size_t WHOLE_SECONDS = sizeof "YYYYMMDDhhmmssZ" - 1;
 
 bool isSha2(int digest)

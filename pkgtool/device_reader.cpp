@@ -10,6 +10,7 @@
 #include "openssl.h"
 
 #include "cmsverify/cms_verify.h"
+#include "cmsverify/cms_verify_input.h"
 #include "cmsverify/pelnic_asn1_utils.h"
 #include "cmsverify/pelnic_pki_impl.h"
 #include "cmsverify/pelnic_x509_cert.h"
@@ -19,8 +20,6 @@
 namespace pkgtool {
 
 namespace {
-
-constexpr std::size_t MIN_INPUT = 38; // octets of a signature or of CRLs; what is shorter is not decoded
 
 PNV_UINT32 sizeOf(std::size_t size)
 {

@@ -214,7 +214,17 @@ void lintSigners(const Json& signers, const std::string& at, Findings& findings)
          std::to_string(direct) + " signers have no signed attributes, and of these only the last counts"});
 }
 
-void lintCertificates(const Json& certificates, const std::string& at, Findings& findings)
+// Whether a certificate of that kind and issuer is there. A root's own does not count: no CRL speaks for it.
+bool hasIssued(const Contents& contents, const Json& issuer, bool isCa)
+{
+    return std::any_of(contents.objects.begin(), contents.objects.end(), [&](const auto& entry) {
+        const Json& cert = entry.second;
+        return cert.contains("subject") && cert["issuer"] == issuer && cert["is_ca"] == isCa &&
+               cert["is_self_issued"] == false;
+    });
+}
+
+void lintCertificates(const Contents& contents, const Json& certificates, const std::string& at, Findings& findings)
 {
     for (std::size_t i = 0; i < certificates.size(); ++i) {
         const Json& cert = certificates[i];
@@ -224,10 +234,12 @@ void lintCertificates(const Json& certificates, const std::string& at, Findings&
         if (cert["is_self_issued"] == true) {
             findings.push_back({"root-carried", Severity::Note, place,
                                 name + " is its own issuer: the checker takes no root from a package"});
-        } else if (cert["is_ca"] == true) {
-            findings.push_back(
-                {"ca-carried", Severity::Note, place,
-                 "the CA " + name + " comes with the package: devices accept every CA below their root"});
+        } else if (cert["is_ca"] == true && !hasIssued(contents, cert["subject"], true) &&
+                   !hasIssued(contents, cert["subject"], false)) {
+            findings.push_back({"ca-carried", Severity::Note, place,
+                                "the CA " + name +
+                                    " comes with the package, and issued nothing in it: devices take "
+                                    "every CA below their root"});
         }
         if (cert["key"] == "RSA" && cert["key_bits"] < WEAK_KEY_BITS) {
             findings.push_back(
@@ -269,16 +281,6 @@ std::optional<std::time_t> latestTimestamp(const Contents& contents)
     return latest;
 }
 
-// Whether a certificate of that kind and issuer is there. A root's own does not count: no CRL speaks for it.
-bool hasIssued(const Contents& contents, const Json& issuer, bool isCa)
-{
-    return std::any_of(contents.objects.begin(), contents.objects.end(), [&](const auto& entry) {
-        const Json& cert = entry.second;
-        return cert.contains("subject") && cert["issuer"] == issuer && cert["is_ca"] == isCa &&
-               cert["is_self_issued"] == false;
-    });
-}
-
 // A CRL for CA certificates only, or for others only, is in order where its issuer issued no others.
 void lintScope(const Contents& contents, const Json& crl, const std::string& at, Findings& findings)
 {
@@ -297,9 +299,6 @@ void lintCrl(const Json& crl, const std::string& at, std::optional<std::time_t> 
     const std::string name = "the CRL of " + briefName(crl["issuer"]);
     const std::optional<std::time_t> begin = secondsOf(crl["this_update"]);
     const std::optional<std::time_t> end = secondsOf(crl["next_update"]);
-    if (crl["revoked"].empty()) {
-        findings.push_back({"crl-lists-nothing", Severity::Note, at, name + " revokes nothing"});
-    }
     if (crl["is_indirect"] == true) {
         findings.push_back({"crl-indirect", Severity::Warning, at, name + " speaks for other issuers as well"});
     }
@@ -351,7 +350,7 @@ Findings lintSignature(const Contents& contents)
     const Json& signature = contentOf(contents, SUB_FILE_CMS);
     if (!signature.contains("signers")) return findings;
     lintSigners(signature["signers"], place, findings);
-    lintCertificates(signature["certificates"], place, findings);
+    lintCertificates(contents, signature["certificates"], place, findings);
     lintRenewedCas(contents, findings);
     return findings;
 }

@@ -24,7 +24,7 @@ struct Finding {
 using Findings = std::vector<Finding>;
 
 struct Limits {
-    int crlMarginDays; // a CRL should go on for so long after the timestamp
+    int crlMarginDays; // a CRL should go on for so long after the timestamp, which is nothing that a device asks for
     int crlDays;       // and be valid for no longer than this
 };
 

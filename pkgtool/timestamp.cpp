@@ -57,6 +57,17 @@ void setRandomNonce(TS_REQ* request)
     ensure(TS_REQ_set_nonce(request, toInteger(random).get()) == 1, "setting the nonce");
 }
 
+// One second, as a clock that is set by the network keeps it: verifiers of RFC 3161 may want to know.
+void setAccuracy(TS_TST_INFO* info)
+{
+    const Owned<TS_ACCURACY, TS_ACCURACY_free> accuracy(TS_ACCURACY_new());
+    const Asn1Integer seconds(ASN1_INTEGER_new());
+    ensure(accuracy != nullptr && seconds != nullptr && ASN1_INTEGER_set(seconds.get(), 1) == 1 &&
+               TS_ACCURACY_set_seconds(accuracy.get(), seconds.get()) == 1 &&
+               TS_TST_INFO_set_accuracy(info, accuracy.get()) == 1,
+           "setting the accuracy");
+}
+
 // The nonce tells the answer to this query from a recorded one.
 void requireSameNonce(const Bytes& token, const TS_REQ* request, const std::string& url)
 {
@@ -113,6 +124,7 @@ Bytes makeToken(const LocalAuthority& authority, const Bytes& signature, const E
                TS_TST_INFO_set_serial(info.get(), serial.get()) == 1 &&
                TS_TST_INFO_set_time(info.get(), authority.time.get()) == 1,
            "making a TSTInfo");
+    setAccuracy(info.get());
 
     const Bytes content = toDer(i2d_TS_TST_INFO, info.get());
     const Cms cms = newAround(NID_id_smime_ct_TSTInfo, content);

@@ -20,7 +20,7 @@ constexpr int ERRORS = 11;
 struct LintOptions {
     std::string package;
     std::string root;
-    Limits limits{30, 400};
+    Limits limits{0, 400};
     bool json = false;
 };
 
@@ -100,7 +100,8 @@ void addLintCommand(CLI::App& app)
     CLI::App* const command = app.add_subcommand("lint", "Find what devices would accept and should not be shipped");
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
-    command->add_option("--crl-margin", options->limits.crlMarginDays, "days that CRLs go on after the timestamp")
+    command
+        ->add_option("--crl-margin", options->limits.crlMarginDays, "days that CRLs have to go on after the timestamp")
         ->capture_default_str();
     command->add_option("--crl-days", options->limits.crlDays, "days that a CRL is valid at most")
         ->capture_default_str();
