@@ -36,7 +36,7 @@ PELNIC_ERROR_CODE _pnvAddSignerInfoToVerifyProcess(PELNIC_VRF* pVrf, const PELNI
     PELNIC_VERIFY_DIGEST_INFO* pInfo = nullptr;
     PELNIC_ERROR_CODE rc = _pnvGetDigestFromSignerInfo(pVrf, si, &pInfo);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    PNV_SCOPE_EXIT freeInfo{[&] { _pnvFreeMdInfo(pVrf, pInfo); }};
+    ScopeExit freeInfo{[&] { _pnvFreeMdInfo(pVrf, pInfo); }};
     const PELNIC_VERIFY_DIGEST_INFO* const pShared = findDigestEntry(pVrf, pInfo->nDigestAlgID);
     if (pShared != nullptr) {
         // The content is hashed once for all signers of an algorithm, so they must claim the same digest.
@@ -72,7 +72,7 @@ PELNIC_ERROR_CODE _pnvCreateVerifyHandle(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SI
     PELNIC_VERIFY_DIGEST_INFO* pInfo = nullptr;
     PELNIC_ERROR_CODE rc = _pnvNewRecord(pVrf, &pInfo);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    PNV_SCOPE_EXIT freeInfo{[&] {
+    ScopeExit freeInfo{[&] {
         pelnic_free(pVrf, pInfo->pbSignature);
         pelnic_free(pVrf, pInfo);
     }};
@@ -86,7 +86,7 @@ PELNIC_ERROR_CODE _pnvCreateVerifyHandle(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SI
     PELNIC_CRYPTO_VRF_CTX vrfCtx = nullptr;
     rc = pelnic_verify_ctx_create(pVrf, &vrfCtx);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    PNV_SCOPE_EXIT destroyCtx{[&] { pelnic_verify_ctx_destory(pVrf, vrfCtx); }};
+    ScopeExit destroyCtx{[&] { pelnic_verify_ctx_destory(pVrf, vrfCtx); }};
     rc = pelnic_verify_init(pVrf, vrfCtx, &e, &n, hashAlgo);
     if (rc == 0) rc = copySignature(pVrf, si->encrypted_digest, pInfo);
     if (rc == 0) rc = pelnic_list_add(pVrf, _pnvAsList(&pVrf->vrf_proc.md_info_list), pInfo, CLSP_END);
@@ -157,7 +157,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
     if (pContent == nullptr) {
         return PNV_FAIL(pVrf, PELNIC_ERR_CMS_NO_SIGNER);
     }
-    PNV_SCOPE_EXIT freeContent{[&] { pelnic_pkcs7_free_signed(pVrf, pContent); }};
+    ScopeExit freeContent{[&] { pelnic_pkcs7_free_signed(pVrf, pContent); }};
     if (pContent->signed_data == nullptr || pContent->signed_data->signer_infos == nullptr) {
         return PELNIC_ERR_CMS_NO_SIGNER;
     }

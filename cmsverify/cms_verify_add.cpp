@@ -107,7 +107,7 @@ static PELNIC_ERROR_CODE addCerts(PELNIC_VRF* pVrf, const PNV_BYTE* pbCert, PNV_
 {
     const FaultWatch watch{pVrf};
     LIST_TYPE_PELNIC_X509_CERT certs = {};
-    PNV_SCOPE_EXIT freeCerts{[&] { pelnic_list_free(pVrf, _pnvAsList(&certs), _pnvFreeCertElement); }};
+    ScopeExit freeCerts{[&] { pelnic_list_free(pVrf, _pnvAsList(&certs), _pnvFreeCertElement); }};
     PELNIC_ERROR_CODE rc = pelnic_list_init(pVrf, _pnvAsList(&certs), 0);
     if (rc == 0) rc = _pnvDecodeCertCrl(pVrf, pbCert, nCertLength, &certs, nullptr);
     if (rc != 0) return rc;
@@ -144,7 +144,7 @@ static PELNIC_ERROR_CODE addCrls(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UI
     if (pVrf->crl_frozen != 0) return PELNIC_ERR_CRL_FROZEN;
     const FaultWatch watch{pVrf};
     DecodedInput input = {};
-    PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
+    ScopeExit freeLists{[&] { freeInput(pVrf, &input); }};
     PELNIC_ERROR_CODE rc = initInput(pVrf, &input);
     if (rc != 0) return rc;
     rc = _pnvDecodeCertCrl(pVrf, pbCrl, nCrlLength, &input.certs, &input.crls);

@@ -127,7 +127,7 @@ PELNIC_ERROR_CODE pelnic_decode_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCrl, P
     if (pbCrl == nullptr || nCrlLength == 0 || ppResult == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     const OperationRun run{pVrf};
     DecodedInput input = {};
-    PNV_SCOPE_EXIT freeLists{[&] { freeInput(pVrf, &input); }};
+    ScopeExit freeLists{[&] { freeInput(pVrf, &input); }};
     bool isOneMissing = false;
     rc = initInput(pVrf, &input);
     if (rc == 0) rc = takeInBundle(pVrf, pbCrl, nCrlLength, &input, &isOneMissing);

@@ -46,7 +46,7 @@ PELNIC_ERROR_CODE _pnvReadFile(const PELNIC_VRF* pVrf, const PNV_CHAR* pszFilePa
     if (file == nullptr) {
         return PNV_FAIL_MSG(pVrf, PELNIC_ERR_SYS_FILE_OPEN, "Can not open file '%s'.", pszFilePath);
     }
-    PNV_SCOPE_EXIT closeFile{[&] { (void)pelnic_fclose(pVrf, file); }}; // nothing was written
+    ScopeExit closeFile{[&] { (void)pelnic_fclose(pVrf, file); }}; // nothing was written
     PNV_BYTE* block = nullptr;
     PNV_UINT32 length = 0;
     const PELNIC_ERROR_CODE rc = allocateForFile(pVrf, file, &block, &length);

@@ -36,7 +36,7 @@ PELNIC_ERROR_CODE _pnvVerifyTstInfo(PELNIC_VRF* pVrf, const PELNIC_ASN_OCTS* enc
     PELNIC_ERROR_CODE rc =
         pelnic_decode_timestamp_token(pVrf, encoded_ts_info->octs, encoded_ts_info->len, &pTstInfo, &decoded);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    PNV_SCOPE_EXIT freeTstInfo{[&] { pelnic_free_timestamp_token(pVrf, pTstInfo); }};
+    ScopeExit freeTstInfo{[&] { pelnic_free_timestamp_token(pVrf, pTstInfo); }};
     rc = checkImprint(pVrf, pTstInfo->msg_imprint, si->encrypted_digest);
     if (rc != 0) return rc;
     PELNIC_DATETIME date = {};
@@ -58,7 +58,7 @@ static PELNIC_ERROR_CODE verifyTsAttributes(const PELNIC_VRF* pVrf, const PELNIC
     PELNIC_VERIFY_DIGEST_INFO* pInfo = nullptr;
     rc = _pnvGetDigestFromSignerInfo(pVrf, si_ts, &pInfo);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    PNV_SCOPE_EXIT freeInfo{[&] { _pnvFreeMdInfo(pVrf, pInfo); }};
+    ScopeExit freeInfo{[&] { _pnvFreeMdInfo(pVrf, pInfo); }};
     PNV_BYTE digest[MAX_DIGEST] = {};
     PNV_UINT32 length = 0;
     rc = _pnvHashContent(pVrf, encoded_ts_info->octs, encoded_ts_info->len, pInfo->nDigestAlgID, digest, &length);
@@ -109,7 +109,7 @@ static PELNIC_ERROR_CODE verifyToken(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTEN
     PELNIC_ERROR_CODE rc = _pnvDecode<PELNIC_ASN_OCTS_item>(pVrf, pInfo->content->octs, pInfo->content->len, 0,
                                                             &encoded_ts_info, &decoded);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    PNV_SCOPE_EXIT freeEncoded{[&] { pelnic_asn_free(pVrf, encoded_ts_info, &PELNIC_ASN_OCTS_item, 0); }};
+    ScopeExit freeEncoded{[&] { pelnic_asn_free(pVrf, encoded_ts_info, &PELNIC_ASN_OCTS_item, 0); }};
     rc = _pnvVerifyTstInfo(pVrf, encoded_ts_info, si);
     PNV_TELL(Decision::Time, rc, nullptr, nullptr, nullptr, 0, CrlUnfit::OtherIssuer, pVrf->base_time);
     if (rc != 0) return PNV_FAIL(pVrf, rc);

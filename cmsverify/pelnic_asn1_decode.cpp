@@ -31,7 +31,7 @@ PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_B
     if (pVrf == nullptr || b == nullptr || pTag == nullptr || decodedBytes == nullptr) return PELNIC_ERR_NULL_POINTER;
     PNV_UINT32 start = 0;
     if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_TAG);
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    ScopeExit rewind{[&] { rewindTo(b, start); }};
     PNV_BYTE octet = 0;
     const PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &octet);
     if (rc != 0) return rc;
@@ -81,7 +81,7 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     }
     PNV_UINT32 start = 0;
     if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_LENGTH);
-    PNV_SCOPE_EXIT rewind{[&] { rewindTo(b, start); }};
+    ScopeExit rewind{[&] { rewindTo(b, start); }};
     PNV_BYTE first = 0;
     PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &first);
     if (rc != 0) return rc;
@@ -737,18 +737,18 @@ static PELNIC_ASN1_TEMPLATE ownedElement(const PELNIC_ASN1_TEMPLATE* pElement)
 
 // _pnv_dec_seq_elem with the row of an owned element, which is carved from the blocks where there are any.
 static PELNIC_ERROR_CODE decodeElement(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_LIST_DUMMY* pList,
-                                       PNV_BLOCKS* pBlocks, PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pOwned)
+                                       CarvedBlocks* pBlocks, PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pOwned)
 {
     void* pRecord = nullptr;
     PELNIC_ERROR_CODE rc = 0;
     {
-        const PNV_CARVING carving(pVrf, pBlocks);
+        const Carving carving(pVrf, pBlocks);
         rc = decodeRecord(pVrf, b, nDecoded, pOwned, &pRecord);
     }
     if (rc != 0) return rc;
     rc = pelnic_list_add(pVrf, pList, pRecord, CLSP_END);
     if (rc != 0) {
-        const PNV_CARVING carving(pVrf, pBlocks);
+        const Carving carving(pVrf, pBlocks);
         freeRecord(pVrf, pRecord, pOwned);
     }
     return rc;
@@ -777,9 +777,9 @@ static PNV_UINT32 blockSize(PNV_UINT32 contentLeft)
 }
 
 // What a list's elements are carved from: blocks of its own with a row that says so, else whatever the list is.
-static PNV_BLOCKS* blocksOf(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pElement)
+static CarvedBlocks* blocksOf(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pElement)
 {
-    if ((pElement->flag & PNV_FLAG_CARVED) != 0) return static_cast<PNV_BLOCKS*>(at(pObj, pElement->offset_type));
+    if ((pElement->flag & PNV_FLAG_CARVED) != 0) return static_cast<CarvedBlocks*>(at(pObj, pElement->offset_type));
     return pVrf == nullptr ? nullptr : pVrf->pCarving;
 }
 
@@ -797,7 +797,7 @@ static PELNIC_ERROR_CODE decodeElements(const PELNIC_VRF* pVrf, PELNIC_BUF* b, v
 
     PNV_UINT32 contentStart = 0;
     if (pelnic_buf_tell(b, &contentStart) != 0) return PELNIC_ERR_ASN_SETOF;
-    PNV_BLOCKS* const pBlocks = blocksOf(pVrf, pObj, pElement);
+    CarvedBlocks* const pBlocks = blocksOf(pVrf, pObj, pElement);
     const PELNIC_ASN1_TEMPLATE owned = ownedElement(pElement);
     PNV_UINT32 consumed = 0;
     while (consumed < contentLength) {
@@ -835,9 +835,9 @@ void pelnic_free_setof(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEM
     PELNIC_LIST_DUMMY* const pList = listIn(pObj, pElement);
     if (pList == nullptr) return;
     const PELNIC_ASN1_TEMPLATE element = ownedElement(pElement);
-    PNV_BLOCKS* const pBlocks = blocksOf(pVrf, pObj, pElement);
+    CarvedBlocks* const pBlocks = blocksOf(pVrf, pObj, pElement);
     {
-        const PNV_CARVING carving(pVrf, pBlocks);
+        const Carving carving(pVrf, pBlocks);
         for (PNV_UINT32 i = 0; pList->data != nullptr && i < pList->num; ++i) {
             freeRecord(pVrf, pList->data[i], &element);
         }
@@ -876,7 +876,7 @@ PNV_UINT32 pelnic_dec_choice(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, 
     // The value lies behind the index, wherever the alternative's row places it.
     PELNIC_ASN1_TEMPLATE alternative = templatesOf(pItem)[index];
     alternative.offset_val = 0;
-    PNV_SCOPE_EXIT freeChoice{[&] { pelnic_free_choice(pVrf, pObj, pTempl); }};
+    ScopeExit freeChoice{[&] { pelnic_free_choice(pVrf, pObj, pTempl); }};
     if (alternative.tagType == PNV_TAG_EXPLICIT && readExplicitHeader(pVrf, b, &alternative) != 0) {
         return PELNIC_ERR_ASN_CHOICE;
     }
@@ -947,7 +947,7 @@ PELNIC_ERROR_CODE _pnvDecAnyItem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     const PELNIC_ASN1_ITEM* const pItem = adapted.asn1_item;
     void* const pRecord = newRecord(pVrf, pItem->item_szie, &rc);
     if (pRecord == nullptr) return PELNIC_ERR_ASN_ANY;
-    PNV_SCOPE_EXIT releaseRecord{[&] { pelnic_free(pVrf, pRecord); }};
+    ScopeExit releaseRecord{[&] { pelnic_free(pVrf, pRecord); }};
     PNV_UINT32 length = 0;
     if (adapted.tagType == PNV_TAG_EXPLICIT) {
         rc = readHeader(pVrf, b, &tag, &length); // skipped, whatever tag it is
@@ -1038,3 +1038,17 @@ void pelnic_asn_free(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_ITEM*
     const PELNIC_ASN1_TEMPLATE templ = topLevel(pAsnItem, flag);
     freeRecord(pVrf, pObj, &templ);
 }
+
+// The item kinds, which the tables of pelnic_asn1_templ.h name
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncOct = {pelnic_dec_oct, pelnic_free_oct};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncPeekOct = {pelnic_peek_oct, pelnic_free_oct};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncLinkOct = {pelnic_link_oct, pelnic_free_link_oct};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBits = {pelnic_dec_bits, pelnic_free_bits};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncAny = {pelnic_dec_any, pelnic_free_any};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncChoice = {pelnic_dec_choice, pelnic_free_choice};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSeq = {pelnic_dec_seq, pelnic_free_seq};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncInt = {pelnic_dec_int, pelnic_free_int};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncEnum = {pelnic_dec_enum, pelnic_free_enum};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBigInt = {pelnic_dec_bigint, pelnic_free_oct};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSetOf = {pelnic_dec_setof, pelnic_free_setof};
+constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBool = {pelnic_dec_bool, pelnic_free_bool};

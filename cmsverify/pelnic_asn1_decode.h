@@ -5,6 +5,7 @@
 #define PELNIC_ASN1_DECODE_H
 
 #include "pelnic_asn1_templ.h"
+#include "pelnic_list.h"
 
 // Reads the identifier octet; *decodedBytes is always 1. PELNIC_ERR_NULL_POINTER, PELNIC_ERR_ASN_TAG at the end or for
 // the high-tag-number form (logged), or the code of the read.
@@ -45,12 +46,12 @@ void pelnic_asn_free(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_ITEM*
 // pelnic_asn_decode for an item's own record type.
 template <const PELNIC_ASN1_ITEM& item>
 [[nodiscard]] PELNIC_ERROR_CODE _pnvDecode(const PELNIC_VRF* pVrf, const PNV_BYTE* pbBuf, PNV_UINT32 nBufLen,
-                                           PNV_BYTE flag, typename PNV_RECORD_OF<item>::type** ppRecord,
+                                           PNV_BYTE flag, typename RecordOf<item>::type** ppRecord,
                                            PNV_UINT32* nDecoded)
 {
     void* pResult = nullptr;
     const PELNIC_ERROR_CODE rc = pelnic_asn_decode(pVrf, pbBuf, nBufLen, &item, flag, &pResult, nDecoded);
-    if (rc == 0) *ppRecord = static_cast<typename PNV_RECORD_OF<item>::type*>(pResult);
+    if (rc == 0) *ppRecord = static_cast<typename RecordOf<item>::type*>(pResult);
     return rc;
 }
 

@@ -2,7 +2,7 @@
 #ifndef PELNIC_ASN1_DEF_H
 #define PELNIC_ASN1_DEF_H
 
-#include "pelnic_list.h"
+#include "pelnic_types.h"
 
 // The three parts of a tag are 64 bits wide; in an expected tag the ANY members match everything.
 typedef enum pelnic_ber_class_em : PNV_INT64 {

@@ -89,10 +89,10 @@ extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSetOf;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBool;
 
 // The record that an item decodes into.
-template <const PELNIC_ASN1_ITEM& item> struct PNV_RECORD_OF;
+template <const PELNIC_ASN1_ITEM& item> struct RecordOf;
 #define PNV_DECLARE_ITEM(item, record) \
     extern const PELNIC_ASN1_ITEM item; \
-    template <> struct PNV_RECORD_OF<item> { \
+    template <> struct RecordOf<item> { \
         using type = record; \
     }
 
@@ -106,20 +106,20 @@ PNV_DECLARE_ITEM(PELNIC_ASN_BIGINT_item, PELNIC_ASN_BIGINT);
 PNV_DECLARE_ITEM(PELNIC_ASN_BOOL_item, PELNIC_ASN_BOOL);
 
 // Rows
-struct PNV_TAGGING {
+struct Tagging {
     PNV_UINT16 tagType;
     PNV_UINT32 tagCode;
 };
-#define PNV_UNTAGGED (PNV_TAGGING{PNV_TAG_NONE, 0})
-#define PNV_EXPLICIT(n) (PNV_TAGGING{PNV_TAG_EXPLICIT, n})
-#define PNV_IMPLICIT(n) (PNV_TAGGING{PNV_TAG_IMPLICIT, n})
+#define PNV_UNTAGGED (Tagging{PNV_TAG_NONE, 0})
+#define PNV_EXPLICIT(n) (Tagging{PNV_TAG_EXPLICIT, n})
+#define PNV_IMPLICIT(n) (Tagging{PNV_TAG_IMPLICIT, n})
 
-enum PNV_PRESENCE : PNV_UINT16 { PNV_REQUIRED = 0, PNV_OPTIONAL = PNV_FLAG_OPTIONAL, PNV_DEFAULT = PNV_FLAG_DEFAULT };
+enum Presence : PNV_UINT16 { PNV_REQUIRED = 0, PNV_OPTIONAL = PNV_FLAG_OPTIONAL, PNV_DEFAULT = PNV_FLAG_DEFAULT };
 
-template <typename Field, const PELNIC_ASN1_ITEM& item, PNV_PRESENCE presence = PNV_REQUIRED>
-constexpr PELNIC_ASN1_TEMPLATE _pnvRow(PNV_TAGGING tagging, std::size_t offset, const PNV_CHAR* name)
+template <typename Field, const PELNIC_ASN1_ITEM& item, Presence presence = PNV_REQUIRED>
+constexpr PELNIC_ASN1_TEMPLATE _pnvRow(Tagging tagging, std::size_t offset, const PNV_CHAR* name)
 {
-    using Record = typename PNV_RECORD_OF<item>::type;
+    using Record = typename RecordOf<item>::type;
     constexpr bool owned = std::is_same_v<Field, Record*>;
     static_assert(owned || std::is_same_v<Field, Record>, "the field's type is not what its item decodes into");
     return {&item,
@@ -158,7 +158,7 @@ constexpr PELNIC_ASN1_TEMPLATE _pnvPeekAsRow(std::size_t offset, const PNV_CHAR*
 // number in a pointer, is no constant expression, so the row is an initialiser and its table const, not constexpr.
 template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnvListFlag(PNV_UINT16 flag = 0)
 {
-    using Record = typename PNV_RECORD_OF<item>::type;
+    using Record = typename RecordOf<item>::type;
     static_assert(std::is_same_v<decltype(List::data), Record**>, "the list's elements are not what the item decodes");
     return flag;
 }
@@ -175,15 +175,15 @@ template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnv
             #field, _pnvBlocksAt<decltype(record::blocks)>(offsetof(record, blocks)), \
             reinterpret_cast<const void*>(uintptr_t{capacity}) \
     }
-template <typename Blocks> constexpr PNV_UINT32 _pnvBlocksAt(std::size_t offset)
+template <typename Field> constexpr PNV_UINT32 _pnvBlocksAt(std::size_t offset)
 {
-    static_assert(std::is_same_v<Blocks, PNV_BLOCKS>, "not the field for blocks");
+    static_assert(std::is_same_v<Field, CarvedBlocks>, "not the field for blocks");
     return static_cast<PNV_UINT32>(offset);
 }
 
 // An owned field whose type the OID in another field selects from the ANY item's map.
 template <typename Field>
-constexpr PELNIC_ASN1_TEMPLATE _pnvAnyRow(PNV_TAGGING tagging, std::size_t offset, const PNV_CHAR* name,
+constexpr PELNIC_ASN1_TEMPLATE _pnvAnyRow(Tagging tagging, std::size_t offset, const PNV_CHAR* name,
                                           const PELNIC_ASN1_ITEM* item, std::size_t offsetOfSelector)
 {
     static_assert(std::is_pointer_v<Field>, "an ANY field is a pointer");
@@ -204,7 +204,7 @@ template <const PELNIC_ASN1_ITEM& item, std::size_t N>
 constexpr PELNIC_ASN1_ITEM _pnvConstructed(const PELNIC_ASN1_TEMPLATE (&templ)[N], const PELNIC_ASN1_FUNCTIONS& func,
                                            PELNIC_BER_TAG_CODE code)
 {
-    using Record = typename PNV_RECORD_OF<item>::type;
+    using Record = typename RecordOf<item>::type;
     return {templ, &func, CBC_UNIV, CBF_CONS, code, PNV_UINT32{N}, PNV_UINT32{sizeof(Record)}};
 }
 template <const PELNIC_ASN1_ITEM& item, std::size_t N>

@@ -2,7 +2,7 @@
 #ifndef PELNIC_BASE64_H
 #define PELNIC_BASE64_H
 
-#include "pelnic_list.h"
+#include "pelnic_types.h"
 
 constexpr PNV_UINT32 MAX_ASCII = 127;
 constexpr PNV_UINT32 RADIX_OF_BASE64 = 64;

@@ -3,7 +3,7 @@
 #ifndef PELNIC_BUF_H
 #define PELNIC_BUF_H
 
-#include "pelnic_list.h"
+#include "pelnic_types.h"
 
 typedef struct pelnic_buf_st {
     const PNV_BYTE* pVal;

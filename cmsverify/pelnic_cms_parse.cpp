@@ -32,7 +32,7 @@ PELNIC_ERROR_CODE _pnvDecodeCert(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT_
     if (pVrf == nullptr || pRawCerts == nullptr || ppCerts == nullptr) return PELNIC_ERR_NULL_POINTER;
     PELNIC_X509_CERT_BUNDLE* pCerts = nullptr;
     if (_pnvNewRecord(pVrf, &pCerts) != 0) return PELNIC_ERR_CMS_DECODE;
-    PNV_SCOPE_EXIT freeCerts{[&] { freeCertBundle(pVrf, pCerts); }};
+    ScopeExit freeCerts{[&] { freeCertBundle(pVrf, pCerts); }};
     if (pelnic_list_init(pVrf, _pnvAsList(&pCerts->certs), pRawCerts->bundle.num) != 0) return PELNIC_ERR_CMS_DECODE;
     for (PNV_UINT32 i = 0; i < pRawCerts->bundle.num; ++i) {
         PNV_DECODING(nullptr, nullptr, "certificates", i);

@@ -3,25 +3,7 @@
 #ifndef PELNIC_LIST_H
 #define PELNIC_LIST_H
 
-#include "include/pelnic_cms_verify.h"
-
-typedef struct pelnic_vrf_st PELNIC_VRF;
-
-// Every list type has these three fields in this order, so that all of them can be passed as PELNIC_LIST_DUMMY.
-#define PNV_DECLARE_LIST(type) \
-    typedef struct list_type_##type { \
-        PNV_UINT32 num; \
-        type** data; \
-        PNV_UINT32 capacity; \
-    } LIST_TYPE_##type
-
-// Blocks that the elements of a long list, with all that belongs to them, are carved from (see PNV_CARVING). They go
-// together, with the list. All zero: none yet.
-typedef struct pnv_block_st PNV_BLOCK;
-typedef struct pnv_blocks_st {
-    PNV_BLOCK* pNewest;
-    PNV_UINT32 nBlockSize; // of the next one, for a request that fits
-} PNV_BLOCKS;
+#include "pelnic_types.h"
 
 typedef struct pelnic_list_dummy_st {
     PNV_UINT32 num; // elements held

@@ -560,7 +560,7 @@ static void freeScoreElement(PELNIC_VRF* ctx, void* pInfo)
 const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
 {
     LIST_TYPE_PELNIC_CRL_SCORE_INFO list = {};
-    PNV_SCOPE_EXIT freeList{[&] { pelnic_list_free(ctx, _pnvAsList(&list), freeScoreElement); }};
+    ScopeExit freeList{[&] { pelnic_list_free(ctx, _pnvAsList(&list), freeScoreElement); }};
     PELNIC_ERROR_CODE rc = pelnic_list_init(ctx, _pnvAsList(&list), 0);
     if (rc == 0) rc = _pnvGetScoredCrl(ctx, cert, &list);
     if (rc == 0) rc = pelnic_list_sort(ctx, _pnvAsList(&list), _pnvCrlScoreSortDesc);

@@ -27,9 +27,9 @@ static PELNIC_ERROR_CODE counted(const PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
     return rc;
 }
 
-struct pnv_block_st {
-    PNV_BLOCK* pNext; // the one before it
-    PNV_UINT32 nUsed; // this header included
+struct CarvedBlock {
+    CarvedBlock* pNext; // the one before it
+    PNV_UINT32 nUsed;   // this header included
     PNV_UINT32 nSize;
 };
 constexpr PNV_UINT64 CARVED_ALIGNMENT = 8; // of every record on every target
@@ -39,23 +39,23 @@ static PNV_UINT64 aligned(PNV_UINT64 size)
     return (size + CARVED_ALIGNMENT - 1) / CARVED_ALIGNMENT * CARVED_ALIGNMENT;
 }
 
-static PELNIC_ERROR_CODE newBlock(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks, PNV_UINT64 request)
+static PELNIC_ERROR_CODE newBlock(const PELNIC_VRF* ctx, CarvedBlocks* blocks, PNV_UINT64 request)
 {
-    const PNV_UINT64 header = aligned(sizeof(PNV_BLOCK));
+    const PNV_UINT64 header = aligned(sizeof(CarvedBlock));
     const PNV_UINT64 size = header + request > blocks->nBlockSize ? header + request : blocks->nBlockSize;
     if (size > 0xFFFFFFFFu) return PELNIC_ERR_SYS_MEM_ALLOC;
     void* memory = nullptr;
     const PELNIC_ERROR_CODE rc = counted(ctx, mem(ctx).malloc(&memory, static_cast<PNV_UINT32>(size)));
     if (rc != 0 || memory == nullptr) return rc != 0 ? rc : PELNIC_ERR_SYS_MEM_ALLOC;
-    PNV_BLOCK* const block = static_cast<PNV_BLOCK*>(memory);
-    *block = PNV_BLOCK{blocks->pNewest, static_cast<PNV_UINT32>(header), static_cast<PNV_UINT32>(size)};
+    CarvedBlock* const block = static_cast<CarvedBlock*>(memory);
+    *block = CarvedBlock{blocks->pNewest, static_cast<PNV_UINT32>(header), static_cast<PNV_UINT32>(size)};
     blocks->pNewest = block;
     return 0;
 }
 
 static PELNIC_ERROR_CODE carve(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size)
 {
-    PNV_BLOCKS* const blocks = ctx->pCarving;
+    CarvedBlocks* const blocks = ctx->pCarving;
     const PNV_UINT64 request = aligned(size);
     *out = nullptr;
     if (blocks->pNewest == nullptr || request > blocks->pNewest->nSize - blocks->pNewest->nUsed) {
@@ -67,10 +67,10 @@ static PELNIC_ERROR_CODE carve(const PELNIC_VRF* ctx, void** out, PNV_UINT32 siz
     return 0;
 }
 
-void _pnvFreeBlocks(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks)
+void _pnvFreeBlocks(const PELNIC_VRF* ctx, CarvedBlocks* blocks)
 {
     while (ctx != nullptr && blocks->pNewest != nullptr) {
-        PNV_BLOCK* const block = blocks->pNewest;
+        CarvedBlock* const block = blocks->pNewest;
         blocks->pNewest = block->pNext;
         mem(ctx).free(block);
     }
@@ -292,7 +292,7 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
     const PNV_THREAD_ID thread = plt.get_thread_id == nullptr ? nullptr : plt.get_thread_id();
     const PNV_TIME_T time = plt.get_utc_time == nullptr ? 0 : plt.get_utc_time();
 
-    const PNV_CARVING notCarved(ctx, nullptr); // the message ends here, not with a list
+    const Carving notCarved(ctx, nullptr); // the message ends here, not with a list
     const FaultWatch watch{ctx};
     void* block = nullptr;
     if (pelnic_malloc_with0(ctx, &block, LOG_MESSAGE_SIZE) != 0) {
@@ -302,7 +302,7 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
         log_func(log_level, filename, line, function, thread, time, rc, msg);
         return;
     }
-    PNV_SCOPE_EXIT release{[&] { pelnic_free(ctx, block); }};
+    ScopeExit release{[&] { pelnic_free(ctx, block); }};
     PNV_CHAR* const text = static_cast<PNV_CHAR*>(block);
     if (msg != nullptr) {
         va_list args;

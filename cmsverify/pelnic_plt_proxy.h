@@ -1,6 +1,7 @@
 // The library's only way to memory, strings, files, cryptography and the log: each proxy finds its callback in the
 // context's table, applies its own guards and forwards. No proxy logs; one that refuses does not touch its destination.
-// Without a context a proxy answers PELNIC_ERR_FAILED unless its line says otherwise.
+// Without a context a proxy answers PELNIC_ERR_FAILED unless its line says otherwise. The log and the allocation of
+// cleared blocks are declared in pelnic_types.h.
 #ifndef PELNIC_PLT_PROXY_H
 #define PELNIC_PLT_PROXY_H
 
@@ -10,30 +11,27 @@
 
 // While one lives, pelnic_malloc carves from larger blocks that the malloc callback hands out, and pelnic_free leaves
 // what it gets: it ends with the blocks. With null blocks both are the callbacks' again. They nest, and are locals.
-class PNV_CARVING {
+class Carving {
 public:
-    PNV_CARVING(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks) : ctx_(ctx)
+    Carving(const PELNIC_VRF* ctx, CarvedBlocks* blocks) : ctx_(ctx)
     {
         if (ctx_ != nullptr) before_ = std::exchange(ctx_->pCarving, blocks);
     }
-    ~PNV_CARVING()
+    ~Carving()
     {
         if (ctx_ != nullptr) ctx_->pCarving = before_;
     }
-    PNV_CARVING(const PNV_CARVING&) = delete;
-    PNV_CARVING& operator=(const PNV_CARVING&) = delete;
+    Carving(const Carving&) = delete;
+    Carving& operator=(const Carving&) = delete;
 
 private:
     const PELNIC_VRF* ctx_;
-    PNV_BLOCKS* before_ = nullptr;
+    CarvedBlocks* before_ = nullptr;
 };
-void _pnvFreeBlocks(const PELNIC_VRF* ctx, PNV_BLOCKS* blocks);
+void _pnvFreeBlocks(const PELNIC_VRF* ctx, CarvedBlocks* blocks);
 
 // Memory. A count above destMax is PELNIC_ERR_SYS_MEM_OVERFLOW.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
-// Allocates and clears. When the clearing fails the block is released but *out still holds its address: pass a local
-// and store it in a record only on success.
-[[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc_with0(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_memset_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, PNV_INT c,
                                                 size_t count);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_memmove_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, const void* src,
@@ -90,40 +88,5 @@ void pelnic_md_ctx_destory(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_verify_final(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX vrf,
                                                     const PNV_BYTE* signature, PNV_UINT32 len, PNV_INT* result);
 void pelnic_verify_ctx_destory(const PELNIC_VRF* ctx, PELNIC_CRYPTO_VRF_CTX vrf);
-
-// Reports to the context's log callback, if there is one; levels below a warning are dropped. msg is a printf format or
-// null for no message; decoded text is only ever an argument. rc is 0 where there is no code.
-void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
-                         const PNV_CHAR* function, PELNIC_ERROR_CODE rc, const PNV_CHAR* msg, ...)
-    __attribute__((format(printf, 7, 8)));
-
-#define PNV_LOG(pVrf, level, rc, ...) pelnic_log_callback(pVrf, level, __FILE__, __LINE__, __func__, rc, __VA_ARGS__)
-
-// Logs a failure and has its code as value. rc is evaluated twice: pass a variable or a constant.
-#define PNV_FAIL(pVrf, rc) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, nullptr), rc)
-// The end of an operation: 0, or a failure that is logged.
-#define PNV_DONE(pVrf, rc) ((rc) == 0 ? 0 : PNV_FAIL(pVrf, rc))
-#define PNV_FAIL_MSG(pVrf, rc, ...) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, __VA_ARGS__), rc)
-
-// Undoes what the function has acquired so far, on every return until it is disarmed. Guards undo in reverse order.
-template <typename Undo> struct PNV_SCOPE_EXIT {
-    Undo undo;
-    bool armed = true;
-    ~PNV_SCOPE_EXIT()
-    {
-        if (armed) undo();
-    }
-};
-template <typename Undo> PNV_SCOPE_EXIT(Undo) -> PNV_SCOPE_EXIT<Undo>;
-
-// pelnic_malloc_with0 for one record: writes *ppRecord only on success.
-template <typename Record> [[nodiscard]] PELNIC_ERROR_CODE _pnvNewRecord(const PELNIC_VRF* pVrf, Record** ppRecord)
-{
-    void* block = nullptr;
-    PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, PNV_UINT32{sizeof(Record)});
-    if (rc != 0) return rc;
-    *ppRecord = static_cast<Record*>(block);
-    return 0;
-}
 
 #endif

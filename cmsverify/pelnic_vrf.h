@@ -2,7 +2,7 @@
 #ifndef PELNIC_VRF_H
 #define PELNIC_VRF_H
 
-#include "pelnic_list.h"
+#include "pelnic_types.h"
 
 typedef struct pelnic_x509_crl_st PELNIC_X509_CRL;
 typedef struct pelnic_verify_digest_info_st PELNIC_VERIFY_DIGEST_INFO;
@@ -17,11 +17,11 @@ typedef struct pelnic_verify_process_st {
 } PELNIC_VERIFY_PROCESS;
 
 // The run in progress, if there is one. Written by class OperationRun alone.
-typedef struct pelnic_run_st {
+struct RunCounts {
     PNV_UINT64 nNumber; // of the current or latest run
     PNV_UINT32 nInProgress;
     PNV_UINT32 nFaultsBefore; // nCallbackFaults when it began
-} PELNIC_RUN;
+};
 
 struct pelnic_vrf_st {
     size_t st_size;
@@ -36,9 +36,9 @@ struct pelnic_vrf_st {
     PNV_INT curr_depth; // nested certificate verifications in progress
     PNV_BYTE resv[64];
     mutable PNV_UINT32 nCallbackFaults; // failing callbacks so far; pelnic_faults.h tells what they mean
-    mutable PNV_BLOCKS* pCarving;       // where allocations come from while it is not null; see PNV_CARVING
+    mutable CarvedBlocks* pCarving;     // where allocations come from while it is not null; see Carving
     PNV_BOOL bInputLost;                // one of them cost a certificate or CRL for good
-    mutable PELNIC_RUN run;
+    mutable RunCounts run;
     PNV_UINT32 nVerificationsInProgress; // calls of pelnic_pki_verify_cert, the nested ones included
     PNV_UINT32 nVerification;            // number of the current or latest outermost one
 };

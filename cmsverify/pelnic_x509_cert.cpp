@@ -40,7 +40,7 @@ PELNIC_ERROR_CODE pelnic_x509_cert_get_keyusage(const PELNIC_VRF* pVrf, const PE
     void* pResult = nullptr;
     const PELNIC_ERROR_CODE rc = pelnic_decode_x509_extension(pVrf, pEntry, &pResult);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT freeUsage{[&] { pelnic_free_x509_extension(pVrf, AOID_CE_KEYUSAGE, pResult); }};
+    ScopeExit freeUsage{[&] { pelnic_free_x509_extension(pVrf, AOID_CE_KEYUSAGE, pResult); }};
     const PELNIC_ASN_BITS* const pBits = static_cast<const PELNIC_ASN_BITS*>(pResult);
     if (pBits->bits == nullptr || pBits->byteLen == 0 || pBits->bitLen == 0) return PELNIC_ERR_NO_KEY_USAGE;
     *usage = pBits->bits[0];

@@ -124,7 +124,7 @@ PELNIC_ERROR_CODE pelnic_decode_pubkey(const PELNIC_VRF* pVrf, const PELNIC_X509
     PELNIC_PUBKEY* pPubKey = nullptr;
     PELNIC_ERROR_CODE rc = _pnvNewRecord(pVrf, &pPubKey);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT freeKey{[&] { pelnic_free(pVrf, pPubKey); }};
+    ScopeExit freeKey{[&] { pelnic_free(pVrf, pPubKey); }};
     const PELNIC_AOIDS algorithm = pelnic_find_aoid(pVrf, &pPubKeyInfo->algorithm.algorithm);
     if (algorithm == AOID_UNKNOWN) return PELNIC_ERR_UNSUPPORTED_ALGO;
     if (algorithm == AOID_RSA) {

@@ -4,6 +4,7 @@
 #define PELNIC_X509_TEMPL_H
 
 #include "pelnic_asn1_templ.h"
+#include "pelnic_list.h"
 #include "pelnic_vrf.h"
 
 typedef struct pelnic_x509_attr_entry_st {
@@ -120,7 +121,7 @@ PNV_DECLARE_LIST(PELNIC_X509_REVOKED_ENTRY);
 
 typedef struct pelnic_x509_revoked_st {
     LIST_TYPE_PELNIC_X509_REVOKED_ENTRY revoked_list;
-    PNV_BLOCKS blocks; // of the entries
+    CarvedBlocks blocks; // of the entries
 } PELNIC_X509_REVOKED;
 
 typedef struct pelnic_x509_crlinfo_st {

@@ -85,7 +85,7 @@ PELNIC_ERROR_CODE pelnic_x509_extract_public_key(const PELNIC_VRF* pVrf, const P
 {
     if (pVrf == nullptr || pCert == nullptr || e == nullptr || n == nullptr) return PELNIC_ERR_NULL_POINTER;
     PELNIC_PUBKEY* pPubKey = nullptr;
-    PNV_SCOPE_EXIT freeKey{[&] { pelnic_free_pubkey(pVrf, pPubKey); }};
+    ScopeExit freeKey{[&] { pelnic_free_pubkey(pVrf, pPubKey); }};
     if (pelnic_decode_pubkey(pVrf, pCert->toBeSigned->subjectPubKey, &pPubKey) != 0 || pPubKey->type != AOID_RSA) {
         return PELNIC_ERR_CERT_INVALID;
     }
@@ -187,7 +187,7 @@ static PELNIC_ERROR_CODE runVerification(const PELNIC_VRF* pVrf, const PNV_BYTE*
     PELNIC_CRYPTO_VRF_CTX vrf = nullptr;
     PELNIC_ERROR_CODE rc = pelnic_verify_ctx_create(pVrf, &vrf);
     if (rc != 0) return rc;
-    PNV_SCOPE_EXIT destroy{[&] { pelnic_verify_ctx_destory(pVrf, vrf); }};
+    ScopeExit destroy{[&] { pelnic_verify_ctx_destory(pVrf, vrf); }};
     rc = pelnic_verify_init(pVrf, vrf, e, n, hashAlgo);
     if (rc != 0) return rc;
     rc = pelnic_verify_update(pVrf, vrf, pbSrc, nSrc);

@@ -4,7 +4,7 @@
 #include "pelnic_x509_utils.h"
 
 // What a certificate and a CRL have in common.
-struct SIGNED_OBJECT {
+struct SignedObject {
     const PELNIC_X509_ALGO_IDENTIFIER* outer;
     const PELNIC_X509_ALGO_IDENTIFIER* inner;
     const PELNIC_ASN_OCTS* raw_signed;
@@ -12,7 +12,7 @@ struct SIGNED_OBJECT {
     PELNIC_ERROR_CODE algorithmsDiffer;
 };
 
-static PELNIC_ERROR_CODE verify(const PELNIC_VRF* pVrf, const SIGNED_OBJECT& object, const PELNIC_PUBKEY* pPubKey,
+static PELNIC_ERROR_CODE verify(const PELNIC_VRF* pVrf, const SignedObject& object, const PELNIC_PUBKEY* pPubKey,
                                 PNV_BOOL* pResult)
 {
     // Identifiers, not encodings: parameters do not count, and two that are both unknown fail in the next step.
@@ -29,8 +29,8 @@ PELNIC_ERROR_CODE pelnic_x509_cert_verify(const PELNIC_VRF* pVrf, const PELNIC_X
                                           const PELNIC_PUBKEY* pPubKey, PNV_BOOL* pResult)
 {
     if (pCert == nullptr || pPubKey == nullptr) return PELNIC_ERR_NULL_POINTER;
-    const SIGNED_OBJECT object = {pCert->algorithm, pCert->toBeSigned->signature, pCert->raw_signed, pCert->signature,
-                                  PELNIC_ERR_CERT_VERIFY};
+    const SignedObject object = {pCert->algorithm, pCert->toBeSigned->signature, pCert->raw_signed, pCert->signature,
+                                 PELNIC_ERR_CERT_VERIFY};
     return verify(pVrf, object, pPubKey, pResult);
 }
 
@@ -38,7 +38,7 @@ PELNIC_ERROR_CODE pelnic_x509_crl_verify(const PELNIC_VRF* pVrf, const PELNIC_X5
                                          const PELNIC_PUBKEY* pPubKey, PNV_BOOL* pResult)
 {
     if (pVrf == nullptr || pCrl == nullptr || pPubKey == nullptr) return PELNIC_ERR_NULL_POINTER;
-    const SIGNED_OBJECT object = {pCrl->algorithm, pCrl->tbs_cert_list->signature_algo, pCrl->raw_signed,
-                                  pCrl->signature, PELNIC_ERR_FAILED};
+    const SignedObject object = {pCrl->algorithm, pCrl->tbs_cert_list->signature_algo, pCrl->raw_signed,
+                                 pCrl->signature, PELNIC_ERR_FAILED};
     return verify(pVrf, object, pPubKey, pResult);
 }

@@ -26,7 +26,7 @@ namespace {
 int StatusOf(const Trial& trial)
 {
     static FILE* const out = std::fopen("/dev/null", "w");
-    PKGCHECK_JOB job = {szCert_F, szCert_F_size, nullptr, out, 0};
+    PkgcheckJob job = {szCert_F, szCert_F_size, nullptr, out, 0};
     const CheckersTurn turn;
     const int status = pkgcheck_check(trial.data, trial.size, &job);
     Require(status != 0 || job.code == 0, "what did not verify is not accepted");

@@ -85,7 +85,7 @@ int StatusOfChecker(const Trial& trial)
 {
     if (trial.size < sizeof(SProgramFileHeader_S)) return -1;
     static FILE* const out = std::fopen("/dev/null", "w");
-    PKGCHECK_JOB job = {szCert_F, szCert_F_size, nullptr, out, 0};
+    PkgcheckJob job = {szCert_F, szCert_F_size, nullptr, out, 0};
     return pkgcheck_check(trial.data, trial.size, &job);
 }
 

@@ -118,7 +118,7 @@ Verdict judge(ByteView package, const Root& root)
     Verdict verdict{};
     recording = &verdict.log;
     const TextFile out;
-    PKGCHECK_JOB job{root.content.data(), static_cast<PNV_UINT32>(root.content.size()), record, out.file(), 0};
+    PkgcheckJob job{root.content.data(), static_cast<PNV_UINT32>(root.content.size()), record, out.file(), 0};
     verdict.status = exitStatus(pkgcheck_check(package.data, static_cast<PNV_UINT32>(package.size), &job));
     verdict.message = out.firstLine();
     if (job.code != 0) verdict.code = job.code;

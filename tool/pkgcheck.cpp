@@ -30,7 +30,7 @@ constexpr int NOT_STRICT = -3;
 constexpr int BAD_ARGUMENT = -22;
 
 // Ends with the word of the rules on what is in order otherwise; acceptance is the line for it.
-static int conclude(const PKGCHECK_JOB* job, const char* refusal, const char* acceptance)
+static int conclude(const PkgcheckJob* job, const char* refusal, const char* acceptance)
 {
     if (refusal != nullptr) {
         (void)fprintf(job->out, "Strict: %s\n", refusal);
@@ -133,7 +133,7 @@ static bool isInside(const PNV_BYTE* package, PNV_UINT32 packageLength, const PN
 }
 
 static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength, const SProgramFileHeader_S* header,
-                              PKGCHECK_JOB* job)
+                              PkgcheckJob* job)
 {
     PELNIC_VERIFY_SIGNATURE_S sig = pkgcheck_locate(package, header);
     sig.pCert = job->pRoot;
@@ -161,7 +161,7 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
     return conclude(job, pkgcheck_signature_refusal(&sig), "");
 }
 
-int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PKGCHECK_JOB* job)
+int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PkgcheckJob* job)
 {
     SProgramFileHeader_S header;
     memcpy(&header, package, sizeof header);
@@ -191,7 +191,7 @@ int pkgcheck_run(int argc, char** argv)
     PNV_UINT32 packageLength = 0;
     int status = readPackage(filename, &package, &packageLength);
     if (status != 0) return status;
-    PKGCHECK_JOB job = {szCert_F, szCert_F_size, nullptr, stdout, 0};
+    PkgcheckJob job = {szCert_F, szCert_F_size, nullptr, stdout, 0};
     status = pkgcheck_check(package, packageLength, &job);
     free(package);
     return status;

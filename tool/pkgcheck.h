@@ -35,16 +35,16 @@ constexpr PNV_UINT32 SUB_FILE_CRL = 0x10000002;
 PELNIC_VERIFY_SIGNATURE_S pkgcheck_locate(const PNV_BYTE* package, const SProgramFileHeader_S* header);
 
 // What a check is made with, and what comes of it besides its status.
-typedef struct pkgcheck_job_st {
+struct PkgcheckJob {
     const PNV_BYTE* pRoot; // the trusted root certificate
     PNV_UINT32 uiRootLength;
     func_pelnic_log_callback log; // may be null
     FILE* out;                    // gets the outcome's line
     PELNIC_ERROR_CODE code;       // the verification's result; 0 when the check did not get that far
-} PKGCHECK_JOB;
+};
 
 // Checks a package in memory, which is at least as long as a header. Returns what pkgcheck_run would.
-int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PKGCHECK_JOB* job);
+int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PkgcheckJob* job);
 
 // Checks the package that argv[1] names, prints the outcome's line and returns the exit status of main:
 // 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -3 refused by the strict checker alone, -22

@@ -390,7 +390,7 @@ TEST_F(SequenceKind, TheNextFieldBeginsWithinWhatIsLeftOver)
 
 // ---- SEQUENCE: content whose header was consumed ----
 
-constexpr PNV_TAGGING kContentOnly{PNV_TAG_CONTENT_ONLY, 0};
+constexpr Tagging kContentOnly{PNV_TAG_CONTENT_ONLY, 0};
 
 TEST_F(SequenceKind, TakesContentWhoseHeaderWasConsumed)
 {
@@ -837,7 +837,7 @@ protected:
         PELNIC_ASN_BOOL flag;
     };
 
-    void Tag(PNV_TAGGING tagging)
+    void Tag(Tagging tagging)
     {
         value_.tagType = tagging.tagType;
         value_.tagCode = tagging.tagCode;
@@ -1016,7 +1016,7 @@ TEST_F(AnyKind, MayBeAbsentWhenOptional)
 TEST_F(AnyKind, MayBeAbsentWhenOptionalAndTagged)
 {
     value_.flag |= PNV_FLAG_OPTIONAL;
-    for (PNV_TAGGING tagging : {PNV_IMPLICIT(3), PNV_EXPLICIT(3)}) {
+    for (Tagging tagging : {PNV_IMPLICIT(3), PNV_EXPLICIT(3)}) {
         Tag(tagging);
         ExpectAbsent(Seq(asNumber_, Bool(true)));
         ExpectAbsent(Seq(asSelection_, Bool(true)));

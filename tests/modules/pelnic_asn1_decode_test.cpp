@@ -696,7 +696,7 @@ TEST_P(HeaderKind, PassesOnTheCodeOfTheHeader)
 
 class OctetsKind : public Asn1Test {
 protected:
-    Decoding Decode(const Bytes& octets, PNV_TAGGING tagging = PNV_UNTAGGED)
+    Decoding Decode(const Bytes& octets, Tagging tagging = PNV_UNTAGGED)
     {
         return Decoding(vrf_, FieldOf(PELNIC_ASN_OCTS_item, tagging), octets);
     }
@@ -801,7 +801,7 @@ TEST_F(OctetsKind, PassOnTheCodeOfTheCopy)
 
 class BigIntKind : public OctetsKind {
 protected:
-    Decoding Decode(const Bytes& octets, PNV_TAGGING tagging = PNV_UNTAGGED)
+    Decoding Decode(const Bytes& octets, Tagging tagging = PNV_UNTAGGED)
     {
         return Decoding(vrf_, FieldOf(PELNIC_ASN_BIGINT_item, tagging), octets);
     }

@@ -323,9 +323,9 @@ TEST(NoContext, CryptographyFails)
 
 // ---- Carving ----
 
-class Carving : public ::testing::Test {
+class CarvingTest : public ::testing::Test {
 protected:
-    ~Carving() override { _pnvFreeBlocks(vrf_, &blocks_); }
+    ~CarvingTest() override { _pnvFreeBlocks(vrf_, &blocks_); }
 
     PNV_BYTE* Take(PNV_UINT32 size)
     {
@@ -335,14 +335,14 @@ protected:
     }
 
     Vrf vrf_;
-    PNV_BLOCKS blocks_{nullptr, 256};
+    CarvedBlocks blocks_{nullptr, 256};
 };
 
-TEST_F(Carving, TakesAlignedZerosFromOneBlockAndGivesItBackWhole)
+TEST_F(CarvingTest, TakesAlignedZerosFromOneBlockAndGivesItBackWhole)
 {
     PNV_BYTE* end = nullptr;
     {
-        const PNV_CARVING carving(vrf_, &blocks_);
+        const Carving carving(vrf_, &blocks_);
         for (PNV_UINT32 size : {1u, 8u, 7u, 24u}) {
             PNV_BYTE* const octets = Take(size);
             EXPECT_EQ(reinterpret_cast<std::uintptr_t>(octets) % 8, 0u);
@@ -360,9 +360,9 @@ TEST_F(Carving, TakesAlignedZerosFromOneBlockAndGivesItBackWhole)
     _pnvFreeBlocks(vrf_, &blocks_);
 }
 
-TEST_F(Carving, TakesAnotherBlockForWhatDoesNotFit)
+TEST_F(CarvingTest, TakesAnotherBlockForWhatDoesNotFit)
 {
-    const PNV_CARVING carving(vrf_, &blocks_);
+    const Carving carving(vrf_, &blocks_);
     Take(200);
     Take(200);
     EXPECT_EQ(vrf_.Plan().LiveBlocks(), 2u);
@@ -371,9 +371,9 @@ TEST_F(Carving, TakesAnotherBlockForWhatDoesNotFit)
     EXPECT_GE(vrf_.Plan().LargestRequest(), 1000u);
 }
 
-TEST_F(Carving, PassesOnThatThereIsNoMemory)
+TEST_F(CarvingTest, PassesOnThatThereIsNoMemory)
 {
-    const PNV_CARVING carving(vrf_, &blocks_);
+    const Carving carving(vrf_, &blocks_);
     void* octets = &blocks_;
     vrf_.Plan().Fail(Call::Malloc, 1);
     EXPECT_EQ(pelnic_malloc(vrf_, &octets, 8), PELNIC_ERR_SYS_MEM_ALLOC);
@@ -385,13 +385,13 @@ TEST_F(Carving, PassesOnThatThereIsNoMemory)
     EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u);
 }
 
-TEST_F(Carving, EndsWithItsScopeAndLeavesTheLogAlone)
+TEST_F(CarvingTest, EndsWithItsScopeAndLeavesTheLogAlone)
 {
     {
-        const PNV_CARVING carving(vrf_, &blocks_);
+        const Carving carving(vrf_, &blocks_);
         Take(8);
         {
-            const PNV_CARVING none(vrf_, nullptr);
+            const Carving none(vrf_, nullptr);
             pelnic_free(vrf_, Take(8));
         }
         PNV_LOG(vrf_, PELNIC_LOG_TYPE_ERROR, PELNIC_ERR_FAILED, "said");
@@ -506,9 +506,9 @@ TEST(ScopeExit, UndoesInReverseOrderUnlessDisarmed)
 {
     std::string undone;
     {
-        PNV_SCOPE_EXIT first{[&] { undone += "first"; }};
-        PNV_SCOPE_EXIT disarmed{[&] { undone += "never"; }};
-        PNV_SCOPE_EXIT last{[&] { undone += "last "; }};
+        ScopeExit first{[&] { undone += "first"; }};
+        ScopeExit disarmed{[&] { undone += "never"; }};
+        ScopeExit last{[&] { undone += "last "; }};
         disarmed.armed = false;
     }
     EXPECT_EQ(undone, "last first");

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """tests/programs/where_codes.py [--write]
 Holds docs/inside.md against the sources: the table of the functions that decide each code, which --write makes anew,
-and every code, file and function that the text names."""
+every code, file and function that the text names, and the layers of the modules, of which no include runs up."""
 import pathlib
 import re
 import sys
@@ -59,6 +59,20 @@ def unknown_names(text):
             yield path
 
 
+def includes_that_run_up(text):
+    rows = re.findall(r"^\| (`.*`) \| .* \| ([\w.]+) \|$", text.split("## Modules")[1].split("##")[0], re.M)
+    layers = list(dict.fromkeys(layer for _, layer in rows))
+    layer_of = {name.split("/")[-1]: layers.index(layer) for names, layer in rows for name in re.findall(r"`(.*?)`", names)}
+    for path in [*SOURCES, *sorted(ROOT.glob("cmsverify/*.h"))]:
+        if path.stem not in layer_of:
+            yield f"{path.name} is not among the modules of docs/inside.md"
+            continue
+        for name in re.findall(r'#include "(?:\w+/)*(\w+)\.h"', path.read_text()):
+            # The witness is told by all layers.
+            if layer_of.get(name, 0) > layer_of[path.stem] and name != "pelnic_witness":
+                yield f"{path.name} includes {name}.h of a higher layer"
+
+
 def main():
     text = PAGE.read_text()
     before, rest = text.split(BEGIN)
@@ -67,6 +81,7 @@ def main():
         PAGE.write_text(wanted)
         return 0
     failures = [f"docs/inside.md names {name}, which is nowhere" for name in unknown_names(text)]
+    failures += includes_that_run_up(text)
     if text != wanted:
         failures.append("docs/inside.md: the table of codes is old; run tests/programs/where_codes.py --write")
     print("\n".join(failures) or "docs/inside.md agrees with the sources")

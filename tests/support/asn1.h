@@ -10,7 +10,7 @@
 namespace pnvtest {
 
 // A field at the start of its record.
-constexpr PELNIC_ASN1_TEMPLATE FieldOf(const PELNIC_ASN1_ITEM& item, PNV_TAGGING tagging = PNV_UNTAGGED,
+constexpr PELNIC_ASN1_TEMPLATE FieldOf(const PELNIC_ASN1_ITEM& item, Tagging tagging = PNV_UNTAGGED,
                                        PNV_UINT16 flag = 0)
 {
     return {&item, tagging.tagCode, tagging.tagType, flag, 0, "field", 0, nullptr};

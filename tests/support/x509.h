@@ -16,16 +16,16 @@ namespace pnvtest {
 [[noreturn]] void ThrowRefused(PELNIC_ERROR_CODE rc);
 
 template <const PELNIC_ASN1_ITEM& item> struct ReleaseItem {
-    using Record = typename PNV_RECORD_OF<item>::type;
+    using Record = typename RecordOf<item>::type;
     const PELNIC_VRF* vrf;
     void operator()(Record* record) const { pelnic_asn_free(vrf, record, &item, 0); }
 };
 template <const PELNIC_ASN1_ITEM& item>
-using OwnedItem = std::unique_ptr<typename PNV_RECORD_OF<item>::type, ReleaseItem<item>>;
+using OwnedItem = std::unique_ptr<typename RecordOf<item>::type, ReleaseItem<item>>;
 
 template <const PELNIC_ASN1_ITEM& item> OwnedItem<item> DecodeItem(const PELNIC_VRF* vrf, const Bytes& der)
 {
-    typename PNV_RECORD_OF<item>::type* record = nullptr;
+    typename RecordOf<item>::type* record = nullptr;
     PNV_UINT32 octets = 0;
     const PELNIC_ERROR_CODE rc = _pnvDecode<item>(vrf, der.data(), Len(der), 0, &record, &octets);
     if (rc != 0) ThrowRefused(rc);

@@ -1,0 +1,64 @@
+// What every module of the library is made with: the context by name, list types, the scope guard, log macros, and the
+// allocation of a record. Includes the public header alone.
+#ifndef PELNIC_TYPES_H
+#define PELNIC_TYPES_H
+
+#include "include/pelnic_cms_verify.h"
+
+typedef struct pelnic_vrf_st PELNIC_VRF;
+
+// Every list type has these three fields in this order, so that all of them can be passed as PELNIC_LIST_DUMMY.
+#define PNV_DECLARE_LIST(type) \
+    typedef struct list_type_##type { \
+        PNV_UINT32 num; \
+        type** data; \
+        PNV_UINT32 capacity; \
+    } LIST_TYPE_##type
+
+// Blocks that the elements of a long list, with all that belongs to them, are carved from (see Carving). They go
+// together, with the list. All zero: none yet.
+struct CarvedBlock;
+struct CarvedBlocks {
+    CarvedBlock* pNewest;
+    PNV_UINT32 nBlockSize; // of the next one, for a request that fits
+};
+
+// Reports to the context's log callback, if there is one; levels below a warning are dropped. msg is a printf format or
+// null for no message; decoded text is only ever an argument. rc is 0 where there is no code.
+void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
+                         const PNV_CHAR* function, PELNIC_ERROR_CODE rc, const PNV_CHAR* msg, ...)
+    __attribute__((format(printf, 7, 8)));
+
+#define PNV_LOG(pVrf, level, rc, ...) pelnic_log_callback(pVrf, level, __FILE__, __LINE__, __func__, rc, __VA_ARGS__)
+
+// Logs a failure and has its code as value. rc is evaluated twice: pass a variable or a constant.
+#define PNV_FAIL(pVrf, rc) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, nullptr), rc)
+// The end of an operation: 0, or a failure that is logged.
+#define PNV_DONE(pVrf, rc) ((rc) == 0 ? 0 : PNV_FAIL(pVrf, rc))
+#define PNV_FAIL_MSG(pVrf, rc, ...) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, __VA_ARGS__), rc)
+
+// Undoes what the function has acquired so far, on every return until it is disarmed. Guards undo in reverse order.
+template <typename Undo> struct ScopeExit {
+    Undo undo;
+    bool armed = true;
+    ~ScopeExit()
+    {
+        if (armed) undo();
+    }
+};
+template <typename Undo> ScopeExit(Undo) -> ScopeExit<Undo>;
+
+// Allocates and clears. When the clearing fails the block is released but *out still holds its address: pass a local
+// and store it in a record only on success.
+[[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc_with0(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
+// pelnic_malloc_with0 for one record: writes *ppRecord only on success.
+template <typename Record> [[nodiscard]] PELNIC_ERROR_CODE _pnvNewRecord(const PELNIC_VRF* pVrf, Record** ppRecord)
+{
+    void* block = nullptr;
+    PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, PNV_UINT32{sizeof(Record)});
+    if (rc != 0) return rc;
+    *ppRecord = static_cast<Record*>(block);
+    return 0;
+}
+
+#endif
