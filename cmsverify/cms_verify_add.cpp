@@ -3,12 +3,14 @@
 
 #include "cms_verify_context.h"
 #include "cms_verify_input.h"
+#include "pelnic_faults.h"
 #include "pelnic_pki_impl.h"
 #include "pelnic_plt_proxy.h"
 #include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 
-void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch)
+// Called where an operation goes on towards success: what a failing callback has cost it until here is lost for good.
+static void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch)
 {
     if (watch.failed()) pVrf->bInputLost = 1;
 }

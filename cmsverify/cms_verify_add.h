@@ -4,10 +4,6 @@
 #define CMS_VERIFY_ADD_H
 
 #include "pelnic_cms_templ.h"
-#include "pelnic_faults.h"
-
-// Called where an operation goes on towards success: what a failing callback has cost it until here is lost for good.
-void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch);
 
 // The certificates and CRLs of one input, each with one reference, for the time of one operation.
 struct DecodedInput {

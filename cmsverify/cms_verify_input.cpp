@@ -85,9 +85,9 @@ static PELNIC_ERROR_CODE copyAsText(const PELNIC_VRF* pVrf, const PNV_BYTE* cont
     return 0;
 }
 
-// Keeps a decoded object in its list, or frees it when there is no list or no room.
+// Appends a decoded object to its list, or frees it when there is no list or no room.
 template <typename Object, typename List>
-static PELNIC_ERROR_CODE keep(PELNIC_VRF* pVrf, Object* object, List* list, pelnic_list_free_cb freeObject)
+static PELNIC_ERROR_CODE appendOrFree(PELNIC_VRF* pVrf, Object* object, List* list, pelnic_list_free_cb freeObject)
 {
     const PELNIC_ERROR_CODE rc = list == nullptr ? 0 : pelnic_list_add(pVrf, _pnvAsList(list), object, CLSP_END);
     if (list == nullptr || rc != 0) freeObject(pVrf, object);
@@ -116,9 +116,9 @@ PELNIC_ERROR_CODE _pnvDecodeStreamCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbCo
         PELNIC_ERROR_CODE rc = 0;
         const FaultWatch watch{pVrf};
         if (pelnic_x509_decode_cert(pVrf, encoded, left, &pCert, &decoded) == 0) {
-            rc = keep(pVrf, pCert, pCertList, _pnvFreeCertElement);
+            rc = appendOrFree(pVrf, pCert, pCertList, _pnvFreeCertElement);
         } else if (decodeAsCrl(pVrf, encoded, left, &pCrl, &decoded, watch)) {
-            rc = keep(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
+            rc = appendOrFree(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
         } else {
             return 0; // whatever this is, it ends the stream
         }
@@ -216,7 +216,7 @@ PELNIC_ERROR_CODE _pnvAddPemCertToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, 
     const FaultWatch watch{pVrf};
     PELNIC_X509_CERT* pCert = nullptr;
     if (_pnvPemDecodeCert(pVrf, block, nBlockLength, &pCert) == 0) {
-        (void)keep(pVrf, pCert, pCertList, _pnvFreeCertElement);
+        (void)appendOrFree(pVrf, pCert, pCertList, _pnvFreeCertElement);
     }
     if (pCertList == nullptr) watch.forgive(); // nobody wants it
     return 0;
@@ -227,7 +227,8 @@ PELNIC_ERROR_CODE _pnvAddPemCrlToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, P
 {
     const FaultWatch watch{pVrf};
     PELNIC_X509_CRL* pCrl = nullptr;
-    if (_pnvPemDecodeCrl(pVrf, block, nBlockLength, &pCrl) == 0) (void)keep(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
+    if (_pnvPemDecodeCrl(pVrf, block, nBlockLength, &pCrl) == 0)
+        (void)appendOrFree(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
     if (pCrlList == nullptr) watch.forgive(); // nobody wants it
     return 0;
 }

@@ -407,8 +407,8 @@ static PELNIC_ERROR_CODE verifyAtDepth(PELNIC_VRF* ctx, const PELNIC_X509_CERT* 
 static PELNIC_ERROR_CODE verifyOnce(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PkiFindings* found)
 {
     const PNV_INT depth = ctx->curr_depth;
-    if (depth < 0) return verifyAtDepth(ctx, cert); // set so by a caller of internal functions
     if (ctx->nVerificationsInProgress == 0) ++ctx->nVerification;
+    if (depth < 0) return verifyAtDepth(ctx, cert); // set so by a caller of internal functions
     if (found->nVerification != ctx->nVerification) {
         found->nVerification = ctx->nVerification;
         found->nVerifiedDepths = 0;

@@ -362,6 +362,21 @@ TEST_F(CallersDepth, GetsNoVerdictOfAnEarlierVerification)
     EXPECT_EQ(VerifyAt(root, 11), PELNIC_ERR_PATH_TOO_DEEP);
 }
 
+// Nor do the verifications that are nested in a call below zero, when one run holds both calls.
+TEST_F(CallersDepth, BelowZeroBeginsAnewToo)
+{
+    stores_.Trust(pki_.root);
+    const PELNIC_X509_CERT* const ca = stores_.Trust(pki_.signingCa);
+    stores_.AddCrl(pki_.rootCrl);
+    stores_.AddCrl(pki_.signingCrl);
+    const PELNIC_X509_CERT* const signer = stores_.Cert(pki_.signer);
+    const OperationRun run{stores_};
+    stores_->base_time = k2026 + 74 * 365 * PNV_TIME_T{86400};
+    EXPECT_EQ(VerifyAt(ca, 0), PELNIC_ERR_CERT_EXPIRED);
+    stores_->base_time = k2026;
+    EXPECT_EQ(VerifyAt(signer, -1), 0u);
+}
+
 // ---- What a run finds out ends with it ----
 
 TEST_F(SharedRecords, AreAskedAnewOutsideOfARun)
