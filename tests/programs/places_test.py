@@ -1,0 +1,36 @@
+#!/usr/bin/env python3
+"""Places that a change forgets, where nothing else would fail: what the code has, the documents and fuzzers must have."""
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+missing = []
+
+
+def read(path):
+    return (ROOT / path).read_text()
+
+
+def want(names, place):
+    text = read(place)
+    missing.extend(f"{place} lacks {name}" for name in names if name not in text)
+
+
+extensions = re.findall(r"case AOID_CE_(\w+): return &", read("cmsverify/pelnic_x509_parse.cpp"))
+fuzzed = read("fuzz/extension.cpp").upper()
+missing.extend(f"fuzz/extension.cpp lacks AOID_CE_{name}" for name in extensions
+               if f"OID::{name}" not in fuzzed and f"OID::{name.rstrip('S')}" not in fuzzed)
+
+refusals = re.findall(r'"((?:a|an|nobody|several|signed|the|there)\b[^"]+)"', read("tool/rules_strict.cpp"))
+want([f"`Strict: {refusal}`" for refusal in refusals], "docs/package-format.md")
+
+targets = re.findall(r'^        \{"(\w+)"', read("fuzz/targets.cpp") + read("fuzz/pkgtool.cpp"), re.M)
+want([f"| `{target}` |" for target in targets], "fuzz/README.md")
+
+options = re.findall(r"^(?:option|set)\(((?:CMSVERIFY|PKGCHECK)_\w+) ", read("CMakeLists.txt"), re.M)
+want([f"`{option}`" for option in options], "docs/building.md")
+
+print("\n".join(missing) or f"{len(extensions)} extensions, {len(refusals)} refusals of the strict checker, "
+      f"{len(targets)} fuzzers, {len(options)} options: all in their places")
+sys.exit(bool(missing))
