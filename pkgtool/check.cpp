@@ -3,6 +3,7 @@
 #include "der.h"
 #include "error.h"
 #include "keys.h"
+#include "progress.h"
 #include "timestamp.h"
 
 #include "cmsverify/cms_verify_input.h"
@@ -277,6 +278,7 @@ void requireStampable(const Bytes& signature, const std::string& origin)
 void requireSignature(const Bytes& signature, ByteView payload, const std::string& origin)
 {
     const Cms cms = readSigners(signature, origin);
+    const Progress progress("checking " + origin);
     const Bio content = memoryBio(payload);
     const unsigned flags = CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY;
     if (CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, flags) != 1) {

@@ -183,7 +183,7 @@ Json headerJson(const Header& header)
 
 } // namespace
 
-Contents readContents(const Bytes& package, const Bytes& root, const char* rootSource)
+Contents readContents(ByteView package, const Bytes& root, const char* rootSource)
 {
     ignoreConfiguration();
     const Header header = decodeHeader(package);

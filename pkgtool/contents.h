@@ -37,7 +37,7 @@ struct Contents {
 };
 
 // root: a certificate, DER or PEM, or nothing.
-Contents readContents(const Bytes& package, const Bytes& root, const char* rootSource);
+Contents readContents(ByteView package, const Bytes& root, const char* rootSource);
 
 // A name's common name for people, as "CN=Demo CA", or all of it when there is none.
 std::string briefName(const Json& name);

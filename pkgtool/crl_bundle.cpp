@@ -51,6 +51,13 @@ BundleSummary decode(PELNIC_VRF_CTX ctx, const std::string& path)
     return BundleSummary(summary, {ctx});
 }
 
+// The library opens them itself. What would make it wait is refused.
+void requireFile(const std::string& path)
+{
+    if (path == "-") throw UserError("CRL bundles and their certificates are read from files, not from standard input");
+    (void)MappedFile(path);
+}
+
 // ---- Reasons ----
 
 CrlInfos ofIssuer(const CrlInfos& crls, const char* issuer)
@@ -130,10 +137,10 @@ CrlBundle::CrlBundle(const std::string& path, const std::vector<std::string>& ce
     : path_(path), ctx_(newContext())
 {
     for (const std::string& file : certFiles) {
-        (void)MappedFile(file); // refuses what would make the library wait
+        requireFile(file);
         require(pelnic_verify_add_cert_file(ctx_.get(), file.c_str()), file);
     }
-    (void)MappedFile(path);
+    requireFile(path);
     summary_ = decode(ctx_.get(), path);
 }
 

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 namespace pkgtool {
@@ -122,8 +123,12 @@ Bytes readAll(const Input& input, const std::string& path)
 
 // ---- Writing ----
 
-// The name of the only file under way, for a signal's handler.
+// The names of the only file and the only directory under way, for a signal's handler, and how many files were named in
+// the directory.
 std::array<char, PATH_MAX> unfinished;
+std::array<char, PATH_MAX> unfinishedDirectory;
+std::array<std::array<char, PATH_MAX>, 32> unfinishedInside;
+volatile std::sig_atomic_t insideCount = 0;
 
 void removeUnfinished()
 {
@@ -131,9 +136,18 @@ void removeUnfinished()
     unfinished[0] = '\0';
 }
 
+void removeUnfinishedDirectory()
+{
+    for (int i = 0; i < insideCount; ++i) (void)unlink(unfinishedInside[static_cast<std::size_t>(i)].data());
+    insideCount = 0;
+    if (unfinishedDirectory[0] != '\0') (void)rmdir(unfinishedDirectory.data());
+    unfinishedDirectory[0] = '\0';
+}
+
 void endBySignal(int signal)
 {
     removeUnfinished();
+    removeUnfinishedDirectory();
     (void)raise(signal); // for which the default is set again
 }
 
@@ -273,6 +287,11 @@ ByteView MappedFile::content() const
     return {static_cast<const unsigned char*>(memory_), static_cast<std::size_t>(status_.st_size)};
 }
 
+void MappedFile::forget() const
+{
+    if (memory_ != nullptr) (void)madvise(memory_, content().size, MADV_DONTNEED); // a hint, which may be ignored
+}
+
 void MappedFile::requireUnchanged() const
 {
     struct stat now {};
@@ -348,6 +367,37 @@ void writeFile(const std::string& path, ByteView content, Existing existing)
     OutputFile file(path, existing);
     file.write(content);
     file.commit();
+}
+
+UnfinishedDirectory::UnfinishedDirectory(const std::string& place) : place_(place)
+{
+    const std::string name = place + ".unfinished.XXXXXX";
+    if (name.size() >= unfinishedDirectory.size()) throw UserError("cannot make " + place + ": its name is too long");
+    removeUnfinishedOnSignals();
+    std::strcpy(unfinishedDirectory.data(), name.c_str());
+    if (mkdtemp(unfinishedDirectory.data()) == nullptr) throw fileError("make", place);
+}
+
+UnfinishedDirectory::~UnfinishedDirectory()
+{
+    removeUnfinishedDirectory();
+}
+
+std::string UnfinishedDirectory::file(const std::string& name)
+{
+    const std::string path = unfinishedDirectory.data() + ("/" + name);
+    const auto i = static_cast<std::size_t>(insideCount);
+    if (i == unfinishedInside.size() || path.size() >= PATH_MAX) throw std::length_error("too much in a directory");
+    std::strcpy(unfinishedInside[i].data(), path.c_str());
+    insideCount = insideCount + 1;
+    return path;
+}
+
+void UnfinishedDirectory::complete()
+{
+    if (rename(unfinishedDirectory.data(), place_.c_str()) != 0) throw fileError("make", place_);
+    insideCount = 0;
+    unfinishedDirectory[0] = '\0';
 }
 
 } // namespace pkgtool

@@ -53,6 +53,8 @@ public:
     MappedFile& operator=(const MappedFile&) = delete;
 
     ByteView content() const;
+    // Gives the memory back until somebody looks again.
+    void forget() const;
     // Throws when somebody has written to it since it was opened.
     void requireUnchanged() const;
 
@@ -79,7 +81,7 @@ void requireWritable(const std::string& path, Existing existing);
 
 // A file under way, or standard output by the name "-". Links are followed. What is no regular file is written straight
 // into; a regular one is made beside its place, put there by commit() and until then removed by whatever ends the
-// process but SIGKILL. A replaced file's owner and mode are kept.
+// process but SIGKILL. A replaced file's owner and mode are kept. One at a time.
 class OutputFile {
 public:
     OutputFile(const std::string& path, Existing existing);
@@ -100,6 +102,24 @@ private:
 };
 
 void writeFile(const std::string& path, ByteView content, Existing existing);
+
+// A directory under way, beside the place that it may take. It and the files that were named in it are removed by
+// whatever ends the process but SIGKILL, and by its own end. One at a time.
+class UnfinishedDirectory {
+public:
+    explicit UnfinishedDirectory(const std::string& place);
+    ~UnfinishedDirectory();
+    UnfinishedDirectory(const UnfinishedDirectory&) = delete;
+    UnfinishedDirectory& operator=(const UnfinishedDirectory&) = delete;
+
+    // A path inside, for a file that is made next.
+    std::string file(const std::string& name);
+    // Puts it in its place, where nothing or an empty directory may be.
+    void complete();
+
+private:
+    std::string place_;
+};
 
 } // namespace pkgtool
 

@@ -3,6 +3,7 @@
 #include "der.h"
 #include "diagnosis.h"
 #include "error.h"
+#include "progress.h"
 #include "text.h"
 
 #include <algorithm>
@@ -32,7 +33,10 @@ void foretell(const ForecastOptions& options, const OutputFile& output)
     const std::unique_ptr<MappedFile> file = output.written();
     if (file == nullptr) return;
     const Root root = loadRoot(options.root);
-    const Verdict verdict = judge(file->content(), root);
+    const Verdict verdict = [&] {
+        const Progress progress("checking the package");
+        return judge(file->content(), root);
+    }();
     if (verdict.isAccepted()) return;
     const ByteView view = file->content();
     const Bytes package(view.data, view.data + view.size);

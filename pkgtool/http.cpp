@@ -1,16 +1,12 @@
 #include "http.h"
 
 #include "error.h"
-#include "text.h"
+#include "progress.h"
 
 #include <curl/curl.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <ctime>
 #include <memory>
 #include <stdexcept>
-#include <utility>
 
 namespace pkgtool {
 
@@ -31,8 +27,6 @@ struct Exchange {
     std::string url; // for messages
     Bytes body;
     bool isTooLong = false;
-    std::time_t started = std::time(nullptr);
-    bool isAnnounced = isatty(STDERR_FILENO) == 0; // which only a terminal needs
 };
 
 // Taking fewer octets than there are ends the transfer with an error.
@@ -43,17 +37,6 @@ std::size_t collect(char* data, std::size_t, std::size_t count, void* target)
     if (exchange.isTooLong) return 0;
     exchange.body.insert(exchange.body.end(), data, data + count);
     return count;
-}
-
-// Called about once a second.
-int announceWaiting(void* target, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
-{
-    Exchange& exchange = *static_cast<Exchange*>(target);
-    const bool isLate = std::time(nullptr) > exchange.started + 1;
-    if (isLate && !std::exchange(exchange.isAnnounced, true)) {
-        fprintf(stderr, "pkgtool: waiting for the authority at %s\n", printable(exchange.url).c_str());
-    }
-    return 0;
 }
 
 // A URL may have a password in it, which no message shows.
@@ -92,11 +75,12 @@ Bytes postTimestampQuery(const std::string& url, const Bytes& query)
     curl_easy_setopt(curl.get(), CURLOPT_FAILONERROR, 1L);
     curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT, CONNECT_SECONDS);
     curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, TIMEOUT_SECONDS);
-    curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, announceWaiting);
-    curl_easy_setopt(curl.get(), CURLOPT_XFERINFODATA, &exchange);
+    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L); // there is another thread
     curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, reason);
-    const CURLcode code = curl_easy_perform(curl.get());
+    const CURLcode code = [&] {
+        const Progress progress("waiting for the authority at " + exchange.url, Progress::Log::Told);
+        return curl_easy_perform(curl.get());
+    }();
     if (exchange.isTooLong) throw UserError("the answer from " + exchange.url + " is longer than any timestamp");
     if (code != CURLE_OK) {
         throw UserError("no answer from " + exchange.url + ": " +

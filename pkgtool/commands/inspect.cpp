@@ -113,13 +113,14 @@ void printContent(const Json& content, const Json& length)
 
 void inspect(const std::string& path, bool json)
 {
-    const Bytes package = readFile(path);
+    const MappedFile file(path);
+    const ByteView package = file.content();
     const Header header = readHeader(path, package);
     const Contents contents = readContents(package, {}, "");
     if (json) {
         return print({{"schema", SCHEMA},
                       {"package", path},
-                      {"size", package.size()},
+                      {"size", package.size},
                       {"header", contents.header},
                       {"sub_files", contents.subFiles}});
     }

@@ -34,7 +34,7 @@ const char* severityText(Severity severity)
     return "error";
 }
 
-Findings lintVerdict(const Bytes& package, const Root& root)
+Findings lintVerdict(ByteView package, const Root& root)
 {
     const Verdict verdict = judge(package, root);
     if (verdict.isAccepted()) return {};
@@ -49,12 +49,13 @@ void append(Findings& all, const Findings& more)
 
 Findings lintAll(const LintOptions& options)
 {
-    const Bytes package = readFile(options.package);
+    const MappedFile file(options.package);
+    const ByteView package = file.content();
     (void)readHeader(options.package, package);
     const Root root = loadRoot(options.root);
     const Contents contents = readContents(package, root.content, root.source);
     Findings findings = lintVerdict(package, root);
-    append(findings, lintContainer(contents, package.size()));
+    append(findings, lintContainer(contents, package.size));
     append(findings, lintReading(contents));
     append(findings, lintSignature(contents));
     append(findings, lintCrls(contents, options.limits));

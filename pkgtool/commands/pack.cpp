@@ -5,6 +5,7 @@
 #include "error.h"
 #include "forecast.h"
 #include "openssl.h"
+#include "progress.h"
 #include "text.h"
 
 #include <algorithm>
@@ -70,13 +71,17 @@ void pack(const PackOptions& options)
     header.ulSubFileNum = options.count.value_or(static_cast<std::uint32_t>(subFiles.size()));
     header.ulLength = options.length.value_or(packageLength(subFiles));
     OutputFile package(options.output, options.existing);
-    package.write(encodeHeader(header, subFiles));
-    for (const SubFile& subFile : subFiles) package.write(subFile.content);
-    image.requireUnchanged();
+    const Bytes digest = [&] {
+        const Progress progress("packing " + options.payload);
+        package.write(encodeHeader(header, subFiles));
+        for (const SubFile& subFile : subFiles) package.write(subFile.content);
+        image.requireUnchanged();
+        return digestOf(EVP_sha256(), image.content());
+    }();
+    image.forget(); // the package is as long again
     if (options.forecast.check || !options.unchecked) foretell(options.forecast, package);
     package.commit();
     if (isStandardOutput(options.output)) return; // where a package goes alone
-    const Bytes digest = digestOf(EVP_sha256(), image.content());
     printf("packed %u octets, SHA256 of the payload %s\n", packageLength(subFiles),
            hexText(digest.data(), digest.size()).c_str());
 }

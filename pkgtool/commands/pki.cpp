@@ -175,36 +175,6 @@ void requireFree(const std::string& directory)
     throw UserError(directory + " is there already", "keys are never overwritten: name another directory");
 }
 
-// Fills a directory beside the one wanted, which takes its place when it is complete.
-class NewDirectory {
-public:
-    explicit NewDirectory(std::string path)
-        : path_(std::move(path)), unfinished_(path_ + ".unfinished." + std::to_string(getpid()))
-    {
-        if (mkdir(unfinished_.c_str(), 0700) != 0) throw error();
-    }
-    ~NewDirectory()
-    {
-        std::error_code ignored;
-        fs::remove_all(unfinished_, ignored); // gone already when it is complete
-    }
-    NewDirectory(const NewDirectory&) = delete;
-    NewDirectory& operator=(const NewDirectory&) = delete;
-
-    std::string file(const std::string& name) const { return unfinished_ + "/" + name; }
-    // An empty directory may be there; rename refuses any other.
-    void complete() const
-    {
-        if (std::rename(unfinished_.c_str(), path_.c_str()) != 0) throw error();
-    }
-
-private:
-    UserError error() const { return UserError("cannot make " + path_ + ": " + std::strerror(errno)); }
-
-    std::string path_;
-    std::string unfinished_;
-};
-
 std::map<std::string, Identity> issueMembers(const PkiOptions& options)
 {
     std::map<std::string, Identity> identities;
@@ -223,15 +193,15 @@ void makePki(PkiOptions options)
     while (options.directory.size() > 1 && options.directory.back() == '/') options.directory.pop_back();
     requireFree(options.directory);
     const std::map<std::string, Identity> identities = issueMembers(options);
-    const NewDirectory directory(options.directory);
+    UnfinishedDirectory directory(options.directory);
     for (const Member& member : MEMBERS) {
         const Identity& identity = identities.at(member.name);
-        const std::string file = directory.file(member.name);
-        writeNew(file + ".pem", pemOf(identity.cert.get()), PUBLIC_FILE);
-        if (options.token.empty()) writeKey(file + ".key", identity.key.get());
+        const std::string name = member.name;
+        writeNew(directory.file(name + ".pem"), pemOf(identity.cert.get()), PUBLIC_FILE);
+        if (options.token.empty()) writeKey(directory.file(name + ".key"), identity.key.get());
         if (isCa(member)) {
             const Crl crl = issueCrl(identity, nullptr, nullptr, options.crlDays);
-            writeNew(file + ".crl", pemOf(crl.get()), PUBLIC_FILE);
+            writeNew(directory.file(name + ".crl"), pemOf(crl.get()), PUBLIC_FILE);
         }
     }
     const std::string config = releaseConfig(options);

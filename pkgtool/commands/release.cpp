@@ -7,9 +7,7 @@
 #include "verdict.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -90,27 +88,6 @@ int run(const char* command, AddCommand add, Words words)
     return 0;
 }
 
-// A directory beside the package to be, so that the complete package only has to be renamed.
-class Scratch {
-public:
-    explicit Scratch(const std::string& output) : path_(output + ".unfinished.XXXXXX")
-    {
-        if (mkdtemp(path_.data()) == nullptr) throw UserError("cannot write " + output + ": " + std::strerror(errno));
-    }
-    ~Scratch()
-    {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    std::string file(const char* name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
-
 Words operator+(Words words, const Words& more)
 {
     words.insert(words.end(), more.begin(), more.end());
@@ -131,6 +108,10 @@ std::string rootOf(const Words& verifyOptions)
 
 void release(const ReleaseOptions& options)
 {
+    if (options.image == "-" || options.output == "-") {
+        throw UserError("release reads the image several times, and tells on standard output what it does",
+                        "name files; pkgtool sign and pack take the name -");
+    }
     const fs::path configPath = fs::absolute(options.pki.empty() ? options.config : options.pki + "/release.toml");
     const std::string image = fs::absolute(options.image);
     const std::string output = fs::absolute(options.output);
@@ -140,7 +121,7 @@ void release(const ReleaseOptions& options)
     const std::string root = rootOf(config.of("verify"));
     const Words rootWords = root.empty() ? Words{} : Words{"--root=" + root};
 
-    const Scratch scratch(output);
+    UnfinishedDirectory scratch(output);
     const std::string cms = scratch.file("image.cms");
     const std::string package = scratch.file("image.pkg");
     (void)run("sign", addSignCommand, Words{image, "--output=" + cms} + config.of("sign"));

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "container.h"
 #include "error.h"
+#include "progress.h"
 #include "signed_data.h"
 #include "text.h"
 #include "timestamp.h"
@@ -149,6 +150,12 @@ void requireOutputs(const SignOptions& options)
     }
 }
 
+Bytes digestOfImage(const SignOptions& options, const EVP_MD* md, ByteView payload)
+{
+    const Progress progress("hashing " + options.payload);
+    return digestOf(md, payload);
+}
+
 // What a signer's part of the signature is, in a line.
 std::string summary(const Signer& signer, const Bytes& digest, const std::string& time)
 {
@@ -176,7 +183,7 @@ void sign(const SignOptions& options)
     for (const Cert& cert : chain) addCertificate(cms.get(), cert.get());
     for (std::size_t i = 0; i < signers.size(); ++i) {
         const Signer& signer = signers[i];
-        SignerOptions how{signer.md, digestOf(signer.md, payload)};
+        SignerOptions how{signer.md, digestOfImage(options, signer.md, payload)};
         how.signingTime = signingTime.get();
         if (isKeyElsewhere(options)) how.makeSignature = signElsewhere(options, signer, i);
         CMS_SignerInfo* const info = addSigner(cms.get(), signer.identity, how);

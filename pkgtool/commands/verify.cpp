@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -113,21 +114,29 @@ public:
     Processes(const VerifyOptions& options, const Root& root)
         : options_(options), root_(root), answers_(options.packages.size())
     {
+        sigemptyset(&endings_);
+        sigaddset(&endings_, SIGCHLD);
+        sigprocmask(SIG_BLOCK, &endings_, nullptr); // it is waited for
     }
 
     const Answers& answers() const { return done_; }
-    // There is one answer more.
-    void proceed()
+    // Whether there is one answer more; if not, a second has gone by.
+    bool proceed()
     {
         while (started_ < options_.packages.size() && running_.size() < options_.jobs && start(started_)) ++started_;
         int status = 0;
-        pid_t ended = 0;
-        do ended = waitpid(-1, &status, 0);
-        while (ended < 0 && errno == EINTR);
+        pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended == 0) {
+            constexpr timespec SECOND{1, 0};
+            (void)sigtimedwait(&endings_, nullptr, &SECOND);
+            ended = waitpid(-1, &status, WNOHANG);
+        }
         if (ended < 0) throw std::runtime_error(std::string("no process: ") + std::strerror(errno));
+        if (ended == 0) return false;
         const std::size_t index = running_.at(ended);
         running_.erase(ended);
         done_[index] = status == 0 ? answers_[index] : unreadable(endText(status));
+        return true;
     }
 
 private:
@@ -156,6 +165,7 @@ private:
     std::size_t started_ = 0;
     std::map<pid_t, std::size_t> running_;
     Answers done_;
+    sigset_t endings_{};
 };
 
 // ---- Output ----
@@ -209,16 +219,17 @@ void printAnswer(const std::string& package, const Answer& answer, bool json)
 }
 
 // A bar below the results, on the error output, so that it is never among them.
-class Progress {
+class Bar {
 public:
-    explicit Progress(std::size_t all) : all_(all) {}
+    explicit Bar(std::size_t all) : all_(all) {}
 
     void draw(std::size_t done) const
     {
         constexpr std::size_t WIDTH = 40;
         if (!isShown_) return;
+        const auto seconds = static_cast<long>(std::time(nullptr) - started_);
         const std::string bar = std::string(done * WIDTH / all_, '#') + std::string(WIDTH - done * WIDTH / all_, '.');
-        fprintf(stderr, "\r[%s] %zu of %zu", bar.c_str(), done, all_);
+        fprintf(stderr, "\r[%s] %zu of %zu, %ld s", bar.c_str(), done, all_, seconds);
     }
     // Makes way for results.
     void clear() const
@@ -228,6 +239,7 @@ public:
 
 private:
     std::size_t all_;
+    std::time_t started_ = std::time(nullptr);
     bool isShown_ = isatty(STDERR_FILENO) != 0;
 };
 
@@ -310,19 +322,18 @@ std::vector<std::string> filesBelow(const std::vector<std::string>& paths)
 Answers judgeAll(const VerifyOptions& options, const Root& root)
 {
     std::size_t printed = 0;
-    const Progress progress(options.packages.size());
+    const Bar bar(options.packages.size());
     Processes processes(options, root);
     const Answers& answers = processes.answers();
     while (answers.size() < options.packages.size()) {
-        processes.proceed();
-        progress.clear();
+        if (processes.proceed()) bar.clear();
         for (; answers.count(printed) != 0; ++printed) {
             printAnswer(options.packages[printed], answers.at(printed), options.json);
         }
         (void)fflush(stdout);
-        progress.draw(answers.size());
+        bar.draw(answers.size());
     }
-    progress.clear();
+    bar.clear();
     return answers;
 }
 

@@ -387,6 +387,7 @@ TEST_F(PkgtoolCrl, RefusesFilesWithTheReason)
         {{"show", good, "--root", good}, "' holds no certificate"},
         {{"show", good, "--intermediate", version1}, "' holds a certificate of version 1 or 2"},
         {Words{"compare", good, dir_.Path("missing")} + TheRoot(), "cannot open " + dir_.Path("missing")},
+        {{"show", "-"}, "read from files, not from standard input"},
         {{"compare", good}, "device is missing"},
         {{"show"}, "bundle is missing"},
         {{}, "a command is missing"},

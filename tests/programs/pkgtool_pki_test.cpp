@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 
 namespace pnvtest {
@@ -174,6 +175,24 @@ TEST_F(PkgtoolPki, ReleaseSignsStampsPacksChecksAndLints)
     for (const char* step : {"signed", "packed", "checked", "lint", "written"}) {
         EXPECT_NE(("\n" + released.out).find(std::string("\n") + step), std::string::npos) << released.out;
     }
+}
+
+// The first file that is written ends the process: none may be written.
+TEST_F(PkgtoolPki, LeavesNothingBehindWhenASignalEndsIt)
+{
+    constexpr int kEndedBySignal = 128 + SIGXFSZ;
+    const auto withoutRoom = [](const std::string& command) {
+        return RunProcess({"sh", "-c", "ulimit -f 0; exec " + PkgtoolPath() + " " + command});
+    };
+    EXPECT_EQ(withoutRoom("release " + image_ + " --pki " + Pki() + " -o " + package_).status, kEndedBySignal);
+    EXPECT_EQ(withoutRoom("pki new --key-bits 2048 " + dir_.Path("new")).status, kEndedBySignal);
+    EXPECT_EQ(FilesIn(dir_.Path()), (Words{"image", "pki"}));
+}
+
+TEST_F(PkgtoolPki, ReleaseHasNoPipes)
+{
+    ExpectUserError({"release", "-", "--pki", Pki(), "-o", package_}, "release reads the image several times");
+    ExpectUserError({"release", image_, "--pki", Pki(), "-o", "-"}, "release reads the image several times");
 }
 
 TEST_F(PkgtoolPki, RevokedSignerIsRefused)

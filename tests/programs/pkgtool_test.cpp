@@ -472,6 +472,20 @@ protected:
     }
 };
 
+// Whoever looks on is told what is waited for, and for how long; a log only of what takes much longer.
+TEST_F(PkgtoolResponder, SaysOnATerminalWhatItWaitsFor)
+{
+    if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
+    std::string command = "env -u LD_PRELOAD"; // by the true time
+    for (const std::string& word : SignByUrl()) command += " " + word;
+    const ProcessResult onTerminal = RunWithResponder("late", {"script", "-qec", command, "/dev/null"});
+    EXPECT_NE(onTerminal.out.find("pkgtool: waiting for the authority at http://127.0.0.1:"), std::string::npos)
+        << onTerminal.out;
+    EXPECT_NE(onTerminal.out.find("/, 2 s\033[K"), std::string::npos) << onTerminal.out;
+    const ProcessResult inLog = RunWithResponder("late", SignByUrl());
+    EXPECT_EQ(inLog.err.find("pkgtool: "), std::string::npos) << inLog.err;
+}
+
 TEST_F(PkgtoolResponder, AnswerToAnotherQueryIsRefused)
 {
     const Words twice{"sh", "-c", "\"$@\" && mv " + room_.Path("none") + " " + room_.Path("first") + " && \"$@\"",

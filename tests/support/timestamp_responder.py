@@ -3,7 +3,7 @@
 
 Runs COMMAND with every {url} in it replaced by that of a timestamp authority (RFC 3161 over HTTP) on the loopback
 interface, and ends with its exit status. `openssl ts -reply` answers, by the section [tsa] of CONFIG. RESPONDER in the
-environment makes it err: "replay" gives everybody the first answer, "error" a good answer with the HTTP status 500,
+environment makes it err: "late" waits before it answers, "replay" gives everybody the first answer, "error" a good answer with the HTTP status 500,
 "endless" one without end.
 """
 import http.server
@@ -12,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 
 
 class Responder(http.server.BaseHTTPRequestHandler):
@@ -27,6 +28,8 @@ class Responder(http.server.BaseHTTPRequestHandler):
             command = ["openssl", "ts", "-reply", "-config", self.config, "-queryfile", file.name]
             reply = subprocess.run(command, stdout=subprocess.PIPE, check=False).stdout
         Responder.first = Responder.first or reply
+        if self.error == "late":
+            time.sleep(2.5)
         self.send_response(500 if self.error == "error" else 200)
         self.send_header("Content-Type", "application/timestamp-reply")
         if self.error == "endless":
