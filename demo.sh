@@ -174,6 +174,6 @@ done
 say "Where everything is: $build"
 echo "good.pkg and the others, the PKI (pki), pkgcheck, and pkgtool (pkgtool/pkgtool)."
 echo "Read next: docs/signing.md to sign with keys of your own, docs/pkgtool.md to find out why a package is refused,"
-echo "SECURITY.md for what a good verdict does not say."
+echo "SECURITY.md for what acceptance does not promise."
 [ $unexpected = 0 ] || { echo "$unexpected of $verdicts verdicts are not the expected ones."; exit 1; }
 echo "All $verdicts verdicts are the expected ones."
