@@ -3,11 +3,15 @@
 
 #include "error.h"
 #include "pkcs11.h"
+#include "text.h"
 
 #include <openssl/conf.h>
 #include <openssl/ui.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -37,11 +41,28 @@ std::optional<std::string> readPassword(const std::string& source)
                     "a password on the command line is there for every user of the machine to see");
 }
 
-// Answers OpenSSL's question for a password, and remembers that it was asked.
+// At the terminal, without showing it; none where nobody sits.
+std::optional<std::string> askUser(const std::string& location)
+{
+    constexpr int MAX_LENGTH = 256;
+    std::array<char, MAX_LENGTH> buffer{};
+    const std::string prompt =
+        std::string(isPkcs11Uri(location) ? "PIN" : "password") + " for " + printable(withoutPin(location)) + ": ";
+    if (isatty(STDIN_FILENO) == 0 || EVP_read_pw_string(buffer.data(), MAX_LENGTH, prompt.c_str(), 0) != 0) {
+        return std::nullopt;
+    }
+    std::string text = buffer.data();
+    OPENSSL_cleanse(buffer.data(), buffer.size());
+    return text;
+}
+
+// Answers OpenSSL's question for a password, and remembers that it was asked. What nobody has named is asked of whoever
+// sits at the terminal.
 class Password {
 public:
-    explicit Password(const std::string& source)
-        : text_(readPassword(source)), method_(UI_UTIL_wrap_read_pem_callback(answer, 0))
+    Password(const std::string& source, std::string location)
+        : location_(std::move(location)), text_(readPassword(source)),
+          method_(UI_UTIL_wrap_read_pem_callback(answer, 0))
     {
         ensure(method_ != nullptr, "allocating");
     }
@@ -56,11 +77,13 @@ private:
     {
         Password& password = *static_cast<Password*>(self);
         password.asked_ = true;
+        if (!password.text_) password.text_ = askUser(password.location_);
         if (!password.text_ || password.text_->size() > static_cast<std::size_t>(size)) return -1;
         std::memcpy(buffer, password.text_->data(), password.text_->size());
         return static_cast<int>(password.text_->size());
     }
 
+    std::string location_;
     std::optional<std::string> text_;
     PasswordMethod method_;
     bool asked_ = false;
@@ -123,6 +146,9 @@ Content readStore(const std::string& location, int type, Password& password)
 // Says why there is nothing of what was looked for.
 [[noreturn]] void throwNothingFound(const std::string& what, const std::string& location, const Password& password)
 {
+    if (password.isMissing() && isPkcs11Uri(location)) {
+        throw UserError(withoutPin(location) + " needs a PIN", "name it with --pass env:NAME or --pass file:PATH");
+    }
     if (password.isMissing()) {
         throw UserError(location + " is encrypted", "name its password with --pass env:NAME or --pass file:PATH");
     }
@@ -141,16 +167,19 @@ bool isKeyOf(const X509* cert, const EVP_PKEY* key)
 
 Pkey loadKey(const std::string& location, const std::string& passwordSource)
 {
-    Password password(passwordSource);
+    Password password(passwordSource, location);
     Content content = readStore(location, OSSL_STORE_INFO_PKEY, password);
     if (!content.keys.empty()) return std::move(content.keys.front());
-    if (isPkcs11Uri(location)) return loadEngineKey(location, password.text());
+    if (isPkcs11Uri(location)) {
+        Pkey key = loadEngineKey(location, password.text(), password.method(), &password);
+        if (key != nullptr) return key;
+    }
     throwNothingFound("private key", location, password);
 }
 
 std::vector<Cert> loadCertificates(const std::string& location, const std::string& passwordSource)
 {
-    Password password(passwordSource);
+    Password password(passwordSource, location);
     Content content = readStore(location, OSSL_STORE_INFO_CERT, password);
     if (content.certs.empty()) throwNothingFound("certificate", location, password);
     return std::move(content.certs);
@@ -184,7 +213,7 @@ Identity loadCertificate(const std::string& certLocation)
 
 Identity loadPkcs12(const std::string& path, const std::string& passwordSource, std::vector<Cert>& chain)
 {
-    Password password(passwordSource);
+    Password password(passwordSource, path);
     Content content = readStore(path, 0, password);
     if (content.keys.empty()) throwNothingFound("private key", path, password);
     Identity identity{nullptr, std::move(content.keys.front())};

@@ -7,6 +7,10 @@
 
 #include <openssl/engine.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
 #include <regex>
 
 namespace pkgtool {
@@ -49,23 +53,67 @@ Engine openEngine()
     return Engine(engine);
 }
 
+// Takes what the engine says by itself, in words that do not tell its user what to do.
+class ErrorOutput {
+public:
+    ErrorOutput() : original_(dup(STDERR_FILENO)), file_(memfd_create("pkcs11", MFD_CLOEXEC))
+    {
+        (void)dup2(file_.get(), STDERR_FILENO);
+    }
+    ~ErrorOutput() { (void)dup2(original_.get(), STDERR_FILENO); }
+    ErrorOutput(const ErrorOutput&) = delete;
+    ErrorOutput& operator=(const ErrorOutput&) = delete;
+
+    std::string text() const
+    {
+        std::array<char, 4096> text;
+        const ssize_t count = pread(file_.get(), text.data(), text.size(), 0);
+        return count > 0 ? std::string(text.data(), static_cast<std::size_t>(count)) : "";
+    }
+
+private:
+    Descriptor original_;
+    Descriptor file_;
+};
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// The engine returns no reason; its words have it.
+[[noreturn]] void throwNoKey(const std::string& uri, const std::string& words)
+{
+    const std::string where = withoutPin(uri);
+    if (contains(words, "Unable to load module")) throw UserError("the token's library does not load", NO_ENGINE);
+    if (contains(words, "Login")) {
+        throw UserError("the token does not take the PIN for " + where,
+                        "most tokens lock after a few wrong ones; p11tool --list-tokens tells how it stands");
+    }
+    if (contains(words, "No matching")) {
+        throw UserError("no such token: " + where, "p11tool --list-tokens shows those that there are");
+    }
+    throw UserError("no private key at " + where,
+                    "p11tool --login --list-all-privkeys TOKEN shows those that there are");
+}
+
 } // namespace
 
-Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin)
+Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin, UI_METHOD* askPin, void* asked)
 {
     const Engine engine = openEngine(); // a key holds a reference of its own
     if (pin) ensure(ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin->c_str(), 0) == 1, "handing over the PIN");
-    Pkey key(ENGINE_load_private_key(engine.get(), uri.c_str(), nullptr, nullptr));
-    if (key == nullptr) {
-        throw UserError("no private key at " + withoutPin(uri),
-                        "look with p11tool --list-all; a PIN comes from --pass");
-    }
+    ERR_clear_error();
+    const ErrorOutput output;
+    Pkey key(ENGINE_load_private_key(engine.get(), uri.c_str(), askPin, asked));
+    if (key == nullptr && !contains(output.text(), "No PIN code was entered")) throwNoKey(uri, output.text());
+    ERR_clear_error();
     return key;
 }
 
 #else
 
-Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>&)
+Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>&, UI_METHOD*, void*)
 {
     throw UserError("no private key at " + withoutPin(uri), "load a pkcs11 provider in openssl.cnf");
 }

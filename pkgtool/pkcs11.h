@@ -4,6 +4,8 @@
 
 #include "openssl.h"
 
+#include <openssl/ui.h>
+
 #include <optional>
 #include <string>
 
@@ -12,8 +14,9 @@ namespace pkgtool {
 bool isPkcs11Uri(const std::string& location);
 // For messages: a URI may have a PIN in it.
 std::string withoutPin(const std::string& location);
-// The key that the URI (RFC 7512) names, through OpenSSL's pkcs11 engine. The PIN is the URI's own unless given here.
-Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin);
+// The key that the URI (RFC 7512) names, through OpenSSL's pkcs11 engine; null when the PIN is asked for and the method
+// has none. The PIN is the URI's own unless given here.
+Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin, UI_METHOD* askPin, void* asked);
 
 } // namespace pkgtool
 

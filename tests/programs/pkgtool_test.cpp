@@ -321,6 +321,64 @@ TEST_F(Pkgtool, SignsInAPkcs11Token)
     EXPECT_EQ(Sign(key + LocalAuthority(), environment), UsualSignature());
 }
 
+// Tokens lock after a few wrong PINs: nobody is to try another because the name was wrong, or the other way round.
+TEST_F(Pkgtool, TellsAWrongPinFromAWrongName)
+{
+    const std::string module = "/usr/lib/softhsm/libsofthsm2.so";
+    if (!IsInstalled("softhsm2-util")) GTEST_SKIP() << "needs softhsm2 and libengine-pkcs11-openssl";
+    room_.Write("softhsm2.conf", Text("directories.tokendir = " + room_.Path("") + "\n"));
+    // An engine that finds no key keeps some memory.
+    const Words environment{"SOFTHSM2_CONF=" + room_.Path("softhsm2.conf"), "PIN=1234", "WRONG=9999",
+                            "ASAN_OPTIONS=detect_leaks=0"};
+    const Words withModule = environment + Words{"PKCS11_MODULE_PATH=" + module};
+    RunProcess({"softhsm2-util", "--init-token", "--free", "--label", "test", "--pin", "1234", "--so-pin", "4321"},
+               withModule);
+    RunProcess({"openssl", "pkcs8", "-topk8", "-nocrypt", "-in", KeyFile(room_.Pki().signer.key), "-out",
+                room_.Path("plain.key")});
+    RunProcess({"softhsm2-util", "--import", room_.Path("plain.key"), "--token", "test", "--label", "signer", "--id",
+                "10", "--pin", "1234"},
+               withModule);
+    const auto fails = [&](const std::string& uri, const Words& options, const std::string& message,
+                           const Words& with) {
+        const ProcessResult run = Run(
+            SignCommand(Words{"--cert", room_.Path("signer.pem"), "--key", uri} + LocalAuthority() + options, "none"),
+            with);
+        EXPECT_EQ(run.status, kUserError);
+        EXPECT_EQ(run.err.find("pkgtool: " + message), 0u) << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 2) << run.err;
+        EXPECT_EQ(run.err.find("9999"), std::string::npos) << run.err;
+    };
+    const std::string key = "pkcs11:token=test;object=signer;type=private";
+    const Words pin{"--pass", "env:PIN"};
+    fails(key, {"--pass", "env:WRONG"}, "the token does not take the PIN for " + key, withModule);
+    fails("pkcs11:token=tset;object=signer", pin, "no such token: pkcs11:token=tset", withModule);
+    fails("pkcs11:token=test;object=singer", pin, "no private key at pkcs11:token=test;object=singer", withModule);
+    fails(key, {}, key + " needs a PIN", withModule);
+    fails(key, pin, "the token's library does not load", environment + Words{"PKCS11_MODULE_PATH=/nonexistent.so"});
+}
+
+TEST_F(Pkgtool, AsksForAPasswordOnATerminal)
+{
+    if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
+    RunProcess({"openssl", "pkcs8", "-topk8", "-in", KeyFile(room_.Pki().signer.key), "-passout", "pass:test-only",
+                "-out", room_.Path("enc.key")});
+    std::string command = PkgtoolPath();
+    for (const std::string& word : SignCommand(Words{"--cert", room_.Path("signer.pem"), "--key", room_.Path("enc.key"),
+                                                     "--chain", room_.Path("ca.pem")} +
+                                               LocalAuthority())) {
+        command += " " + word;
+    }
+    const auto answer = [&](const std::string& password) {
+        return RunProcess({"sh", "-c", "(sleep 1; echo " + password + ") | script -qec '" + command + "' /dev/null"});
+    };
+    const ProcessResult right = answer("test-only");
+    EXPECT_NE(right.out.find("password for " + room_.Path("enc.key") + ": "), std::string::npos) << right.out;
+    EXPECT_EQ(right.out.find("test-only"), std::string::npos) << right.out;
+    const Bytes signature = room_.Read("signature");
+    EXPECT_EQ(signature, UsualSignature());
+    EXPECT_NE(answer("wrong").out.find("the password does not open"), std::string::npos);
+}
+
 TEST_F(Pkgtool, KeysAreOpenedForReadingOnly)
 {
     if (!CanTrace()) GTEST_SKIP() << "needs strace";
