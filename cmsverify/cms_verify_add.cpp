@@ -213,7 +213,9 @@ static void addCertOfSignature(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
     (void)pelnic_pki_is_ca_cert(pVrf, cert, &isCa); // if this cannot be told, treat it as no CA
     if (watch.failed()) return;                     // in the wrong store it would stay there
     cert->bFromPackage = 1;
-    (void)addByKind(pVrf, cert, isCa); // if it could not be added, the signature is refused later for want of it
+    // If it could not be added, the signature is refused later for want of it.
+    [[maybe_unused]] const PELNIC_ERROR_CODE rc = addByKind(pVrf, cert, isCa);
+    PNV_TELL(Decision::CertTaken, rc, cert);
 }
 
 PELNIC_ERROR_CODE _pnvExtractCertsIntoVerifyContext(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* p7signed)

@@ -111,7 +111,7 @@ static PELNIC_ERROR_CODE verifyToken(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTEN
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     ScopeExit freeEncoded{[&] { pelnic_asn_free(pVrf, encoded_ts_info, &PELNIC_ASN_OCTS_item, 0); }};
     rc = _pnvVerifyTstInfo(pVrf, encoded_ts_info, si);
-    PNV_TELL(Decision::Time, rc, nullptr, nullptr, nullptr, 0, CrlUnfit::OtherIssuer, pVrf->base_time);
+    PNV_TELL(Decision::Time, rc, nullptr, nullptr, nullptr, 0, CrlUnfit::None, pVrf->base_time);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
     (void)_pnvExtractCertsIntoVerifyContext(pVrf, token);
     const PELNIC_PKCS7_SIGNER_INFO_BUNDLE* const pSigners = token->signed_data->signer_infos;

@@ -50,6 +50,7 @@ enum class Decision : PNV_BYTE {
     Roots,         // trusted certificates were taken in
     Crls,          // CRLs were taken in
     Signature,     // a signature was decoded
+    CertTaken,     // cert: one that came with a signature went into a store
     Signer,        // a signer is next
     SignerDone,    // its own signature, or where the payload is signed directly, that it can be checked
     Token,         // a signer's timestamp was decoded, up to its TSTInfo
@@ -74,7 +75,7 @@ enum class Decision : PNV_BYTE {
     Payload,       // the content was compared; number: the verdict
 };
 
-enum class CrlUnfit : PNV_BYTE { OtherIssuer, NoIssuer, OtherRoot, NoEnd, Expired };
+enum class CrlUnfit : PNV_BYTE { None, NoIssuer, OtherRoot, NoEnd, Expired };
 
 struct WitnessEvent {
     Decision decision;
@@ -83,7 +84,7 @@ struct WitnessEvent {
     const PELNIC_X509_CRL* crl = nullptr;
     const PELNIC_X509_CERT* other = nullptr;
     PNV_UINT32 number = 0;
-    CrlUnfit unfit = CrlUnfit::OtherIssuer;
+    CrlUnfit unfit = CrlUnfit::None;
     PNV_TIME_T time = 0;
     const DecodeStep* step = nullptr;
     DecodeFault fault = DecodeFault::None;

@@ -2,17 +2,14 @@
 
 #include "text.h"
 
-#include "cmsverify/pelnic_asn1_utils.h"
-#include "cmsverify/pelnic_x509_cert.h"
-#include "cmsverify/pelnic_x509_utils.h"
+#include "cmsverify/pelnic_pki_impl.h"
 
 #include <algorithm>
+#include <set>
 
 namespace pkgtool {
 
 namespace {
-
-constexpr int DEEPEST = 11; // certificates that may be under verification at once
 
 // Two times as days, or in full where the days are the same.
 struct TimePair {
@@ -27,93 +24,69 @@ struct TimePair {
     std::string b;
 };
 
-bool sameName(const PELNIC_VRF* vrf, const PELNIC_X509_NAME* a, const PELNIC_X509_NAME* b)
+bool hasUsage(const Json& cert, const char* usage)
 {
-    return pelnic_compare_x509_name(vrf, a, b) == 0;
+    const Json& usages = memberOf(cert, "usage");
+    return std::find(usages.begin(), usages.end(), usage) != usages.end();
 }
 
-bool isSelfSigned(const PELNIC_VRF* vrf, const PELNIC_X509_CERT* cert)
+bool isTrusted(const Json& cert)
 {
-    PNV_BOOL answer = 0;
-    return pelnic_x509_is_self_signed(vrf, cert, &answer) == 0 && answer != 0;
+    return cert["source"] == source::COMPILED_IN || cert["source"] == source::ROOT_FILE;
 }
 
-bool isIndirect(const PELNIC_VRF* vrf, const PELNIC_X509_CRL* crl)
+// Without the entries of a CRL: they are as many as it likes, and what counts of them comes with the verdict.
+Json describe(const Json& object, const char* added)
 {
-    PNV_BOOL answer = 0;
-    (void)pelnic_x509_crl_is_indirect(vrf, crl, &answer); // a failure counts as direct
-    return answer != 0;
-}
-
-const PELNIC_PKI_STORE& storeOf(const PELNIC_VRF* vrf)
-{
-    return static_cast<const PELNIC_PKI*>(vrf->pki_ctx)->pki_store;
-}
-
-// The CA certificates of that subject.
-std::vector<const PELNIC_X509_CERT*> casNamed(const PELNIC_VRF* vrf, const PELNIC_X509_NAME* name)
-{
-    std::vector<const PELNIC_X509_CERT*> named;
-    const PELNIC_PKI_TRUST_STORE* const trust = storeOf(vrf).trust_store;
-    for (PNV_UINT32 i = 0; trust != nullptr && i < trust->ca_certs.num; ++i) {
-        const PELNIC_X509_CERT* const ca = trust->ca_certs.data[i];
-        if (sameName(vrf, ca->toBeSigned->subject, name)) named.push_back(ca);
+    Json json;
+    for (const auto& [name, value] : object.items()) {
+        if (name != "revoked") json[name] = value;
     }
-    return named;
+    if (added != nullptr) json[added] = Json::array();
+    return json;
 }
 
 } // namespace
 
-bool hasKeyUsage(const PELNIC_VRF* vrf, const PELNIC_X509_CERT* cert, PNV_UINT32 bit)
+// The CA certificates of that subject that the checker reads.
+std::vector<const ChainStory::Entry*> ChainStory::casNamed(const Json& name) const
 {
-    PNV_UINT32 usage = 0;
-    return pelnic_x509_cert_get_keyusage(vrf, cert, &usage) == 0 && (usage & bit) != 0;
-}
-
-const Json& ChainWalk::find(const PELNIC_ASN_OCTS& signedPart) const
-{
-    return contents_.objects.at(Bytes(signedPart.octs, signedPart.octs + signedPart.len));
-}
-
-Json ChainWalk::describe(const PELNIC_X509_CERT* cert) const
-{
-    Json json = find(*cert->raw_signed);
-    json["crls"] = Json::array();
-    return json;
-}
-
-Json ChainWalk::describe(const PELNIC_X509_CRL* crl) const
-{
-    Json json;
-    for (const auto& [name, value] : find(*crl->raw_signed).items()) {
-        if (name != "revoked") json[name] = value; // that is as long as it likes, and what counts of it comes below
-    }
-    return json;
-}
-
-const Json* ChainWalk::entryFor(const PELNIC_X509_CRL* crl, const Json& serial)
-{
-    const auto [found, isNew] = entries_.try_emplace(crl);
-    if (isNew) {
-        for (const Json& entry : memberOf(find(*crl->raw_signed), "revoked")) {
-            found->second.try_emplace(textOf(entry["serial"]), &entry);
+    std::vector<const Entry*> named;
+    for (const Entry& entry : contents_.objects) {
+        const Json& cert = entry.second;
+        if (memberOf(cert, "is_ca") == true && cert["subject"] == name && cert["read_by"] != read_by::OPENSSL) {
+            named.push_back(&entry);
         }
     }
-    const auto entry = found->second.find(textOf(serial));
-    return entry != found->second.end() ? entry->second : nullptr;
+    return named;
 }
 
-std::optional<Reason> ChainWalk::judgeDates(const PELNIC_X509_CERT* cert, const Json& link) const
+// Those of them that the library could ask: not roots that came with a signature, and of several with one issuer,
+// serial number and key the first.
+std::vector<const ChainStory::Entry*> ChainStory::casAsked(const Json& name) const
 {
-    const std::string name = "certificate " + briefName(memberOf(link, "subject"));
-    const PELNIC_ERROR_CODE rc = _pnvCheckCertDate(vrf_, cert);
+    std::vector<const Entry*> named = casNamed(name);
+    const auto isLeftOut = [&](const Entry* ca) {
+        const Json& from = ca->second["source"];
+        const auto part = testimony_.parts.find(ca->first);
+        const bool isTaken = part != testimony_.parts.end() && testimony_.taken.count(&*part) != 0;
+        return (from == source::SIGNATURE || from == source::TOKEN) && !isTaken;
+    };
+    named.erase(std::remove_if(named.begin(), named.end(), isLeftOut), named.end());
+    return named;
+}
+
+std::optional<Reason> ChainStory::judgeDates(const LinkTestimony& link, const Json& json) const
+{
+    const std::string name = "certificate " + briefName(memberOf(json, "subject"));
+    const PELNIC_ERROR_CODE rc = codeOf(link.codes, Decision::Dates);
     if (rc == PELNIC_ERR_CERT_EXPIRED) {
-        const TimePair times(textOf(memberOf(link, "not_after")), now());
+        const TimePair times(textOf(memberOf(json, "not_after")), now_);
         return Reason{"certificate-expired", name + " ended " + times.a + ", before the timestamp " + times.b,
                       "renew the certificate and sign again; a timestamp from before its end would have kept it good"};
     }
     if (rc == PELNIC_ERR_CERT_NOT_YET_VALID) {
-        const TimePair times(textOf(memberOf(link, "not_before")), now());
+        const TimePair times(textOf(memberOf(json, "not_before")), now_);
         return Reason{"certificate-not-yet-valid", name + " begins " + times.a + ", after the timestamp " + times.b,
                       "check the clocks of the CA and of the timestamp authority, and sign again"};
     }
@@ -123,18 +96,19 @@ std::optional<Reason> ChainWalk::judgeDates(const PELNIC_X509_CERT* cert, const 
 }
 
 // Why the chain does not go on above a certificate that is no trusted root.
-Reason ChainWalk::judgeTop(const PELNIC_X509_CERT* cert, const Json& link) const
+Reason ChainStory::judgeTop(const Json& json) const
 {
-    const std::string name = briefName(memberOf(link, "subject"));
-    const std::string issuer = briefName(memberOf(link, "issuer"));
+    const std::string name = briefName(memberOf(json, "subject"));
+    const std::string issuer = briefName(memberOf(json, "issuer"));
     const std::string trusted = briefName(memberOf(contents_.root, "subject"));
-    const std::vector<const PELNIC_X509_CERT*> named = casNamed(vrf_, cert->toBeSigned->issuer);
-    const bool isBroughtAlong = std::any_of(contents_.objects.begin(), contents_.objects.end(), [&](const auto& entry) {
-        return memberOf(entry.second, "is_self_issued") == true &&
-               entry.second["subject"] == memberOf(link, "issuer") && entry.second["source"] != source::COMPILED_IN &&
-               entry.second["source"] != source::ROOT_FILE;
-    });
-    if (named.empty() && isBroughtAlong) {
+    const std::vector<const Entry*> named = casAsked(memberOf(json, "issuer"));
+    const std::vector<const Entry*> leftOut = casNamed(memberOf(json, "issuer"));
+    if (named.empty() && leftOut.empty()) {
+        return {"issuer-missing",
+                "no certificate of " + issuer + ", which issued " + name + ", is there; the checker trusts " + trusted,
+                "put the certificate of " + issuer + " into the signature (--chain), or use a checker that trusts it"};
+    }
+    if (named.empty() && leftOut[0]->second["is_self_issued"] == true) {
         return {"wrong-root",
                 "the chain ends at " + issuer + ", which came with the package and is not " + trusted +
                     ", the root that the checker trusts",
@@ -142,15 +116,16 @@ Reason ChainWalk::judgeTop(const PELNIC_X509_CERT* cert, const Json& link) const
     }
     if (named.empty()) {
         return {"issuer-missing",
-                "no certificate of " + issuer + ", which issued " + name + ", is there; the checker trusts " + trusted,
-                "put the certificate of " + issuer + " into the signature (--chain), or use a checker that trusts it"};
+                "the certificate of " + issuer + ", which issued " + name +
+                    ", was passed over: another one of the same issuer, serial number and key came before it",
+                "issue the certificates of CAs with serial numbers of their own"};
     }
-    const auto mayNot = [&](const PELNIC_X509_CERT* ca) { return !hasKeyUsage(vrf_, ca, PNV_KU_KEY_CERT_SIGN); };
+    const auto mayNot = [](const Entry* ca) { return !hasUsage(ca->second, "keyCertSign"); };
     if (std::all_of(named.begin(), named.end(), mayNot)) {
         return {"issuer-usage", issuer + " may not issue certificates: its key usage lacks keyCertSign",
                 "issue the certificate of " + issuer + " with keyUsage = critical,keyCertSign,cRLSign"};
     }
-    if (named[0]->bFromPackage == 0) {
+    if (std::any_of(named.begin(), named.end(), [](const Entry* ca) { return isTrusted(ca->second); })) {
         return {"wrong-root",
                 name + " was issued by another " + issuer +
                     " than the root that the checker trusts: the name is the same, the key is not",
@@ -161,161 +136,157 @@ Reason ChainWalk::judgeTop(const PELNIC_X509_CERT* cert, const Json& link) const
 }
 
 // Why a CRL cannot speak for a certificate; the sentence lacks its subject.
-Reason ChainWalk::judgeUnusable(const PELNIC_X509_CRL* crl, const PELNIC_X509_CERT* root, const Json& json) const
+Reason ChainStory::judgeUnfit(const CrlTestimony& testimony, const Json& crl) const
 {
-    const std::string issuer = briefName(memberOf(json, "issuer"));
-    const PELNIC_X509_CERT* const author = pelnic_pki_find_crl_issuer(vrf_, crl);
-    const std::vector<const PELNIC_X509_CERT*> named = casNamed(vrf_, crl->tbs_cert_list->issuer);
-    const auto mayNot = [&](const PELNIC_X509_CERT* ca) { return !hasKeyUsage(vrf_, ca, PNV_KU_CRL_SIGN); };
-    if (author == nullptr && named.empty()) {
-        return {"crl-issuer-missing", "lacks the certificate of its issuer",
-                "put the certificate of " + issuer + " into the signature (--chain), or beside the CRLs"};
-    }
-    if (author == nullptr && std::all_of(named.begin(), named.end(), mayNot)) {
-        return {"crl-issuer-usage", "comes from a CA that may not issue any: its key usage lacks cRLSign",
-                "issue the certificate of " + issuer + " with keyUsage = critical,keyCertSign,cRLSign"};
-    }
-    if (author == nullptr) {
-        return {"crl-signature", "does not verify with the key of its issuer",
-                "it was altered, or another CA of that name issued it: pack the one of this CA"};
-    }
-    if (_pnvFindCertRoot(vrf_, author) != root) {
+    const std::string issuer = briefName(memberOf(crl, "issuer"));
+    const std::vector<const Entry*> named = casAsked(memberOf(crl, "issuer"));
+    const auto mayNot = [](const Entry* ca) { return !hasUsage(ca->second, "cRLSign"); };
+    switch (testimony.unfit) {
+    case CrlUnfit::OtherRoot:
         return {"crl-other-root", "leads to another root than the certificate",
                 "pack the CRL of the certificate's own CA"};
-    }
-    PNV_TIME_T nextUpdate = 0;
-    if (pelnic_convert_datetime_to_time(vrf_, crl->tbs_cert_list->next_update, &nextUpdate) == 0) {
-        const TimePair times(timeText(nextUpdate), now());
+    case CrlUnfit::Expired: {
+        const TimePair times(textOf(memberOf(crl, "next_update")), now_);
         return {"crl-expired", "ended " + times.a + ", before the timestamp " + times.b,
                 "publish a CRL of " + issuer + " that covers the signing time, and pack it"};
     }
-    return {"crl-undecodable", "has no nextUpdate that can be read",
-            "publish it with one in whole seconds of UTC (openssl ca -gencrl -crldays 365)"};
-}
-
-std::vector<ChainWalk::Candidate> ChainWalk::candidatesFor(const PELNIC_X509_CERT* cert,
-                                                           const PELNIC_X509_CERT* root) const
-{
-    std::vector<Candidate> candidates;
-    const LIST_TYPE_PELNIC_X509_CRL& crls = storeOf(vrf_).trust_store->crl_store;
-    for (PNV_UINT32 i = 0; i < crls.num; ++i) {
-        const PELNIC_X509_CRL* const crl = crls.data[i];
-        if (!sameName(vrf_, cert->toBeSigned->issuer, crl->tbs_cert_list->issuer) && !isIndirect(vrf_, crl)) continue;
-        candidates.push_back({crl, _pnvCrlGetScore(vrf_, crl, cert, root)});
+    case CrlUnfit::NoEnd:
+        return {"crl-undecodable", "has no nextUpdate that can be read",
+                "publish it with one in whole seconds of UTC (openssl ca -gencrl -crldays 365)"};
+    default: break;
     }
-    return candidates;
+    if (named.empty()) {
+        return {"crl-issuer-missing", "lacks the certificate of its issuer",
+                "put the certificate of " + issuer + " into the signature (--chain), or beside the CRLs"};
+    }
+    if (std::all_of(named.begin(), named.end(), mayNot)) {
+        return {"crl-issuer-usage", "comes from a CA that may not issue any: its key usage lacks cRLSign",
+                "issue the certificate of " + issuer + " with keyUsage = critical,keyCertSign,cRLSign"};
+    }
+    return {"crl-signature", "does not verify with the key of its issuer",
+            "it was altered, or another CA of that name issued it: pack the one of this CA"};
 }
 
 // What the chosen CRL says of the certificate.
-std::optional<Failure> ChainWalk::readBest(const PELNIC_X509_CERT* cert, const PELNIC_X509_CRL* best, const Json& link,
-                                           Json& json, const std::string& at)
+std::optional<Failure> ChainStory::readChosen(const LinkTestimony& link, const Json& json, Json& crl,
+                                              const std::string& at) const
 {
-    json["is_chosen"] = true;
-    next_ = isIndirect(vrf_, best) ? _pnvFindCertIssuer(vrf_, cert) : pelnic_pki_find_crl_issuer(vrf_, best);
-    const Json* const entry = entryFor(best, memberOf(link, "serial"));
-    PELNIC_X509_CRL* used = nullptr;
-    const PELNIC_ERROR_CODE rc = _pnvCheckCrlOfCert(vrf_, const_cast<PELNIC_X509_CERT*>(cert), &used);
+    crl["is_chosen"] = true;
+    const PELNIC_ERROR_CODE rc = codeOf(link.codes, Decision::Revocation);
     if (rc == 0) {
-        json["says"] = entry == nullptr ? "does not list it" : "revokes it only later";
+        const bool isListed = (crl["score"].get<PNV_UINT32>() & PNV_CRL_LISTED) != 0;
+        crl["says"] = isListed ? "revokes it only later" : "does not list it";
         return std::nullopt;
     }
-    const std::string name = briefName(memberOf(link, "subject"));
-    json["says"] = rc == PELNIC_ERR_CERT_REVOKED ? "revokes it" : "cannot be applied";
+    const std::string name = briefName(memberOf(json, "subject"));
+    crl["says"] = rc == PELNIC_ERR_CERT_REVOKED ? "revokes it" : "cannot be applied";
     if (rc != PELNIC_ERR_CERT_REVOKED) {
         return Failure{at,
-                       link,
+                       json,
                        {"crl-undecodable", "whether " + name + " is revoked cannot be told",
                         "have certificate and CRL issued again with well-formed extensions"}};
     }
-    const std::string since = entry == nullptr ? "?" : textOf((*entry)["date"]).substr(0, 10);
-    const std::string why =
-        entry == nullptr || (*entry)["reason"].is_null() ? "" : " (" + textOf((*entry)["reason"]) + ")";
-    return Failure{
-        at,
-        link,
-        {"certificate-revoked",
-         "the CRL of " + briefName(memberOf(json, "issuer")) + " revokes certificate " + name + " as of " + since + why,
-         "sign and timestamp with certificates that are not revoked"}};
+    const Json& entry = elementOf(memberOf(contents_.objects.at(*link.chosen), "revoked"), link.entry);
+    const Json& reason = memberOf(entry, "reason");
+    return Failure{at,
+                   json,
+                   {"certificate-revoked",
+                    "the CRL of " + briefName(memberOf(crl, "issuer")) + " revokes certificate " + name + " as of " +
+                        textOf(memberOf(entry, "date")).substr(0, 10) +
+                        (reason.is_null() ? "" : " (" + textOf(reason) + ")"),
+                    "sign and timestamp with certificates that are not revoked"}};
 }
 
-std::optional<Failure> ChainWalk::visitCrls(const PELNIC_X509_CERT* cert, const PELNIC_X509_CERT* root, Json& link,
-                                            const std::string& at)
+std::optional<Failure> ChainStory::tellCrls(const LinkTestimony& link, Json& json, const std::string& at) const
 {
-    const std::vector<Candidate> candidates = candidatesFor(cert, root);
-    const PELNIC_X509_CRL* const best = _pnvFindBestCrlOfCert(vrf_, cert);
     std::optional<Failure> failure;
-    std::optional<Failure> unusable;
-    const Candidate* strongest = nullptr;
-    for (const Candidate& candidate : candidates) {
-        const std::string place = at + "/crls/" + std::to_string(link["crls"].size());
-        Json json = describe(candidate.crl);
-        json["score"] = candidate.score;
-        json["is_chosen"] = false;
-        json["says"] = nullptr;
-        if (candidate.crl == best) failure = readBest(cert, best, link, json, place);
-        if (candidate.score == 0) {
-            Failure why{place, json, judgeUnusable(candidate.crl, root, json)};
-            json["says"] = why.reason.sentence;
-            why.reason.sentence = "CRL of " + briefName(memberOf(json, "issuer")) + " " + why.reason.sentence;
-            const bool isEarlier = unusable && unusable->reason.kind == "crl-expired";
-            if (!isEarlier) unusable = why; // of several unusable ones the expired one is reported
-        } else if (strongest == nullptr || candidate.score > strongest->score) {
-            strongest = &candidate;
+    std::optional<Failure> unfit;
+    for (const CrlTestimony& testimony : link.crls) {
+        const std::string place = at + "/crls/" + std::to_string(json["crls"].size());
+        Json crl = describe(contents_.objects.at(*testimony.crl), nullptr);
+        crl["score"] = testimony.score;
+        crl["is_chosen"] = false;
+        crl["says"] = nullptr;
+        if (testimony.crl == link.chosen) failure = readChosen(link, json, crl, place);
+        if (testimony.score == 0) {
+            Failure why{place, crl, judgeUnfit(testimony, crl)};
+            crl["says"] = why.reason.sentence;
+            why.reason.sentence = "CRL of " + briefName(memberOf(crl, "issuer")) + " " + why.reason.sentence;
+            const bool isEarlier = unfit && unfit->reason.kind == "crl-expired";
+            if (!isEarlier) unfit = why; // of several the expired one is reported
         }
-        link["crls"].push_back(json);
+        json["crls"].push_back(crl);
     }
-    if (best != nullptr) return failure;
-    if (strongest != nullptr) { // its issuer does not verify, which is reported further up
-        next_ = pelnic_pki_find_crl_issuer(vrf_, strongest->crl);
-        return std::nullopt;
-    }
-    next_ = _pnvFindCertIssuer(vrf_, cert);
-    if (unusable) return unusable;
-    const std::string issuer = briefName(memberOf(link, "issuer"));
+    if (codeOf(link.codes, Decision::CrlChosen) != PELNIC_ERR_CRL_NOT_FOUND) return failure;
+    if (unfit) return unfit;
+    const std::string issuer = briefName(memberOf(json, "issuer"));
     return Failure{
         at,
-        link,
+        json,
         {"crl-missing",
-         "no CRL of " + issuer + ", which issued " + briefName(memberOf(link, "subject")) + ", is in the package",
-         "pack a CRL of " + issuer + " that covers " + now().substr(0, 10)}};
+         "no CRL of " + issuer + ", which issued " + briefName(memberOf(json, "subject")) + ", is in the package",
+         "pack a CRL of " + issuer + " that covers " + now_.substr(0, 10)}};
 }
 
-std::optional<Failure> ChainWalk::visit(const PELNIC_X509_CERT* cert, Json& link, const std::string& at)
+std::optional<Failure> ChainStory::judge(const LinkTestimony& link, Json& json, const std::string& at) const
 {
-    next_ = nullptr;
-    if (const auto reason = judgeDates(cert, link)) {
-        next_ = isSelfSigned(vrf_, cert) ? nullptr : _pnvFindCertIssuer(vrf_, cert);
-        return Failure{at, link, *reason};
+    if (codeOf(link.codes, Decision::TooDeep) != 0) {
+        return Failure{at,
+                       json,
+                       {"path-too-deep", "the chain has more than 11 certificates",
+                        "issue the signer's certificate nearer to the root"}};
     }
-    if (isSelfSigned(vrf_, cert)) return std::nullopt; // only the trusted one ever gets here
-    const PELNIC_X509_CERT* const root = _pnvFindCertRoot(vrf_, cert);
-    if (root != nullptr) return visitCrls(cert, root, link, at);
-    next_ = _pnvFindCertIssuer(vrf_, cert);
-    if (next_ != nullptr) return std::nullopt; // the chain breaks further up
-    return Failure{at, link, judgeTop(cert, link)};
+    if (const auto reason = judgeDates(link, json)) return Failure{at, json, *reason};
+    if (auto failure = tellCrls(link, json, at)) return failure;
+    if (codeOf(link.codes, Decision::Issuer) != 0) return Failure{at, json, judgeTop(json)};
+    return std::nullopt;
 }
 
-std::optional<Failure> ChainWalk::walk(const PELNIC_X509_CERT* cert, Json& links, const std::string& at)
+// The CA by whose name a certificate was issued.
+Part ChainStory::namedIssuer(const Json& json) const
 {
-    // What the library remembers of a certificate is of its last verification: here of this one, at the present time.
-    PNV_BOOL isVerified = 0;
-    (void)pelnic_pki_verify_cert(vrf_, cert, 1, &isVerified);
+    if (json["is_self_issued"] == true) return nullptr;
+    const std::vector<const Entry*> named = casNamed(json["issuer"]);
+    return named.empty() ? nullptr : &named[0]->first;
+}
+
+// Where the library went on: the issuer of the CRL that it chose or would have, where that is the certificate's own.
+Part ChainStory::above(const LinkTestimony& link, const Json& json) const
+{
+    if (link.codes.count(Decision::SelfSigned) != 0) return nullptr;
+    const CrlTestimony* best = nullptr;
+    for (const CrlTestimony& crl : link.crls) {
+        const bool isBetter =
+            crl.crl == link.chosen || (link.chosen == nullptr && (best == nullptr || crl.score > best->score));
+        if (isBetter && crl.score != 0) best = &crl;
+    }
+    const bool isDirect = best != nullptr && (best->score & PNV_CRL_INDIRECT) == 0;
+    const auto crlIssuer = isDirect ? signer_.crlIssuers.find(best->crl) : signer_.crlIssuers.end();
+    if (crlIssuer != signer_.crlIssuers.end()) return crlIssuer->second;
+    return link.codes.count(Decision::Issuer) != 0 ? link.issuer : namedIssuer(json);
+}
+
+std::optional<Failure> ChainStory::tell(Part cert, Json& links, const std::string& at) const
+{
     std::optional<Failure> first;
-    for (int depth = 0; cert != nullptr; ++depth) {
-        const std::string place = at + "/" + std::to_string(depth);
-        links.push_back(describe(cert));
-        if (depth == DEEPEST) {
-            if (first) return first;
-            return Failure{place,
-                           links.back(),
-                           {"path-too-deep", "the chain has more than 11 certificates",
-                            "issue the signer's certificate nearer to the root"}};
+    for (std::set<Bytes> told; cert != nullptr && told.insert(*cert).second;) {
+        const std::string place = at + "/" + std::to_string(links.size());
+        Json json = describe(contents_.objects.at(*cert), "crls");
+        const auto link = signer_.links.find(cert);
+        if (link == signer_.links.end()) { // behind the failure
+            cert = namedIssuer(json);
+        } else {
+            std::optional<Failure> failure = judge(link->second, json, place);
+            if (!first) first = std::move(failure);
+            cert = above(link->second, json);
         }
-        vrf_->curr_depth = depth + 1;
-        std::optional<Failure> failure = visit(cert, links.back(), place);
-        vrf_->curr_depth = 0;
-        if (!first) first = std::move(failure);
-        cert = next_;
+        links.push_back(std::move(json));
+    }
+    if (!first && cert != nullptr) {
+        first = Failure{at + "/" + std::to_string(links.size() - 1),
+                        links.back(),
+                        {"wrong-root", "the certificates above issue each other, and lead to no root",
+                         "sign below the root that the checker trusts"}};
     }
     return first;
 }

@@ -1,12 +1,11 @@
-// A certificate's chain as the library judges it, told link by link.
+// A certificate's chain, told link by link: from what the library's witness told of it, and behind a failure from the
+// names in the package.
 #ifndef PKGTOOL_CHAIN_H
 #define PKGTOOL_CHAIN_H
 
 #include "contents.h"
+#include "testimony.h"
 
-#include "cmsverify/pelnic_pki_impl.h"
-
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,47 +26,38 @@ struct Failure {
     Reason reason;
 };
 
-bool hasKeyUsage(const PELNIC_VRF* vrf, const PELNIC_X509_CERT* cert, PNV_UINT32 bit);
-
-// Follows a certificate up its chain the way the library does, at the context's time.
-class ChainWalk {
+class ChainStory {
 public:
-    ChainWalk(PELNIC_VRF* vrf, const Contents& contents) : vrf_(vrf), contents_(contents) {}
+    // signer: or a timestamp authority; time: at which it was judged.
+    ChainStory(const Contents& contents, const Testimony& testimony, const SignerTestimony& signer,
+               const std::string& time)
+        : contents_(contents), testimony_(testimony), signer_(signer), now_(time)
+    {
+    }
 
-    // Appends the links to a report's array at this place; the first failure, if any, says why the chain is refused.
-    std::optional<Failure> walk(const PELNIC_X509_CERT* cert, Json& links, const std::string& at);
+    // Appends the links from a certificate up to a report's array at this place; the first failure, if any, says why
+    // the chain is refused.
+    std::optional<Failure> tell(Part cert, Json& links, const std::string& at) const;
 
 private:
-    struct Candidate {
-        const PELNIC_X509_CRL* crl;
-        PNV_UINT32 score;
-    };
+    using Entry = std::map<Bytes, Json>::value_type;
 
-    std::string now() const { return timeText(vrf_->base_time); }
-    Json describe(const PELNIC_X509_CERT* cert) const;
-    Json describe(const PELNIC_X509_CRL* crl) const;
-    // Both read with one decoder, so that what one has the other has too.
-    const Json& find(const PELNIC_ASN_OCTS& signedPart) const;
+    std::optional<Failure> judge(const LinkTestimony& link, Json& json, const std::string& at) const;
+    std::optional<Reason> judgeDates(const LinkTestimony& link, const Json& json) const;
+    Reason judgeTop(const Json& json) const;
+    std::optional<Failure> tellCrls(const LinkTestimony& link, Json& json, const std::string& at) const;
+    std::optional<Failure> readChosen(const LinkTestimony& link, const Json& json, Json& crl,
+                                      const std::string& at) const;
+    Reason judgeUnfit(const CrlTestimony& testimony, const Json& crl) const;
+    Part above(const LinkTestimony& link, const Json& json) const;
+    Part namedIssuer(const Json& json) const;
+    std::vector<const Entry*> casNamed(const Json& name) const;
+    std::vector<const Entry*> casAsked(const Json& name) const;
 
-    // The first entry for that serial number, or null. A CRL's entries are gone through once, however many signers it
-    // speaks for.
-    const Json* entryFor(const PELNIC_X509_CRL* crl, const Json& serial);
-
-    std::optional<Reason> judgeDates(const PELNIC_X509_CERT* cert, const Json& link) const;
-    Reason judgeTop(const PELNIC_X509_CERT* cert, const Json& link) const;
-    Reason judgeUnusable(const PELNIC_X509_CRL* crl, const PELNIC_X509_CERT* root, const Json& json) const;
-    std::vector<Candidate> candidatesFor(const PELNIC_X509_CERT* cert, const PELNIC_X509_CERT* root) const;
-    // Each leaves where the chain goes on in next_.
-    std::optional<Failure> visit(const PELNIC_X509_CERT* cert, Json& link, const std::string& at);
-    std::optional<Failure> visitCrls(const PELNIC_X509_CERT* cert, const PELNIC_X509_CERT* root, Json& link,
-                                     const std::string& at);
-    std::optional<Failure> readBest(const PELNIC_X509_CERT* cert, const PELNIC_X509_CRL* best, const Json& link,
-                                    Json& json, const std::string& at);
-
-    PELNIC_VRF* vrf_;
     const Contents& contents_;
-    std::map<const PELNIC_X509_CRL*, std::map<std::string, const Json*>> entries_;
-    const PELNIC_X509_CERT* next_ = nullptr;
+    const Testimony& testimony_;
+    const SignerTestimony& signer_;
+    const std::string now_;
 };
 
 } // namespace pkgtool

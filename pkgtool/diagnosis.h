@@ -1,5 +1,5 @@
-// Why the library refused a package: its steps are taken again one by one, by its own functions on a context of their
-// own, and the first that fails is named. The verdict comes from elsewhere and is never changed here.
+// Why the library refused a package: what its witness told of the one verification, in words. What lies behind the
+// first failure is told from the contents.
 #ifndef PKGTOOL_DIAGNOSIS_H
 #define PKGTOOL_DIAGNOSIS_H
 
@@ -10,10 +10,10 @@ namespace pkgtool {
 
 // The members are described in docs/explain.md.
 struct Diagnosis {
-    Json signers; // each with its timestamp and its chain, as far as the check got
-    Json failure; // null for an accepted package, and when nothing is found that gives the verdict's code
+    Json signers; // each with its timestamp and its chain, as far as they can be told
+    Json failure; // null for an accepted package, and when nothing is found that explains the refusal
 };
-Diagnosis diagnose(const Bytes& package, const Root& root, const Contents& contents, const Verdict& verdict);
+Diagnosis diagnose(const Bytes& package, const Contents& contents, const Verdict& verdict);
 
 } // namespace pkgtool
 

@@ -40,7 +40,7 @@ void foretell(const ForecastOptions& options, const OutputFile& output)
     if (verdict.isAccepted()) return;
     const ByteView view = file->content();
     const Bytes package(view.data, view.data + view.size);
-    const Diagnosis diagnosis = diagnose(package, root, readContents(package, root.content, root.source), verdict);
+    const Diagnosis diagnosis = diagnose(package, readContents(package, root.content, root.source), verdict);
     const bool isKnown = diagnosis.failure.is_object();
     const std::string why = isKnown ? textOf(diagnosis.failure["reason"]) : verdict.message;
     const std::string advice = isKnown ? textOf(diagnosis.failure["advice"]) : "pkgtool explain tells more";

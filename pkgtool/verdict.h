@@ -4,6 +4,7 @@
 
 #include "files.h"
 #include "pelnic_cms_verify.h"
+#include "testimony.h"
 
 #include <optional>
 #include <string>
@@ -23,6 +24,9 @@ struct LogRecord {
     PELNIC_LOG_TYPE level;
     PELNIC_ERROR_CODE code; // 0 for none
     std::string message;    // may be empty
+    std::string file;       // with its folder, as the library was compiled
+    int line;
+    std::string function;
 };
 
 struct Verdict {
@@ -31,6 +35,7 @@ struct Verdict {
     std::optional<PELNIC_ERROR_CODE> code; // with which the library refused
     std::vector<LogRecord> log;
     bool isSigned; // by somebody at a time that somebody signed; without that an acceptance says nothing of the payload
+    Testimony testimony;
 
     bool isAccepted() const { return status == 0; }
 };

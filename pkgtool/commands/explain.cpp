@@ -30,7 +30,10 @@ Json logJson(const std::vector<LogRecord>& log)
     for (const LogRecord& record : log) {
         records.push_back({{"level", record.level == PELNIC_LOG_TYPE_ERROR ? "error" : "warning"},
                            {"code", record.code == 0 ? Json() : Json(hexadecimal(record.code))},
-                           {"message", orNull(record.message)}});
+                           {"message", orNull(record.message)},
+                           {"file", record.file},
+                           {"line", record.line},
+                           {"function", record.function}});
     }
     return records;
 }
@@ -66,7 +69,7 @@ Json makeReport(const ExplainOptions& options)
                    {"log", logJson(verdict.log)}};
     if (package.size() < sizeof(Header)) return report;
     const Contents contents = readContents(package, root.content, root.source);
-    const Diagnosis diagnosis = diagnose(package, root, contents, verdict);
+    const Diagnosis diagnosis = diagnose(package, contents, verdict);
     report["failure"] = diagnosis.failure;
     report["header"] = contents.header;
     report["sub_files"] = tableJson(contents.subFiles);
@@ -174,19 +177,33 @@ void printSigners(const Json& signers, const Screen& screen)
     }
 }
 
+// The element that does not decode, by the names of the decoder's tables.
+void printElement(const Json& element)
+{
+    if (element.is_null()) return;
+    const std::string path = element["path"] == "" ? "the whole" : textOf(element["path"]);
+    printf("at:   %s", path.c_str());
+    if (!element["offset"].is_null()) printf(", byte %s", textOf(element["offset"]).c_str());
+    printf(": %s", textOf(element["fault"]).c_str());
+    if (element["found"] != "") printf(" (%s)", textOf(element["found"]).c_str());
+    printf("\n");
+}
+
 void printWhy(const Json& report)
 {
     const Json& failure = report["failure"];
     if (report["verdict"] == "accepted") return;
     if (failure.is_object()) {
-        printf("\nwhy:  %s\ndo:   %s\n", textOf(failure["reason"]).c_str(), textOf(failure["advice"]).c_str());
+        printf("\nwhy:  %s\n", textOf(failure["reason"]).c_str());
+        printElement(failure["element"]);
+        printf("do:   %s\n", textOf(failure["advice"]).c_str());
         return;
     }
     if (report["code"].is_null()) return; // the checker's own line has said it
     printf("\nwhy:  nothing was found that explains this refusal. The library's own log:\n");
     for (const Json& record : report["log"]) {
-        printf("      %s %s %s\n", textOf(record["level"]).c_str(),
-               record["code"].is_null() ? "" : textOf(record["code"]).c_str(),
+        printf("      %s:%s %s %s %s\n", textOf(record["file"]).c_str(), textOf(record["line"]).c_str(),
+               textOf(record["level"]).c_str(), record["code"].is_null() ? "" : textOf(record["code"]).c_str(),
                record["message"].is_null() ? "" : textOf(record["message"]).c_str());
     }
 }

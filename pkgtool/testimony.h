@@ -1,0 +1,98 @@
+// What the library's witness tells of one verification, kept beyond it.
+#ifndef PKGTOOL_TESTIMONY_H
+#define PKGTOOL_TESTIMONY_H
+
+#include "files.h"
+
+#include "cmsverify/pelnic_witness.h"
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace pkgtool {
+
+// A certificate or CRL by its signed part, which is what Contents knows it by; null for none.
+using Part = const Bytes*;
+
+// The codes of the decisions that were come to, 0 for yes.
+using Codes = std::map<Decision, PELNIC_ERROR_CODE>;
+
+// The element that does not decode.
+struct ElementFault {
+    DecodeFault fault;
+    std::string path;     // by the names of the tables' rows; empty for the whole input
+    std::string expected; // as ASN.1 writes it, or empty
+    std::string missing;  // the name of a field that is not there
+    Bytes found;          // the first octets that stand there
+    Bytes input;          // what was decoded
+    std::size_t offset;   // in the input
+};
+
+struct CrlTestimony {
+    Part crl;
+    CrlUnfit unfit;
+    PNV_UINT32 score;
+};
+
+// What was looked at of a certificate in a chain.
+struct LinkTestimony {
+    Codes codes;
+    std::vector<CrlTestimony> crls;
+    Part chosen = nullptr; // CRL
+    std::size_t entry = 0; // of the chosen CRL, the one that decided
+    Part issuer = nullptr;
+};
+
+// What was looked at of a signer or a timestamp authority.
+struct SignerTestimony {
+    Codes codes;
+    Part cert = nullptr;
+    bool isPurposeAsked = false; // the failing usage is the purpose, and not the key usage
+    PNV_TIME_T time = 0;
+    std::map<Part, LinkTestimony> links;
+    std::map<Part, Part> crlIssuers;
+    std::vector<SignerTestimony> authorities;
+};
+
+struct Testimony {
+    Codes codes; // of the inputs and the payload
+    std::vector<SignerTestimony> signers;
+    std::optional<ElementFault> element; // the last one before the end
+    std::set<Part> taken;                // certificates that came with a signature and went into a store
+    std::set<Bytes> parts;               // what the others point to
+};
+
+// 0 also when it was not come to.
+inline PELNIC_ERROR_CODE codeOf(const Codes& codes, Decision decision)
+{
+    const auto found = codes.find(decision);
+    return found != codes.end() ? found->second : 0;
+}
+
+// Keeps what this thread's one verification tells while it lives.
+class Listening {
+public:
+    explicit Listening(Testimony& testimony) : testimony_(testimony), before_(_pnvSetWitness({keep, this})) {}
+    ~Listening() { (void)_pnvSetWitness(before_); }
+    Listening(const Listening&) = delete;
+    Listening& operator=(const Listening&) = delete;
+
+private:
+    static void keep(void* listening, const WitnessEvent& event);
+    template <typename Record> Part partOf(const Record* record);
+    CrlTestimony& crlIn(LinkTestimony& link, const PELNIC_X509_CRL* record);
+    void keepLink(LinkTestimony& link, const WitnessEvent& event);
+    void keepSigner(SignerTestimony& signer, const WitnessEvent& event);
+    void keepInput(const WitnessEvent& event);
+
+    Testimony& testimony_;
+    std::map<const void*, Part> known_; // the library's records, which stay where they are
+    Witness before_;
+};
+
+} // namespace pkgtool
+
+#endif
