@@ -235,7 +235,7 @@ TEST(VerificationWitness, TellsOfARefusalWhateverItsReasonAndChangesNothing)
             EXPECT_EQ(notes.decisions[0], Decision::Roots);
             EXPECT_EQ(notes.decisions[1], Decision::Crls);
             EXPECT_EQ(notes.decisions[2], Decision::Signature);
-            EXPECT_EQ(notes.decisions[3], Decision::Signer);
+            EXPECT_EQ(notes.decisions[3], Decision::CertTaken);
         }
     }
 }
