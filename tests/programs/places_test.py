@@ -18,6 +18,10 @@ def want(names, place):
 
 
 extensions = re.findall(r"case AOID_CE_(\w+): return &", read("cmsverify/pelnic_x509_parse.cpp"))
+want([f"AOID_CE_{name}," for name in extensions], "tests/modules/pelnic_x509_parse_test.cpp")
+for tables in ("x509", "cms"):
+    items = re.findall(r"^PNV_DECLARE_ITEM\((\w+),", read(f"cmsverify/pelnic_{tables}_templ.h"), re.M)
+    want(items, f"tests/modules/pelnic_{tables}_templ_test.cpp")
 fuzzed = read("fuzz/extension.cpp").upper()
 missing.extend(f"fuzz/extension.cpp lacks AOID_CE_{name}" for name in extensions
                if f"OID::{name}" not in fuzzed and f"OID::{name.rstrip('S')}" not in fuzzed)
