@@ -204,6 +204,22 @@ TEST_F(KnownLimit, SignedAttributesCanBeReplayedAsAPayload)
     EXPECT_EQ(Verify(Current(), replayed, payload_), bad);
 }
 
+// ---- A CA vouches for the keys that it certifies ----
+
+// Under an exponent of 1 a block in the right form (RFC 8017, 9.2) is its own signature.
+TEST_F(KnownLimit, CertifiedExponentOf1LetsAnybodySign)
+{
+    const Bytes& modulus = TestKey(KeyId::Rsa2048H).modulus;
+    pki_.signer.subjectPublicKey = RsaSpki(modulus, {0x01});
+    CmsSpec cms = Direct(DemoCms(pki_));
+    const Bytes info = Seq(AlgoId(oid::sha256), Octets(Digest(Hash::Sha256, payload_)));
+    const Bytes padding(modulus.size() - info.size() - 3, 0xFF);
+    cms.signers[0].signature = Cat(Bytes{0x00, 0x01}, padding, Bytes{0x00}, info);
+    ExpectVerdict(cms, good);
+    cms.signers[0].brokenSignature = true;
+    ExpectVerdict(cms, bad);
+}
+
 // ---- Nothing to judge is good ----
 
 TEST_F(KnownLimit, FinalWithNothingBegunYields1)
