@@ -166,18 +166,19 @@ def prepare(scratch, modules, kinds, jobs):
     sources = [Source(path, str(path.relative_to(tree))) for path in paths if not modules or path.stem in modules]
     commands = configure(tree, scratch / "build")
     sources = [source for source in sources if str(source.path) in commands]  # the others belong to other builds
-    while True:
+    unsure = sources
+    while unsure:
         mutants = Mutants(kinds)
         for source in sources:
             source.write(mutants)
         with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-            found = list(pool.map(lambda source: mistakes(source, commands[str(source.path)]), sources))
-        fresh = False
-        for source, lines in zip(sources, found):
-            fresh = fresh or bool(lines - source.spared)
-            source.spared |= lines
-        if not fresh:
-            break
+            found = list(pool.map(lambda source: mistakes(source, commands[str(source.path)]), unsure))
+        changed = []
+        for source, lines in zip(unsure, found):
+            if lines - source.spared:
+                source.spared |= lines
+                changed.append(source)
+        unsure = changed
     subprocess.run(["cmake", "--build", scratch / "build", "--target", "cmsverify_tests", "-j", str(jobs)], check=True,
                    stdout=subprocess.DEVNULL)
     return mutants.found
