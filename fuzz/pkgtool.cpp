@@ -3,9 +3,9 @@
 #include "fuzz.h"
 
 #include "pkgcheck.h"
-#include "pkgtool/check.h"
 #include "pkgtool/commands/commands.h"
 #include "pkgtool/error.h"
+#include "pkgtool/requirements.h"
 #include "pkgtool/timestamp.h"
 #include "pkgtool/verdict.h"
 #include "root_cert.h"

@@ -1,10 +1,10 @@
 #include "diagnosis.h"
 
 #include "chain.h"
-#include "check.h"
 #include "container.h"
 #include "der.h"
 #include "error.h"
+#include "requirements.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "timestamp_source.h"
 
-#include "check.h"
 #include "error.h"
+#include "requirements.h"
 #include "timestamp.h"
 
 #include <ctime>

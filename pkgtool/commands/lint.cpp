@@ -1,7 +1,7 @@
 // pkgtool lint: what a release pipeline should stop although devices would accept it.
 #include "commands.h"
 #include "container.h"
-#include "findings.h"
+#include "lint_rules.h"
 #include "terminal.h"
 #include "text.h"
 #include "verdict.h"

@@ -1,11 +1,11 @@
 // pkgtool pack, unpack and list.
-#include "check.h"
 #include "commands.h"
 #include "container.h"
 #include "error.h"
 #include "forecast.h"
 #include "openssl.h"
 #include "progress.h"
+#include "requirements.h"
 #include "text.h"
 
 #include <algorithm>

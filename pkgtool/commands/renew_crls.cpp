@@ -1,10 +1,10 @@
 // pkgtool renew-crls: other CRLs in a package, and everything else in it as it was.
-#include "check.h"
 #include "commands.h"
 #include "container.h"
 #include "error.h"
 #include "forecast.h"
 #include "reader.h"
+#include "requirements.h"
 #include "text.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 // pkgtool sign.
-#include "check.h"
 #include "commands.h"
 #include "container.h"
 #include "error.h"
 #include "progress.h"
+#include "requirements.h"
 #include "signed_data.h"
 #include "text.h"
 #include "timestamp.h"

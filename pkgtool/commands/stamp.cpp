@@ -1,8 +1,8 @@
 // pkgtool stamp: timestamps for a signature that was made elsewhere, by a signing service say.
-#include "check.h"
 #include "commands.h"
 #include "der.h"
 #include "error.h"
+#include "requirements.h"
 #include "signed_data.h"
 #include "text.h"
 #include "timestamp.h"

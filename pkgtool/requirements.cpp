@@ -1,4 +1,4 @@
-#include "check.h"
+#include "requirements.h"
 
 #include "der.h"
 #include "error.h"

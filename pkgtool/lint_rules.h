@@ -1,6 +1,6 @@
 // What lint finds: whatever a device would accept although its owner should not ship it.
-#ifndef PKGTOOL_FINDINGS_H
-#define PKGTOOL_FINDINGS_H
+#ifndef PKGTOOL_LINT_RULES_H
+#define PKGTOOL_LINT_RULES_H
 
 #include "contents.h"
 

@@ -1,4 +1,4 @@
-#include "findings.h"
+#include "lint_rules.h"
 
 #include "container.h"
 

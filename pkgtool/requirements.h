@@ -1,7 +1,7 @@
 // What the checker will refuse, found while it can still be mended. Each function returns or throws a UserError with a
 // hint. A signature that passes here can still be refused on the device: chains and CRLs are judged there alone.
-#ifndef PKGTOOL_CHECK_H
-#define PKGTOOL_CHECK_H
+#ifndef PKGTOOL_REQUIREMENTS_H
+#define PKGTOOL_REQUIREMENTS_H
 
 #include "openssl.h"
 
