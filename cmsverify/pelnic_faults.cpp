@@ -1,8 +1,6 @@
 // Runs, and what they say of failing callbacks.
 #include "pelnic_faults.h"
 
-#include "pelnic_plt_proxy.h"
-
 bool _pnvIsDisturbed(const PELNIC_VRF* pVrf)
 {
     return pVrf->run.nInProgress != 0 && pVrf->nCallbackFaults != pVrf->run.nFaultsBefore;

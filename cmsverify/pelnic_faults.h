@@ -1,4 +1,4 @@
-// What failing callbacks do to verdicts: the whole rule, and the two types that keep it.
+// What failing callbacks do to verdicts: the whole rule, and what keeps it, with the class FaultWatch of the proxies.
 //
 // The proxies count failing memory, copy and verification callbacks, because where one fails its failure can look like
 // an ordinary answer: "not equal", "no CA", "no CRL".
@@ -13,20 +13,7 @@
 #ifndef PELNIC_FAULTS_H
 #define PELNIC_FAULTS_H
 
-#include "pelnic_vrf.h"
-
-// The failures from its construction on.
-class FaultWatch {
-public:
-    explicit FaultWatch(const PELNIC_VRF* ctx) : pVrf(ctx), nBefore(ctx->nCallbackFaults) {}
-
-    bool failed() const { return pVrf->nCallbackFaults != nBefore; }
-    void forgive() const { pVrf->nCallbackFaults = nBefore; }
-
-private:
-    const PELNIC_VRF* const pVrf;
-    const PNV_UINT32 nBefore;
-};
+#include "pelnic_plt_proxy.h"
 
 // In scope during a run. Runs nest: the outermost one is what counts.
 class OperationRun {

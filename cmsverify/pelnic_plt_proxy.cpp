@@ -1,8 +1,6 @@
 // Proxies for the callback table, the calendar arithmetic and the single logging entry.
 #include "pelnic_plt_proxy.h"
 
-#include "pelnic_faults.h"
-
 constexpr PNV_UINT32 LOG_MESSAGE_SIZE = 2048;
 
 static const PELNIC_SYS_MEM_FUNCS& mem(const PELNIC_VRF* ctx)

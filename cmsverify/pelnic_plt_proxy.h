@@ -30,6 +30,19 @@ private:
 };
 void _pnvFreeBlocks(const PELNIC_VRF* ctx, CarvedBlocks* blocks);
 
+// The failing callbacks from its construction on, which the proxies count; pelnic_faults.h tells what they mean.
+class FaultWatch {
+public:
+    explicit FaultWatch(const PELNIC_VRF* ctx) : pVrf(ctx), nBefore(ctx->nCallbackFaults) {}
+
+    bool failed() const { return pVrf->nCallbackFaults != nBefore; }
+    void forgive() const { pVrf->nCallbackFaults = nBefore; }
+
+private:
+    const PELNIC_VRF* const pVrf;
+    const PNV_UINT32 nBefore;
+};
+
 // Memory. A count above destMax is PELNIC_ERR_SYS_MEM_OVERFLOW.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_memset_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, PNV_INT c,
