@@ -103,12 +103,18 @@ static PELNIC_ERROR_CODE verifyToken(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTEN
                                      const PELNIC_PKCS7_SIGNER_INFO* si)
 {
     const PELNIC_PKCS7_CONTENT_INFO* const pInfo = token->signed_data->content;
-    if (pInfo == nullptr || pInfo->content == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_TSP_DECODE);
+    if (pInfo == nullptr || pInfo->content == nullptr) {
+        PNV_TELL(Decision::Time, PELNIC_ERR_TSP_DECODE);
+        return PNV_FAIL(pVrf, PELNIC_ERR_TSP_DECODE);
+    }
     PELNIC_ASN_OCTS* encoded_ts_info = nullptr;
     PNV_UINT32 decoded = 0;
     PELNIC_ERROR_CODE rc = _pnvDecode<PELNIC_ASN_OCTS_item>(pVrf, pInfo->content->octs, pInfo->content->len, 0,
                                                             &encoded_ts_info, &decoded);
-    if (rc != 0) return PNV_FAIL(pVrf, rc);
+    if (rc != 0) {
+        PNV_TELL(Decision::Time, rc);
+        return PNV_FAIL(pVrf, rc);
+    }
     ScopeExit freeEncoded{[&] { pelnic_asn_free(pVrf, encoded_ts_info, &PELNIC_ASN_OCTS_item, 0); }};
     rc = _pnvVerifyTstInfo(pVrf, encoded_ts_info, si);
     PNV_TELL(Decision::Time, rc, nullptr, nullptr, nullptr, 0, CrlUnfit::None, pVrf->base_time);

@@ -227,7 +227,8 @@ std::optional<Reason> Story::judgeCertificates(const Json& certificates) const
 
 void Story::judgeInputs()
 {
-    if (codeOf(testimony_.codes, Decision::Roots) != 0) {
+    // What has no bytes is refused without being looked at.
+    if (testimony_.codes.count(Decision::Roots) == 0 || codeOf(testimony_.codes, Decision::Roots) != 0) {
         return fail("/root", {},
                     {"root-unusable", "the root certificate cannot be used",
                      "give a certificate of a CA, of version 3, in DER or PEM"});
@@ -278,7 +279,7 @@ void Story::tellTimestamp(const SignerTestimony& signer, const Json& view, Json&
                     {"timestamp-imprint", "the timestamp is for another signature",
                      "ask the authority for a timestamp of this signature"});
     }
-    if (rc != 0 || (!signer.codes.empty() && !isTimeTold)) {
+    if (rc != 0) {
         const Reason reason{"timestamp-undecodable", "what the timestamp says cannot be decoded",
                             "let the authority give whole seconds and no tsa name"};
         return failToDecode(SUB_FILE_CMS, place, {}, refineBySigners(reason));
@@ -387,7 +388,7 @@ void Story::tell(const Verdict& verdict)
     Header raw; // as it is in the file
     std::copy_n(package_.begin(), sizeof raw, reinterpret_cast<unsigned char*>(&raw));
     if (!verdict.isAccepted()) judgeContainer(pkgcheck_locate(package_.data(), &raw));
-    if (testimony_.codes.empty()) return;
+    if (!verdict.code && testimony_.codes.empty()) return;
     judgeInputs();
     if (testimony_.codes.count(Decision::Signature) == 0 || !failure.is_null()) return;
     const Json& content = memberOf(contents_.subFiles[*indexOf(SUB_FILE_CMS)], "content");

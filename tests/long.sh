@@ -25,8 +25,9 @@ run test env CMSVERIFY_LONG=1 CMSVERIFY_CASES=100000 ./test.sh clang arm
 cp build/clang/Testing/Temporary/LastTest.log "$logs/clang" # what the 32-bit run repeats is not counted twice
 run debug cmake --preset debug
 run debug tests/analyze.sh tidy_pkgtool "$PWD/build/debug"
-run debug cmake --build --preset debug --target cmsverify_tests
+run debug cmake --build --preset debug --target cmsverify_tests explained
 run judges env CMSVERIFY_LONG=1 build/debug/tests/cmsverify_tests --gtest_filter='Judges.*'
+run explained env CMSVERIFY_LONG=1 build/debug/tests/explained
 run valgrind valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/sweeps/valgrind.supp \
     build/clang/tests/cmsverify_tests --gtest_brief=1
 run fuzz fuzz/run.sh "${1:-60}"
