@@ -104,7 +104,7 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
 
 // The header of nearly every element: an octet each for tag and length, and all of the content behind them. What it
 // does not take, the two functions above take or refuse.
-static bool readShortHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+static inline bool readShortHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
     const PNV_UINT32 left = b->nBufLen - b->iCursor;
     if (pVrf == nullptr || b->iCursor > b->nBufLen || left < 2) return false;
@@ -117,12 +117,16 @@ static bool readShortHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TA
     return true;
 }
 
+static inline bool matches(const PELNIC_BER_TAG& expected, const PELNIC_BER_TAG& tag)
+{
+    return (expected.cls == CBC_ANY_CLASS || expected.cls == tag.cls) &&
+           (expected.form == CBF_ANY_FORM || expected.form == tag.form) &&
+           (expected.code == CBT_ANY_CODE || expected.code == tag.code);
+}
+
 PELNIC_ERROR_CODE _pnvCompareBerTag(const PELNIC_VRF*, const PELNIC_BER_TAG* tagTmp, const PELNIC_BER_TAG* pTag)
 {
-    if (tagTmp->cls != CBC_ANY_CLASS && tagTmp->cls != pTag->cls) return PELNIC_ERR_ASN_TAG_MISMATCH;
-    if (tagTmp->form != CBF_ANY_FORM && tagTmp->form != pTag->form) return PELNIC_ERR_ASN_TAG_MISMATCH;
-    if (tagTmp->code != CBT_ANY_CODE && tagTmp->code != pTag->code) return PELNIC_ERR_ASN_TAG_MISMATCH;
-    return 0;
+    return matches(*tagTmp, *pTag) ? 0 : PELNIC_ERR_ASN_TAG_MISMATCH;
 }
 
 // The templates of a constructed item.
@@ -173,6 +177,32 @@ PELNIC_ERROR_CODE _pnvCheckTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLAT
     return _pnvCompareBerTag(pVrf, &expected, pTag);
 }
 
+// A header that is not short. Its tag has to be this one; with another one the code is mismatch.
+[[gnu::noinline]] static PELNIC_ERROR_CODE readLongHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b,
+                                                          const PELNIC_BER_TAG& expected, PELNIC_ERROR_CODE mismatch,
+                                                          PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+{
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
+    if (rc != 0) return rc;
+    if (!matches(expected, *pTag)) return PNV_WHY(Tag, mismatch);
+    return pelnic_dec_len(pVrf, b, length, &octets);
+}
+
+// A header with this tag. Results of the common case stay in registers.
+static inline PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b,
+                                                   const PELNIC_BER_TAG& expected, PELNIC_ERROR_CODE mismatch,
+                                                   PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+{
+    if (readShortHeader(pVrf, b, pTag, length)) return matches(expected, *pTag) ? 0 : PNV_WHY(Tag, mismatch);
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 octets = 0;
+    const PELNIC_ERROR_CODE rc = readLongHeader(pVrf, b, expected, mismatch, &tag, &octets);
+    *pTag = tag;
+    *length = octets;
+    return rc;
+}
+
 // ---- What every kind begins and ends with
 
 // The octets between start, an answer of pelnic_buf_tell, and the cursor.
@@ -188,6 +218,19 @@ static PELNIC_ERROR_CODE consumedSince(const PELNIC_BUF* b, PNV_UINT32 start, PE
 static bool isContentOnly(const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     return (pTempl->tagType & PNV_TAG_CONTENT_ONLY) != 0;
+}
+
+PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
+                                       PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code, PELNIC_BER_TAG* pTag,
+                                       PNV_UINT32* contentLength)
+{
+    PELNIC_BER_TAG expected = pelnic_make_tag(CBC_UNIV, form, code);
+    if ((pTempl->tagType & PNV_TAG_IMPLICIT) != 0) expected = contextTag(form, pTempl->tagCode);
+    if (isContentOnly(pTempl)) {
+        *pTag = expected;
+        return 0;
+    }
+    return readExpectedHeader(pVrf, b, expected, PELNIC_ERR_ASN_TAG, pTag, contentLength);
 }
 
 // An element while it is decoded: puts the cursor back to its start unless it is kept.
@@ -247,40 +290,12 @@ static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
     return pelnic_buf_seek(b, static_cast<PNV_INT32>(length), CBSW_CURRENT);
 }
 
-// A header with this tag; with another one the code is mismatch.
-static PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_BER_TAG& expected,
-                                            PELNIC_ERROR_CODE mismatch, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
-{
-    if (readShortHeader(pVrf, b, pTag, length)) {
-        return _pnvCompareBerTag(pVrf, &expected, pTag) != 0 ? PNV_WHY(Tag, mismatch) : 0;
-    }
-    PNV_UINT32 octets = 0;
-    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
-    if (rc != 0) return rc;
-    if (_pnvCompareBerTag(pVrf, &expected, pTag) != 0) return PNV_WHY(Tag, mismatch);
-    return pelnic_dec_len(pVrf, b, length, &octets);
-}
-
-PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
-                                       PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code, PELNIC_BER_TAG* pTag,
-                                       PNV_UINT32* contentLength)
-{
-    PELNIC_BER_TAG expected = pelnic_make_tag(CBC_UNIV, form, code);
-    if ((pTempl->tagType & PNV_TAG_IMPLICIT) != 0) expected = contextTag(form, pTempl->tagCode);
-    if (isContentOnly(pTempl)) {
-        *pTag = expected;
-        return 0;
-    }
-    return readExpectedHeader(pVrf, b, expected, PELNIC_ERR_ASN_TAG, pTag, contentLength);
-}
-
 // The tag and length of any element, of an explicit tag for instance.
-static PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
+static inline PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag,
+                                           PNV_UINT32* length)
 {
-    if (readShortHeader(pVrf, b, pTag, length)) return 0;
-    PNV_UINT32 octets = 0;
-    const PELNIC_ERROR_CODE rc = pelnic_dec_tag(pVrf, b, pTag, &octets);
-    return rc != 0 ? rc : pelnic_dec_len(pVrf, b, length, &octets);
+    constexpr PELNIC_BER_TAG ANY = {CBC_ANY_CLASS, CBF_ANY_FORM, CBT_ANY_CODE};
+    return readExpectedHeader(pVrf, b, ANY, 0, pTag, length);
 }
 
 // The length of an explicit tag is not compared with what the value inside consumes.
@@ -323,25 +338,22 @@ static void*& pointerAt(void* pObj, PNV_UINT32 offset)
 
 // ---- Octets
 
-// Whether a field's value has the tag that its template expects. Inside an explicit tag, which the field's reader has
+// Whether octets have the tag that their template expects. Inside an explicit tag, which the field's reader has
 // consumed, stands the item's own tag.
-static bool hasTagOf(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pTempl, const PELNIC_BER_TAG* pTag)
+static inline bool hasTagOf(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pTempl, const PELNIC_BER_TAG& tag)
 {
-    if (pTempl->tagType != PNV_TAG_EXPLICIT) return _pnvCheckTag(pVrf, pTempl, pTag) == 0;
-    PELNIC_ASN1_TEMPLATE inner = *pTempl;
-    inner.tagType = PNV_TAG_NONE;
-    return _pnvCheckTag(pVrf, &inner, pTag) == 0;
+    if (pTempl->tagType != PNV_TAG_IMPLICIT) return matches(ownTag(pTempl->asn1_item), tag);
+    const PELNIC_BER_TAG read = tag;
+    return _pnvCheckTag(pVrf, pTempl, &read) == 0;
 }
 
 // Reads an element of octets up to its end; octs points into the input.
-static PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
-                                    Element* element, const PNV_BYTE** octs)
+static inline PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
+                                           Element* element, const PNV_BYTE** octs)
 {
     PNV_UINT32& length = element->length;
     if (readHeader(pVrf, b, &element->tag, &length) != 0) return PELNIC_ERR_ASN_OCTS;
-    if (pTempl->asn1_item != nullptr && !hasTagOf(pVrf, pTempl, &element->tag)) {
-        return PNV_WHY(Tag, PELNIC_ERR_ASN_OCTS);
-    }
+    if (pTempl->asn1_item != nullptr && !hasTagOf(pVrf, pTempl, element->tag)) return PNV_WHY(Tag, PELNIC_ERR_ASN_OCTS);
     *octs = pelnic_buf_get_point(b);
     if (skip(b, length) != 0) return PELNIC_ERR_ASN_OCTS;
     if (element->tag.code != CBT_INTEGER || length == 0) return 0;
@@ -649,6 +661,46 @@ static bool isPlain(const PELNIC_ASN1_TEMPLATE* pTempl)
     return (pTempl->flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0 && pTempl->tagType != PNV_TAG_EXPLICIT;
 }
 
+// Whether the first row keeps the encoding of the element that the second one decodes. It is copied when that is done:
+// most of what is not what it seems ends there, a long CRL tried as a certificate for instance. Encodings that the row
+// refuses are left to it.
+static bool isCopiedLater(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* field)
+{
+    if (field->asn1_item->asn_func != &g_pnvAsnFuncPeekOct || field->tagType != PNV_TAG_NONE || !isPlain(field + 1)) {
+        return false;
+    }
+    PNV_DECODING(b, field, field->name_val);
+    const PNV_UINT32 start = b->iCursor;
+    PELNIC_BER_TAG tag = {};
+    PNV_UINT32 length = 0;
+    const bool isReadable = readHeader(pVrf, b, &tag, &length) == 0 && length != 0;
+    b->iCursor = start;
+    return isReadable;
+}
+
+static inline PELNIC_ERROR_CODE decodeField(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
+                                            const PELNIC_ASN1_TEMPLATE* field)
+{
+    PNV_DECODING(b, field, field->name_val);
+    PNV_UINT32 octets = 0;
+    if ((field->flag & PNV_FLAG_ANY) != 0) return pelnic_dec_any(pVrf, b, pObj, &octets, field);
+    if (isPlain(field) && b->iCursor < b->nBufLen) return decodeFieldValue(pVrf, b, pObj, &octets, field);
+    return _pnvDecSeqValue(pVrf, b, pObj, &octets, field);
+}
+
+static PELNIC_ERROR_CODE decodeAndCopy(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
+                                       const PELNIC_ASN1_TEMPLATE* peek)
+{
+    const PNV_UINT32 start = b->iCursor;
+    PELNIC_ERROR_CODE rc = decodeField(pVrf, b, pObj, peek + 1);
+    if (rc != 0) return rc;
+    const PNV_UINT32 end = b->iCursor;
+    b->iCursor = start;
+    rc = decodeField(pVrf, b, pObj, peek);
+    b->iCursor = end;
+    return rc;
+}
+
 // Decodes the fields in order into a record; on failure the caller frees the fields decoded so far.
 static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj,
                                       const PELNIC_ASN1_TEMPLATE* pTempl, PNV_UINT32 contentLength)
@@ -665,14 +717,11 @@ static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, voi
         if (rc != 0) return rc;
         if (bounded && consumed == contentLength) return _pnvSeqCheckRemainOptional(pItem, i);
         if (bounded && consumed > contentLength) return PNV_WHY(Overrun, PELNIC_ERR_ASN_SEQ);
-        PNV_UINT32 octets = 0;
-        PNV_DECODING(b, field, field->name_val);
-        if ((field->flag & PNV_FLAG_ANY) != 0) {
-            rc = pelnic_dec_any(pVrf, b, pObj, &octets, field);
-        } else if (isPlain(field) && b->iCursor < b->nBufLen) {
-            rc = decodeFieldValue(pVrf, b, pObj, &octets, field);
+        if (i == 0 && pItem->templ_count > 1 && isCopiedLater(pVrf, b, field)) {
+            rc = decodeAndCopy(pVrf, b, pObj, field);
+            ++i;
         } else {
-            rc = _pnvDecSeqValue(pVrf, b, pObj, &octets, field);
+            rc = decodeField(pVrf, b, pObj, field);
         }
         if (rc != 0) return rc;
     }
@@ -714,6 +763,7 @@ static void freeValue(const PELNIC_VRF* pVrf, void* place, const PELNIC_ASN1_TEM
 void pelnic_free_seq(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     if (pObj == nullptr) return;
+    if (pVrf != nullptr && pVrf->pCarving != nullptr) return; // whatever it holds goes with the blocks
     // From the last to the first, so that an ANY still finds the field that selects its type.
     for (PNV_UINT32 i = pTempl->asn1_item->templ_count; i-- > 0;) {
         const PELNIC_ASN1_TEMPLATE* const field = templatesOf(pTempl->asn1_item) + i;

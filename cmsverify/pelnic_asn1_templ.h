@@ -168,7 +168,8 @@ template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnv
             reinterpret_cast<const void*>(uintptr_t{capacity}) \
     }
 
-// The same for a list whose elements are never taken out, with the field for the blocks that they are carved from.
+// The same for a list whose elements are never taken out, with the field for the blocks that they are carved from. Not
+// below another such list: what is carved is not looked through again when it goes.
 #define PNV_CARVED_ELEMENTS(record, field, blocks, item, capacity) \
     { \
         &item, 0, PNV_TAG_NONE, _pnvListFlag<decltype(record::field), item>(PNV_FLAG_CARVED), offsetof(record, field), \

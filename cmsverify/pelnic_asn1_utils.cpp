@@ -12,12 +12,19 @@ PNV_INT32 pelnic_compare_tag(const PELNIC_VRF* pVrf, const PELNIC_BER_TAG* pAsnT
     return pelnic_memcmp(pVrf, pAsnTag1, pAsnTag2, sizeof(PELNIC_BER_TAG));
 }
 
-// Lengths first: they are what most often differs, and comparing them costs no call.
+static bool isSameTag(const PELNIC_BER_TAG& tag1, const PELNIC_BER_TAG& tag2)
+{
+    return tag1.cls == tag2.cls && tag1.form == tag2.form && tag1.code == tag2.code;
+}
+
+// What most often differs comes first and costs no call: the lengths, and the first octets of serial numbers.
 static PNV_INT32 compareTagged(const PELNIC_VRF* pVrf, const PELNIC_BER_TAG& tag1, const PNV_BYTE* octets1,
                                PNV_UINT32 length1, const PELNIC_BER_TAG& tag2, const PNV_BYTE* octets2,
                                PNV_UINT32 length2)
 {
-    if (length1 != length2 || pelnic_compare_tag(pVrf, &tag1, &tag2) != 0) return -1;
+    if (length1 != length2) return -1;
+    if (length1 != 0 && octets1[0] != octets2[0]) return isSameTag(tag1, tag2) ? octets1[0] - octets2[0] : -1;
+    if (pelnic_compare_tag(pVrf, &tag1, &tag2) != 0) return -1;
     if (octets1 == octets2) return 0;
     return pelnic_memcmp(pVrf, octets1, octets2, length1);
 }

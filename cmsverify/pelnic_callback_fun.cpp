@@ -6,23 +6,13 @@
 #include <fcntl.h>
 #include <safe_mem_lib.h>
 #include <safe_str_lib.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-constexpr PNV_UINT32 HUGE_PAGES_FROM = 3 << 20;
-
-// Touching a large block for the first time costs more than decoding into it. A kernel without huge pages is as good.
-static void preferHugePages(void* block, PNV_UINT32 size)
-{
-    const uintptr_t start = reinterpret_cast<uintptr_t>(block);
-    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t firstPage = (start + page - 1) / page * page;
-    (void)madvise(reinterpret_cast<void*>(firstPage), start + size - firstPage, MADV_HUGEPAGE);
-}
+#include "pelnic_huge_pages.h"
 
 PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size)
 {
@@ -30,7 +20,7 @@ PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size)
     if (size == 0) return 0;
     *out = malloc(size);
     if (*out == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
-    if (size >= HUGE_PAGES_FROM) preferHugePages(*out, size);
+    _pnvPreferHugePages(*out, size);
     return 0;
 }
 

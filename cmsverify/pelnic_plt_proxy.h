@@ -9,6 +9,18 @@
 
 #include "pelnic_vrf.h"
 
+// What of a block is not handed out looks to AddressSanitizer like what is not allocated.
+#if defined(__SANITIZE_ADDRESS__)
+#define PNV_ADDRESS_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define PNV_ADDRESS_SANITIZER
+#endif
+#endif
+#ifdef PNV_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 // While one lives, pelnic_malloc carves from larger blocks that the malloc callback hands out, and pelnic_free leaves
 // what it gets: it ends with the blocks. With null blocks both are the callbacks' again. They nest, and are locals.
 class Carving {

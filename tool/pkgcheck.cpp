@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <safe_mem_lib.h>
-#include <sys/mman.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cmsverify/pelnic_huge_pages.h"
 #include "root_cert.h"
 #include "rules.h"
 #include "verify_signature.h"
@@ -20,7 +20,6 @@
 constexpr PNV_UINT32 HEADER_SIZE = 352;
 constexpr PNV_UINT32 SIGNED_SUB_FILES = 3;
 constexpr size_t NAME_SIZE = 64;
-constexpr PNV_UINT32 HUGE_PAGES_FROM = 4 << 20;
 
 static_assert(sizeof(SProgramFileHeader_S) == HEADER_SIZE, "the header is laid out as in the file");
 
@@ -40,16 +39,11 @@ static int conclude(const PkgcheckJob* job, const char* refusal, const char* acc
     return 0;
 }
 
-// A buffer of zeros: fresh pages are, which calloc knows. Reading a large package is half page faults, so large buffers
-// ask for huge pages; a kernel that has none is as good.
+// A buffer of zeros: fresh pages are, which calloc knows.
 static PNV_BYTE* newBuffer(PNV_UINT32 size)
 {
     void* const buffer = calloc(size, 1);
-    if (buffer == nullptr || size < HUGE_PAGES_FROM) return static_cast<PNV_BYTE*>(buffer);
-    const uintptr_t start = reinterpret_cast<uintptr_t>(buffer);
-    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t firstPage = (start + page - 1) / page * page;
-    (void)madvise(reinterpret_cast<void*>(firstPage), start + size - firstPage, MADV_HUGEPAGE);
+    if (buffer != nullptr) _pnvPreferHugePages(buffer, size);
     return static_cast<PNV_BYTE*>(buffer);
 }
 

@@ -537,6 +537,30 @@ TEST_F(SequenceKind, APeekedFieldIsDecodedAgain)
     EXPECT_EQ(Elements(record.leaves.list), leaf);
 }
 
+TEST_F(SequenceKind, AnEncodingIsCopiedWhenItIsDecoded)
+{
+    struct Record {
+        PELNIC_ASN_OCTS* encoding;
+        ASN1_TEST_LEAF* leaf;
+    };
+    static constexpr PELNIC_ASN1_TEMPLATE rows[] = {
+        PNV_PEEK(Record, encoding),
+        PNV_FIELD(Record, leaf, PNV_UNTAGGED, ASN1_TEST_LEAF_item),
+    };
+    constexpr PELNIC_ASN1_ITEM item = SequenceItem<Record>(rows);
+    ExpectRefused(FieldOf(item), Seq(Seq(Null())), PELNIC_ERR_ASN_TAG);
+    EXPECT_EQ(vrf_.Plan().Count(Call::Memcpy), 0u) << "what is no leaf is not copied";
+    ExpectRefused(FieldOf(item), Seq(Seq()), PELNIC_ERR_ASN_PEEK_OCTS);
+    ExpectRefused(FieldOf(item), Seq(Bytes{0x30, 0x05}), PELNIC_ERR_ASN_PEEK_OCTS);
+
+    const Bytes leaf = Leaf(1, Text("leaf"));
+    Decoding decoding(vrf_, FieldOf(item), Seq(leaf));
+    ASSERT_EQ(decoding.Code(), 0u);
+    EXPECT_EQ(Content(*decoding.As<Record>().encoding), leaf);
+    EXPECT_EQ(decoding.As<Record>().leaf->number, 1);
+    EXPECT_EQ(decoding.Consumed(), Seq(leaf).size());
+}
+
 // ---- SET OF and SEQUENCE OF ----
 
 using SetOfKind = Constructed;

@@ -360,6 +360,20 @@ TEST_F(CarvingTest, TakesAlignedZerosFromOneBlockAndGivesItBackWhole)
     _pnvFreeBlocks(vrf_, &blocks_);
 }
 
+#ifdef PNV_ADDRESS_SANITIZER
+TEST_F(CarvingTest, HidesNoOverreadFromTheSanitizer)
+{
+    const Carving carving(vrf_, &blocks_);
+    const PNV_BYTE* const first = Take(5);
+    EXPECT_FALSE(__asan_address_is_poisoned(first + 4));
+    EXPECT_TRUE(__asan_address_is_poisoned(first + 5));
+    const PNV_BYTE* const second = Take(8);
+    EXPECT_TRUE(__asan_address_is_poisoned(first + 5));
+    EXPECT_FALSE(__asan_address_is_poisoned(second + 7));
+    EXPECT_TRUE(__asan_address_is_poisoned(second + 8));
+}
+#endif
+
 TEST_F(CarvingTest, TakesAnotherBlockForWhatDoesNotFit)
 {
     const Carving carving(vrf_, &blocks_);

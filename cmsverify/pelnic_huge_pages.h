@@ -1,0 +1,22 @@
+// Large blocks in huge pages, for the default callbacks and the checker: touching one for the first time costs more
+// than decoding into it, and reading a large package is half page faults.
+#ifndef PELNIC_HUGE_PAGES_H
+#define PELNIC_HUGE_PAGES_H
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "include/pelnic_cms_verify.h"
+
+// Asks for them; a kernel that has none is as good.
+inline void _pnvPreferHugePages(void* block, PNV_UINT32 size)
+{
+    constexpr PNV_UINT32 FROM = 3 << 20; // smaller blocks hardly hold one
+    if (size < FROM) return;
+    const uintptr_t start = reinterpret_cast<uintptr_t>(block);
+    const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    const uintptr_t firstPage = (start + page - 1) / page * page;
+    (void)madvise(reinterpret_cast<void*>(firstPage), start + size - firstPage, MADV_HUGEPAGE);
+}
+
+#endif
