@@ -45,6 +45,7 @@ Json readersJson(bool isReadByDevice, bool isReadByOpenssl)
 
 Json PackageReader::keep(Object object, const Json& readBy, const char* source)
 {
+    putFingerprints(object);
     object.json["source"] = source;
     object.json["read_by"] = readBy;
     objects_.emplace(std::move(object.signedPart), object.json);
@@ -60,21 +61,26 @@ Json PackageReader::readObjects(const Bytes& content, const char* source)
     std::vector<Object> byDevice = device_->readObjects(content);
     std::vector<Object> byOpenssl = openssl_->readObjects(content);
     const auto partsOf = [](const std::vector<Object>& objects) {
-        std::set<Bytes> parts;
-        for (const Object& object : objects) parts.insert(object.signedPart);
+        std::map<Bytes, Bytes> parts;
+        for (const Object& object : objects) parts.emplace(object.signedPart, object.encoding);
         return parts;
     };
-    const std::set<Bytes> ofDevice = partsOf(byDevice);
-    const std::set<Bytes> ofOpenssl = partsOf(byOpenssl);
+    const std::map<Bytes, Bytes> ofDevice = partsOf(byDevice);
+    const std::map<Bytes, Bytes> ofOpenssl = partsOf(byOpenssl);
     if (!isPem(content)) {
-        file["unread_bytes"] = std::accumulate(byDevice.begin(), byDevice.end(), content.size(),
-                                               [](std::size_t left, const Object& o) { return left - o.length; });
+        file["unread_bytes"] =
+            std::accumulate(byDevice.begin(), byDevice.end(), content.size(),
+                            [](std::size_t left, const Object& o) { return left - o.encoding.size(); });
     }
     const auto put = [&](Object& object, const Json& readBy) {
         Json& list = file[object.isCrl ? "crls" : "certificates"];
         list.push_back(keep(std::move(object), readBy, source));
     };
-    for (Object& object : byDevice) put(object, readersJson(true, ofOpenssl.count(object.signedPart) != 0));
+    for (Object& object : byDevice) {
+        const auto same = ofOpenssl.find(object.signedPart);
+        if (object.encoding.empty() && same != ofOpenssl.end()) object.encoding = same->second;
+        put(object, readersJson(true, same != ofOpenssl.end()));
+    }
     for (Object& object : byOpenssl) {
         if (ofDevice.count(object.signedPart) == 0) put(object, read_by::OPENSSL);
     }
@@ -165,6 +171,39 @@ Json PackageReader::readSignature(const Bytes& content)
     return json;
 }
 
+// ---- Names ----
+
+// The common names that stand for several of the names that were read: one cannot tell who is meant by them.
+std::set<std::string> ambiguous;
+
+// "CN=Demo CA", or all of it when there is none.
+std::string commonName(const std::string& name)
+{
+    const std::string key = "CN=";
+    std::size_t at = name.rfind(key);
+    while (at != std::string::npos && at != 0 && name[at - 1] != ',' && name[at - 1] != '+')
+        at = name.rfind(key, at - 1);
+    if (at == std::string::npos) return name;
+    std::size_t end = at;
+    while (end < name.size() && name[end] != ',') end += name[end] == '\\' ? 2 : 1;
+    return name.substr(at, end - at);
+}
+
+void findAmbiguousNames(const Contents& contents)
+{
+    std::map<std::string, std::string> names;
+    const auto add = [&](const Json& json) {
+        if (!json.is_string()) return;
+        const std::string name = textOf(json);
+        const auto [known, isNew] = names.emplace(commonName(name), name);
+        if (!isNew && known->second != name) ambiguous.insert(known->first);
+    };
+    for (const auto& [signedPart, object] : contents.objects) {
+        add(memberOf(object, "subject"));
+        add(memberOf(object, "issuer"));
+    }
+}
+
 // ---- The package ----
 
 Json headerJson(const Header& header)
@@ -205,20 +244,15 @@ Contents readContents(ByteView package, const Bytes& root, const char* rootSourc
                 type == SUB_FILE_CRL ? reader.readObjects(content, source::CRL_FILE) : reader.readSignature(content);
         }
     }
+    findAmbiguousNames(contents);
     return contents;
 }
 
 std::string briefName(const Json& json)
 {
     const std::string name = textOf(json);
-    const std::string key = "CN=";
-    std::size_t at = name.rfind(key);
-    while (at != std::string::npos && at != 0 && name[at - 1] != ',' && name[at - 1] != '+')
-        at = name.rfind(key, at - 1);
-    if (at == std::string::npos) return name;
-    std::size_t end = at;
-    while (end < name.size() && name[end] != ',') end += name[end] == '\\' ? 2 : 1;
-    return name.substr(at, end - at);
+    const std::string brief = commonName(name);
+    return ambiguous.count(brief) != 0 ? name : brief;
 }
 
 } // namespace pkgtool

@@ -39,7 +39,8 @@ struct Contents {
 // root: a certificate, DER or PEM, or nothing.
 Contents readContents(ByteView package, const Bytes& root, const char* rootSource);
 
-// A name's common name for people, as "CN=Demo CA", or all of it when there is none.
+// A name's common name for people, as "CN=Demo CA", or all of it when there is none, or when another of the names that
+// were read has the same.
 std::string briefName(const Json& name);
 
 } // namespace pkgtool

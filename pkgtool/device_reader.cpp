@@ -282,7 +282,7 @@ public:
         PELNIC_X509_CERT* decoded = nullptr;
         PNV_UINT32 length = 0;
         if (pelnic_x509_decode_cert(vrf_, der, sizeOf(size), &decoded, &length) != 0) return std::nullopt;
-        return objectOf(*CertRecord(decoded, {vrf_}), length);
+        return objectOf(*CertRecord(decoded, {vrf_}), Bytes(der, der + length));
     }
 
     std::optional<Object> readCrl(const unsigned char* der, std::size_t size) override
@@ -290,7 +290,7 @@ public:
         PELNIC_X509_CRL* decoded = nullptr;
         PNV_UINT32 length = 0;
         if (pelnic_x509_decode_crl(vrf_, der, sizeOf(size), &decoded, &length) != 0) return std::nullopt;
-        return objectOf(*CrlRecord(decoded, {vrf_}), length);
+        return objectOf(*CrlRecord(decoded, {vrf_}), Bytes(der, der + length));
     }
 
     std::vector<Object> readObjects(const Bytes& content) override
@@ -340,13 +340,13 @@ public:
 
 private:
     std::vector<Object> readPem(const Bytes& pem);
-    Object objectOf(const PELNIC_X509_CERT& cert, std::size_t length) const
+    Object objectOf(const PELNIC_X509_CERT& cert, const Bytes& encoding) const
     {
-        return {false, bytesOf(*cert.raw_signed), length, questions_.certificateJson(cert)};
+        return {false, bytesOf(*cert.raw_signed), encoding, questions_.certificateJson(cert)};
     }
-    Object objectOf(const PELNIC_X509_CRL& crl, std::size_t length) const
+    Object objectOf(const PELNIC_X509_CRL& crl, const Bytes& encoding) const
     {
-        return {true, bytesOf(*crl.raw_signed), length, questions_.crlJson(crl)};
+        return {true, bytesOf(*crl.raw_signed), encoding, questions_.crlJson(crl)};
     }
     SignedParts takeApart(PELNIC_PKCS7_CONTENT* decoded, bool isTaken) const
     {
@@ -379,8 +379,8 @@ std::vector<Object> DeviceReader::readPem(const Bytes& pem)
         pelnic_list_init(vrf_, _pnvAsList(&certs), 0) == 0 && pelnic_list_init(vrf_, _pnvAsList(&crls), 0) == 0;
     if (isRead) (void)_pnvDecodeCertCrl(vrf_, pem.data(), sizeOf(pem.size()), &certs, &crls); // what came so far counts
     std::vector<Object> objects;
-    for (PNV_UINT32 i = 0; i < certs.num; ++i) objects.push_back(objectOf(*certs.data[i], 0));
-    for (PNV_UINT32 i = 0; i < crls.num; ++i) objects.push_back(objectOf(*crls.data[i], 0));
+    for (PNV_UINT32 i = 0; i < certs.num; ++i) objects.push_back(objectOf(*certs.data[i], {}));
+    for (PNV_UINT32 i = 0; i < crls.num; ++i) objects.push_back(objectOf(*crls.data[i], {}));
     pelnic_list_free(vrf_, _pnvAsList(&certs), _pnvFreeCertElement);
     pelnic_list_free(vrf_, _pnvAsList(&crls), _pnvFreeCrlElement);
     return objects;

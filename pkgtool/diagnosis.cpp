@@ -57,7 +57,7 @@ Json placeIn(const Bytes& subFile, const ElementFault& element)
 
 class Story {
 public:
-    Story(const Bytes& package, const Contents& contents, const Verdict& verdict)
+    Story(ByteView package, const Contents& contents, const Verdict& verdict)
         : package_(package), contents_(contents), header_(decodeHeader(package)), testimony_(verdict.testimony)
     {
     }
@@ -87,7 +87,7 @@ private:
                          const std::string& at);
     void judgeValue(const SignerTestimony& signer, const Json& node, const std::string& at);
 
-    const Bytes& package_;
+    ByteView package_;
     const Contents& contents_;
     const Header header_;
     const Testimony& testimony_;
@@ -263,7 +263,7 @@ void Story::tellTimestamp(const SignerTestimony& signer, const Json& view, Json&
             token.is_null() ? Reason{"timestamp-missing", "the signature has no timestamp",
                                      "sign with a timestamp (pkgtool sign --tsa-url or --tsa-cert)"}
                             : Reason{"timestamp-undecodable", "the timestamp cannot be decoded",
-                                     "let the authority make a token in DER, of the kind that README.md describes"};
+                                     "let the authority make a token in DER, set up as docs/interoperation.md says"};
         return token.is_null() ? fail(at, node, reason) : failToDecode(SUB_FILE_CMS, at, node, refineBySigners(reason));
     }
     if (token.is_null()) return;
@@ -386,8 +386,8 @@ void Story::tellSigner(const SignerTestimony& signer, const Json& view, const st
 void Story::tell(const Verdict& verdict)
 {
     Header raw; // as it is in the file
-    std::copy_n(package_.begin(), sizeof raw, reinterpret_cast<unsigned char*>(&raw));
-    if (!verdict.isAccepted()) judgeContainer(pkgcheck_locate(package_.data(), &raw));
+    std::copy_n(package_.data, sizeof raw, reinterpret_cast<unsigned char*>(&raw));
+    if (!verdict.isAccepted()) judgeContainer(pkgcheck_locate(package_.data, &raw));
     if (!verdict.code && testimony_.codes.empty()) return;
     judgeInputs();
     if (testimony_.codes.count(Decision::Signature) == 0 || !failure.is_null()) return;
@@ -408,7 +408,7 @@ void Story::tell(const Verdict& verdict)
 
 } // namespace
 
-Diagnosis diagnose(const Bytes& package, const Contents& contents, const Verdict& verdict)
+Diagnosis diagnose(ByteView package, const Contents& contents, const Verdict& verdict)
 {
     Story story(package, contents, verdict);
     story.tell(verdict);

@@ -13,7 +13,7 @@ struct Diagnosis {
     Json signers; // each with its timestamp and its chain, as far as they can be told
     Json failure; // null for an accepted package, and when nothing is found that explains the refusal
 };
-Diagnosis diagnose(const Bytes& package, const Contents& contents, const Verdict& verdict);
+Diagnosis diagnose(ByteView package, const Contents& contents, const Verdict& verdict);
 
 } // namespace pkgtool
 

@@ -38,8 +38,7 @@ void foretell(const ForecastOptions& options, const OutputFile& output)
         return judge(file->content(), root);
     }();
     if (verdict.isAccepted()) return;
-    const ByteView view = file->content();
-    const Bytes package(view.data, view.data + view.size);
+    const ByteView package = file->content();
     const Diagnosis diagnosis = diagnose(package, readContents(package, root.content, root.source), verdict);
     const bool isKnown = diagnosis.failure.is_object();
     const std::string why = isKnown ? textOf(diagnosis.failure["reason"]) : verdict.message;

@@ -52,6 +52,7 @@ int run(int argc, char** argv)
     pkgtool::addListCommand(app);
     pkgtool::addCrlCommand(app);
     pkgtool::addCodeCommand(app);
+    pkgtool::addRootCommand(app);
     pkgtool::addInspectCommand(app);
     pkgtool::addExplainCommand(app);
     pkgtool::addLintCommand(app);

@@ -211,7 +211,7 @@ public:
         const Cert cert(d2i_X509(nullptr, &in, static_cast<long>(size)));
         if (cert == nullptr) return std::nullopt;
         const Bytes encoding(der, in);
-        return Object{false, signedPartOf(encoding), encoding.size(), certificateJson(cert.get())};
+        return Object{false, signedPartOf(encoding), encoding, certificateJson(cert.get())};
     }
 
     std::optional<Object> readCrl(const unsigned char* der, std::size_t size) override
@@ -221,7 +221,7 @@ public:
         const Crl crl(d2i_X509_CRL(nullptr, &in, static_cast<long>(size)));
         if (crl == nullptr) return std::nullopt;
         const Bytes encoding(der, in);
-        return Object{true, signedPartOf(encoding), encoding.size(), crlJson(crl.get())};
+        return Object{true, signedPartOf(encoding), encoding, crlJson(crl.get())};
     }
 
     std::vector<Object> readObjects(const Bytes& content) override

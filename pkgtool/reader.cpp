@@ -1,5 +1,7 @@
 #include "reader.h"
 
+#include "fingerprint.h"
+
 namespace pkgtool {
 
 std::optional<Object> ObjectReader::readObject(const unsigned char* der, std::size_t size)
@@ -13,10 +15,17 @@ std::vector<Object> ObjectReader::readDer(const Bytes& der)
     std::vector<Object> objects;
     std::size_t at = 0;
     while (std::optional<Object> object = readObject(der.data() + at, der.size() - at)) {
-        at += object->length;
+        at += object->encoding.size();
         objects.push_back(std::move(*object));
     }
     return objects;
+}
+
+void putFingerprints(Object& object)
+{
+    const auto fingerprint = [](const Bytes& octets) { return octets.empty() ? Json() : Json(sha256Text(octets)); };
+    object.json["sha256"] = fingerprint(object.encoding);
+    if (!object.isCrl) object.json["key_sha256"] = fingerprint(publicKeyIn(object.signedPart));
 }
 
 } // namespace pkgtool

@@ -16,10 +16,13 @@ namespace pkgtool {
 // A certificate or CRL.
 struct Object {
     bool isCrl;
-    Bytes signedPart;   // what its signature covers; stands for the object
-    std::size_t length; // of its encoding
+    Bytes signedPart; // what its signature covers; stands for the object
+    Bytes encoding;   // empty where the reader does not keep it: the library's of PEM
     Json json;
 };
+// Adds "sha256", of the encoding, and for a certificate "key_sha256", of its SubjectPublicKeyInfo; null where it
+// cannot.
+void putFingerprints(Object& object);
 
 struct SignerParts {
     Json json;

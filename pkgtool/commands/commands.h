@@ -22,6 +22,7 @@ void addUnpackCommand(CLI::App& app);
 void addListCommand(CLI::App& app);
 void addCrlCommand(CLI::App& app);
 void addCodeCommand(CLI::App& app);
+void addRootCommand(CLI::App& app);
 void addInspectCommand(CLI::App& app);
 void addExplainCommand(CLI::App& app);
 void addLintCommand(CLI::App& app);

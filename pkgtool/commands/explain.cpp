@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "container.h"
 #include "diagnosis.h"
+#include "fingerprint.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -48,7 +49,8 @@ Json tableJson(const Json& subFiles)
 
 Json makeReport(const ExplainOptions& options)
 {
-    const Bytes package = readFile(options.package);
+    const MappedFile file(options.package);
+    const ByteView package = file.content();
     const Root root = loadRoot(options.root);
     const Verdict verdict = judge(package, root);
     const Code* const code = verdict.code ? findCode(*verdict.code) : nullptr;
@@ -67,8 +69,9 @@ Json makeReport(const ExplainOptions& options)
                    {"root", nullptr},
                    {"signers", Json::array()},
                    {"log", logJson(verdict.log)}};
-    if (package.size() < sizeof(Header)) return report;
-    const Contents contents = readContents(package, root.content, root.source);
+    if (package.size < sizeof(Header)) return report;
+    Contents contents = readContents(package, root.content, root.source);
+    putFingerprints(contents.subFiles, file);
     const Diagnosis diagnosis = diagnose(package, contents, verdict);
     report["failure"] = diagnosis.failure;
     report["header"] = contents.header;
@@ -125,6 +128,7 @@ void printRoot(const Json& root, const Screen& screen)
     screen.line("/root", 0,
                 root.is_null() ? "trusts no certificate that can be read"
                                : "trusts " + briefName(root["subject"]) + " (" + textOf(root["source"]) + ")");
+    if (root.is_object()) screen.line("", 1, "SHA-256 " + textOf(root["sha256"]));
 }
 
 void printChain(const Json& chain, const Screen& screen, const std::string& at, unsigned depth)

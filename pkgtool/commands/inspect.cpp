@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "container.h"
 #include "contents.h"
+#include "fingerprint.h"
 
 #include <cstdio>
 #include <memory>
@@ -24,6 +25,11 @@ std::string readersText(const Json& object)
     return object["read_by"] == read_by::OPENSSL ? ", which the checker cannot decode" : "";
 }
 
+void printFingerprint(const Json& object, const char* member, const char* what, const std::string& indent)
+{
+    if (object[member].is_string()) printf("%s    %s %s\n", indent.c_str(), what, textOf(object[member]).c_str());
+}
+
 void printCertificate(const Json& cert, const std::string& indent)
 {
     if (!cert.contains("subject"))
@@ -34,6 +40,8 @@ void printCertificate(const Json& cert, const std::string& indent)
     printf("%s    %s to %s, %s %s, signed with %s\n", indent.c_str(), textOf(cert["not_before"]).c_str(),
            textOf(cert["not_after"]).c_str(), textOf(cert["key"]).c_str(), textOf(cert["key_bits"]).c_str(),
            textOf(cert["signature_algorithm"]).c_str());
+    printFingerprint(cert, "sha256", "SHA-256", indent);
+    printFingerprint(cert, "key_sha256", "SHA-256 of the key", indent);
     printf("%s    %s: %s\n", indent.c_str(), cert["is_ca"] == true ? "CA" : "no CA", listText(cert["usage"]).c_str());
 }
 
@@ -44,6 +52,7 @@ void printCrl(const Json& crl, const std::string& indent)
     if (!crl["scope"].empty()) printf("%s    limited to: %s\n", indent.c_str(), listText(crl["scope"]).c_str());
     printf("%s    %s to %s, signed with %s\n", indent.c_str(), textOf(crl["this_update"]).c_str(),
            textOf(crl["next_update"]).c_str(), textOf(crl["signature_algorithm"]).c_str());
+    printFingerprint(crl, "sha256", "SHA-256", indent);
     if (crl["revoked"].empty()) printf("%s    revokes nothing\n", indent.c_str());
     for (const Json& entry : crl["revoked"]) {
         printf("%s    revokes serial %s on %s%s\n", indent.c_str(), textOf(entry["serial"]).c_str(),
@@ -116,7 +125,8 @@ void inspect(const std::string& path, bool json)
     const MappedFile file(path);
     const ByteView package = file.content();
     const Header header = readHeader(path, package);
-    const Contents contents = readContents(package, {}, "");
+    Contents contents = readContents(package, {}, "");
+    putFingerprints(contents.subFiles, file);
     if (json) {
         return print({{"schema", SCHEMA},
                       {"package", path},
@@ -125,6 +135,10 @@ void inspect(const std::string& path, bool json)
                       {"sub_files", contents.subFiles}});
     }
     printTable(header, package);
+    for (std::size_t i = 0; i < contents.subFiles.size(); ++i) {
+        const Json& digest = memberOf(contents.subFiles[i], "sha256");
+        if (digest.is_string()) printf("  SHA-256 of sub-file %zu  %s\n", i + 1, textOf(digest).c_str());
+    }
     for (std::size_t i = 0; i < contents.subFiles.size(); ++i) {
         const Json& subFile = contents.subFiles[i];
         if (!subFile.contains("content")) continue;

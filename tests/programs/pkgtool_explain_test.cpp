@@ -669,7 +669,10 @@ TEST_F(PkgtoolExplain, TellsTheWholeChain)
     EXPECT_EQ(signer["chain"][0]["source"], "signature");
     EXPECT_EQ(signer["chain"][2]["source"], "root file");
     EXPECT_EQ(signer["chain"][2]["crls"], Json::array());
-    EXPECT_EQ(signer["chain"][0]["crls"], Json::parse(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
+    Json crls = signer["chain"][0]["crls"];
+    EXPECT_EQ(crls[0]["sha256"].get<std::string>().size(), 64u);
+    crls[0].erase("sha256");
+    EXPECT_EQ(crls, Json::parse(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
         "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "source": "crl file",
         "read_by": "both", "score": 224, "is_chosen": true, "says": "revokes it only later"}])"));
@@ -688,6 +691,7 @@ TEST_F(PkgtoolExplain, ShowsOneScreen)
     signature  offset         16  length       5103
     crl        offset       5119  length       1563
   trusts CN=Test Root (root file)
+    SHA-256 F1433405B2214E3C2E12A765F7BBDA21D13C122A4795689C87AA0A922FE1764E
   signer CN=Test Signer, SHA256
     timestamp 2026-01-01T00:00:00Z, by
       authority CN=Test TSA
@@ -704,6 +708,19 @@ TEST_F(PkgtoolExplain, ShowsOneScreen)
 why:  CRL of CN=Test Signing CA ended 2025-12-21, before the timestamp 2026-01-01
 do:   publish a CRL of CN=Test Signing CA that covers the signing time, and pack it
 )");
+}
+
+// Two CAs of one common name are not to be taken for each other.
+TEST_F(PkgtoolExplain, NamesInFullWhoseCommonNamesCoincide)
+{
+    bench_.pki.signingCrl.nextUpdate = UtcTime("251221000000Z");
+    CertSpec other = bench_.pki.signingCa;
+    other.subject = Name(Cn("Test Signing CA"));
+    CmsSpec cms = DemoCms(bench_.pki);
+    cms.certificates.push_back(Build(other));
+    const std::string out = Explain(Write(bench_.Package(cms))).out;
+    EXPECT_NE(out.find("why:  CRL of C=ZZ,O=Example,CN=Test Signing CA ended"), std::string::npos) << out;
+    EXPECT_NE(out.find("signer CN=Test Signer, "), std::string::npos) << out;
 }
 
 TEST_F(PkgtoolExplain, TrustsTheCheckersRootUnlessToldOtherwise)

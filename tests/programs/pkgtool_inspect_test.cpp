@@ -8,11 +8,30 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <openssl/evp.h>
 
 namespace pnvtest {
 namespace {
 
 using Json = nlohmann::json;
+
+std::string Sha256(const Bytes& octets)
+{
+    unsigned char digest[32];
+    EVP_Digest(octets.data(), octets.size(), digest, nullptr, EVP_sha256(), nullptr);
+    std::string text;
+    for (unsigned char octet : digest) {
+        for (int digit : {octet >> 4, octet & 15}) text += "0123456789ABCDEF"[digit];
+    }
+    return text;
+}
+
+Json WithoutFingerprints(Json object)
+{
+    object.erase("sha256");
+    object.erase("key_sha256");
+    return object;
+}
 
 class PkgtoolInspect : public ::testing::Test {
 protected:
@@ -46,7 +65,8 @@ TEST_F(PkgtoolInspect, ShowsHeaderAndTable)
     EXPECT_EQ(json["header"], Json::parse(R"({"file_id": 0, "version": 7, "length": 355, "compress_type": 0,
         "header_crc": 0, "file_crc": 0, "reserved": 0, "description": "board\u001b", "sub_file_count": 2})"));
     EXPECT_EQ(json["sub_files"], Json::parse(R"([
-        {"type": "0x20000000", "offset": 0, "length": 3, "is_inside": true},
+        {"type": "0x20000000", "offset": 0, "length": 3, "is_inside": true,
+         "sha256": "709E80C88487A2411E1EE4DFB9F22A861492D20C4765150C0C794ABD70F8147C"},
         {"type": "payload", "offset": 100, "length": 200, "is_inside": false}])"));
     EXPECT_NE(Inspect(Build(package)).out.find("description  board\\x1b\n"), std::string::npos);
 }
@@ -56,7 +76,8 @@ TEST_F(PkgtoolInspect, ShowsTheSignature)
     const Json signature = InspectJson(Package())["sub_files"][1]["content"];
     EXPECT_EQ(signature["form"], "DER");
     EXPECT_EQ(signature["problem"], Json());
-    EXPECT_EQ(signature["certificates"][1], Json::parse(R"({"subject": "C=ZZ,O=Example,CN=Test Signer",
+    EXPECT_EQ(WithoutFingerprints(signature["certificates"][1]),
+              Json::parse(R"({"subject": "C=ZZ,O=Example,CN=Test Signer",
         "issuer": "C=ZZ,O=Example,CN=Test Signing CA", "serial": "23", "not_before": "2020-01-01T00:00:00Z",
         "not_after": "2040-01-01T00:00:00Z", "key": "RSA", "key_bits": 2048, "signature_algorithm": "RSA-SHA256",
         "is_ca": false, "is_self_issued": false, "usage": ["digitalSignature", "codeSigning"],
@@ -78,7 +99,7 @@ TEST_F(PkgtoolInspect, ShowsCrls)
     pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}, {Bytes{0x7F}}};
     const Json der = InspectJson(Package())["sub_files"][2]["content"];
     EXPECT_EQ(der["crls"].size(), 3u);
-    EXPECT_EQ(der["crls"][1], Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
+    EXPECT_EQ(WithoutFingerprints(der["crls"][1]), Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
         "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "revoked": [
             {"serial": "23", "date": "2025-06-01T00:00:00Z", "reason": "keyCompromise"},
@@ -93,20 +114,44 @@ TEST_F(PkgtoolInspect, ShowsCrls)
     EXPECT_EQ(pem["certificates"].size(), 1u);
 }
 
+// As sha256sum and openssl tell them of the same octets, DER or PEM.
+TEST_F(PkgtoolInspect, HasFingerprints)
+{
+    const Bytes der = Build(pki_.signer);
+    const std::string key = dir_.Path("key");
+    RunProcess({"sh", "-c",
+                "openssl x509 -inform DER -in " + dir_.Write("cert", der) +
+                    " -noout -pubkey | openssl pkey -pubin -outform DER -out " + key});
+    const Json report = InspectJson(Package());
+    EXPECT_EQ(report["sub_files"][0]["sha256"], Sha256(payload_));
+    const Json cert = report["sub_files"][1]["content"]["certificates"][1];
+    EXPECT_EQ(cert["sha256"], Sha256(der));
+    EXPECT_EQ(cert["key_sha256"], Sha256(ReadWholeFile(key)));
+    EXPECT_EQ(report["sub_files"][2]["content"]["crls"][1]["sha256"], Sha256(Build(pki_.signingCrl)));
+
+    PackageSpec package = Package();
+    package.subFiles[2].content = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("CERTIFICATE", der));
+    const Json pem = InspectJson(package)["sub_files"][2]["content"];
+    EXPECT_EQ(pem["certificates"][0]["sha256"], Sha256(der));
+    EXPECT_EQ(pem["certificates"][0]["key_sha256"], cert["key_sha256"]);
+    EXPECT_EQ(pem["crls"][0]["sha256"], Sha256(Build(pki_.rootCrl)));
+}
+
 TEST_F(PkgtoolInspect, SaysItInWords)
 {
     pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
     const std::string out = Inspect(Build(Package())).out;
-    for (const char* line : {"sub-file 2: signature, DER\n  certificate C=ZZ,O=Example,CN=Test Signing CA, serial 11\n",
-                             "      no CA: digitalSignature, codeSigning\n",
-                             "  signer with serial 23 of C=ZZ,O=Example,CN=Test Signing CA\n"
-                             "      SHA256, rsaEncryption, signed attributes contentType, messageDigest\n"
-                             "      timestamp 2026-01-01T00:00:00Z, serial 01, policy ",
-                             "          signer with serial 24 of C=ZZ,O=Example,CN=Test TSA CA\n",
-                             "  CRL of C=ZZ,O=Example,CN=Test Root\n"
-                             "      2025-01-01T00:00:00Z to 2035-01-01T00:00:00Z, signed with RSA-SHA256\n"
-                             "      revokes nothing\n",
-                             "      revokes serial 23 on 2025-06-01T00:00:00Z, keyCompromise\n"}) {
+    for (const char* line :
+         {"sub-file 2: signature, DER\n  certificate C=ZZ,O=Example,CN=Test Signing CA, serial 11\n",
+          "      no CA: digitalSignature, codeSigning\n",
+          "  signer with serial 23 of C=ZZ,O=Example,CN=Test Signing CA\n"
+          "      SHA256, rsaEncryption, signed attributes contentType, messageDigest\n"
+          "      timestamp 2026-01-01T00:00:00Z, serial 01, policy ",
+          "          signer with serial 24 of C=ZZ,O=Example,CN=Test TSA CA\n",
+          "  CRL of C=ZZ,O=Example,CN=Test Root\n"
+          "      2025-01-01T00:00:00Z to 2035-01-01T00:00:00Z, signed with RSA-SHA256\n"
+          "      SHA-256 ",
+          "\n      revokes nothing\n", "      revokes serial 23 on 2025-06-01T00:00:00Z, keyCompromise\n"}) {
         EXPECT_NE(out.find(line), std::string::npos) << line << "is not in\n" << out;
     }
 }
@@ -216,6 +261,60 @@ TEST_F(PkgtoolInspect, IsLikeEveryReadingCommandUnderAHostileOpenSslConfiguratio
         const std::string files = RunTraced(argv, environment).files;
         EXPECT_EQ(files.find(configuration), std::string::npos) << files;
         EXPECT_EQ(files.find(foreign), std::string::npos) << files;
+    }
+}
+
+// ---- pkgtool root ----
+
+ProcessResult Root(const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> argv{PkgtoolPath(), "root"};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    return RunProcess(argv);
+}
+
+TEST(PkgtoolRoot, FindsTheRootThatIsCompiledIn)
+{
+    const std::string sha256 = Sha256(ReadWholeFile(DataPath("test_root.der")));
+    const ProcessResult run = Root({"--json", PkgcheckTestRootPath()});
+    EXPECT_EQ(run.status, 0) << run.err;
+    const Json report = Json::parse(run.out);
+    EXPECT_EQ(report["checker"], PkgcheckTestRootPath());
+    ASSERT_EQ(report["roots"].size(), 1u);
+    EXPECT_EQ(report["roots"][0]["subject"], "C=ZZ,O=Example,CN=Test Root");
+    EXPECT_EQ(report["roots"][0]["sha256"], sha256);
+    const ProcessResult words = Root({PkgcheckTestRootPath()});
+    EXPECT_EQ(words.out.find("C=ZZ,O=Example,CN=Test Root\n  2020-01-01T00:00:00Z to 2040-01-01T00:00:00Z, RSA 4096\n"
+                             "  SHA-256 " +
+                             sha256 + "\n  key     "),
+              0u)
+        << words.out;
+    EXPECT_EQ(Json::parse(Root({"--json"}).out)["roots"], Json::parse(Root({"--json", PkgcheckPath()}).out)["roots"]);
+}
+
+TEST(PkgtoolRoot, ReadsCertificates)
+{
+    const TempDir dir;
+    const Bytes root = Build(DemoPki().root);
+    for (const Bytes& file : {root, Pem("CERTIFICATE", root), Cat(Pem("CERTIFICATE", root), Text("text behind"))}) {
+        const Json report = Json::parse(Root({"--json", dir.Write("root", file)}).out);
+        ASSERT_EQ(report["roots"].size(), 1u);
+        EXPECT_EQ(report["roots"][0]["sha256"], Sha256(root));
+    }
+}
+
+// What only looks like a root is none: nobody may have its key.
+TEST(PkgtoolRoot, FindsNoneElsewhere)
+{
+    const TempDir dir;
+    CertSpec damaged = DemoPki().root;
+    Bytes forged = Build(damaged);
+    forged.back() ^= 1;
+    for (const Bytes& file : {Bytes(), Bytes(100000, 0x30), Cat(Bytes(8, 0x00), forged)}) {
+        const ProcessResult run = Root({dir.Write("file", file)});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.out, "");
+        EXPECT_NE(run.err.find("no root certificate in "), std::string::npos) << run.err;
     }
 }
 
