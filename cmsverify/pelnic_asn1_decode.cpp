@@ -463,7 +463,7 @@ PNV_UINT32 pelnic_peek_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     if (rc != 0) return rc;
     const PNV_UINT32 length = headerLength + element.length; // within the input
     PNV_BYTE* const copy = copyOctets(pVrf, encoding, length, PELNIC_ERR_ASN_PEEK_OCTS, &rc);
-    if (copy == nullptr) return rc;
+    if (copy == nullptr) return PELNIC_ERR_ASN_PEEK_OCTS; // of a failed copy, too, whose code octets pass on
     if (retagged) copy[0] = identifierOctet(becomes);
     *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, element.tag, copy};
     *nDecoded = 0;

@@ -128,6 +128,86 @@ TEST(InterfaceNumbers, OfEnumerations)
     static_assert(RVRS_CERTIFICATEHOLD == 6 && RVRS_PRIVILEGEWITHDRAWN == 7 && RVRS_AACOMPROMISE == 8);
 }
 
+// 0x88, module, area, serial: callers compare against them.
+TEST(InterfaceNumbers, OfResultCodes)
+{
+    static_assert(PELNIC_ERR_FAILED == 0xFFFFFFFF);
+    static_assert(PELNIC_ERR_SYS_MEM_ALLOC == 0x88000001);
+    static_assert(PELNIC_ERR_SYS_MEM_SET == 0x88000003);
+    static_assert(PELNIC_ERR_SYS_MEM_OVERFLOW == 0x880000FF);
+    static_assert(PELNIC_ERR_SYS_FILE_OPEN == 0x88000101);
+    static_assert(PELNIC_ERR_SYS_FILE_READ == 0x88000102);
+    static_assert(PELNIC_ERR_SYS_FILE_EMPTY == 0x88000104);
+    static_assert(PELNIC_ERR_SYS_FILE_TOO_LARGE == 0x88000106);
+    static_assert(PELNIC_ERR_SYS_BUF_END == 0x88000201);
+    static_assert(PELNIC_ERR_SYS_BUF_POS == 0x88000202);
+    static_assert(PELNIC_ERR_SYS_DB_APPEND == 0x88000203);
+    static_assert(PELNIC_ERR_SYS_TIME_FORMAT == 0x88000301);
+    static_assert(PELNIC_ERR_SYS_BASE64 == 0x88000302);
+    static_assert(PELNIC_ERR_SYS_STR_OVERFLOW == 0x880004FF);
+    static_assert(PELNIC_ERR_NULL_POINTER == 0x88100001);
+    static_assert(PELNIC_ERR_INVALID_SIZE == 0x88100002);
+    static_assert(PELNIC_ERR_CALLBACK_MISSING == 0x88100003);
+    static_assert(PELNIC_ERR_NO_PKI == 0x88100004);
+    static_assert(PELNIC_ERR_CERT_DUPLICATE == 0x88200001);
+    static_assert(PELNIC_ERR_CERT_REVOKED == 0x88200002);
+    static_assert(PELNIC_ERR_CERT_NO_ISSUER == 0x88200004);
+    static_assert(PELNIC_ERR_CERT_SIGNATURE == 0x88200005);
+    static_assert(PELNIC_ERR_CERT_ROOT_IN_CMS == 0x88200006);
+    static_assert(PELNIC_ERR_CERT_USAGE == 0x88200007);
+    static_assert(PELNIC_ERR_CERT_INVALID == 0x88200008);
+    static_assert(PELNIC_ERR_CERT_VERIFY == 0x88200009);
+    static_assert(PELNIC_ERR_CERT_VERSION == 0x88200010);
+    static_assert(PELNIC_ERR_CERT_NOT_CA == 0x88200011);
+    static_assert(PELNIC_ERR_CRL_NOT_FOUND == 0x88200012);
+    static_assert(PELNIC_ERR_CERT_NOT_YET_VALID == 0x88200013);
+    static_assert(PELNIC_ERR_CERT_EXPIRED == 0x88200014);
+    static_assert(PELNIC_ERR_UNSUPPORTED_DIGEST == 0x88200015);
+    static_assert(PELNIC_ERR_UNSUPPORTED_ALGO == 0x88200016);
+    static_assert(PELNIC_ERR_NO_KEY_USAGE == 0x88200017);
+    static_assert(PELNIC_ERR_PATH_TOO_DEEP == 0x88200018);
+    static_assert(PELNIC_ERR_CRL_FROZEN == 0x88200101);
+    static_assert(PELNIC_ERR_CRL_DECODE == 0x88200102);
+    static_assert(PELNIC_ERR_CRL_EXPIRED == 0x88200103);
+    static_assert(PELNIC_ERR_CRL_VERIFY == 0x88200104);
+    static_assert(PELNIC_ERR_CRL_EMPTY_BUNDLE == 0x88200105);
+    static_assert(PELNIC_ERR_CRL_INVALID_ENTRY == 0x88200106);
+    static_assert(PELNIC_ERR_CRL_DUPLICATE == 0x88200107);
+    static_assert(PELNIC_ERR_CRL_TOO_MANY == 0x88200108);
+    static_assert(PELNIC_ERR_CRL_DUPLICATE_ISSUER == 0x88200109);
+    static_assert(PELNIC_ERR_CRL_ISSUER_DROPPED == 0x88200110);
+    static_assert(PELNIC_ERR_CRL_NO_IDP == 0x88200601);
+    static_assert(PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND == 0x88200301);
+    static_assert(PELNIC_ERR_CMS_NO_MESSAGE_DIGEST == 0x88200302);
+    static_assert(PELNIC_ERR_CMS_DIGEST_CONFLICT == 0x88200303);
+    static_assert(PELNIC_ERR_CMS_FORMAT == 0x88200305);
+    static_assert(PELNIC_ERR_CMS_DIGEST_ALGO == 0x88200306);
+    static_assert(PELNIC_ERR_CMS_NOT_BEGUN == 0x88200307);
+    static_assert(PELNIC_ERR_CMS_NO_SIGNER == 0x88200308);
+    static_assert(PELNIC_ERR_CMS_SIGNATURE == 0x88200309);
+    static_assert(PELNIC_ERR_CMS_HASH_ALGO == 0x88200310);
+    static_assert(PELNIC_ERR_CMS_DECODE == 0x88200312);
+    static_assert(PELNIC_ERR_TSP_CERT_NOT_FOUND == 0x88200401);
+    static_assert(PELNIC_ERR_TSP_IMPRINT_MISMATCH == 0x88200402);
+    static_assert(PELNIC_ERR_TSP_VERIFY == 0x88200403);
+    static_assert(PELNIC_ERR_TSP_DECODE == 0x88200404);
+    static_assert(PELNIC_ERR_ASN_DECODE == 0x88300000);
+    static_assert(PELNIC_ERR_ASN_TAG == 0x88300001);
+    static_assert(PELNIC_ERR_ASN_PEEK_TAG == 0x88300002);
+    static_assert(PELNIC_ERR_ASN_TAG_MISMATCH == 0x88300003);
+    static_assert(PELNIC_ERR_ASN_LENGTH == 0x88300101);
+    static_assert(PELNIC_ERR_ASN_OCTS == 0x88300201);
+    static_assert(PELNIC_ERR_ASN_PEEK_OCTS == 0x88300202);
+    static_assert(PELNIC_ERR_ASN_ANY == 0x88300301);
+    static_assert(PELNIC_ERR_ASN_ANY_ABSENT == 0x88300302);
+    static_assert(PELNIC_ERR_ASN_CHOICE == 0x88300303);
+    static_assert(PELNIC_ERR_ASN_SEQ == 0x88300401);
+    static_assert(PELNIC_ERR_ASN_BITS == 0x88300501);
+    static_assert(PELNIC_ERR_ASN_INT == 0x88300601);
+    static_assert(PELNIC_ERR_ASN_SETOF == 0x88300701);
+    static_assert(PELNIC_ERR_ASN_BOOL == 0x88300801);
+}
+
 TEST(InterfaceNumbers, OfPrimitiveTypes)
 {
     static_assert(sizeof(PNV_UINT16) == 2 && std::is_unsigned_v<PNV_UINT16>);

@@ -913,6 +913,14 @@ TEST_F(PeekKind, AnImplicitTagWithoutAnItemIsRefused)
     ExpectRefused(Becoming(nullptr), Ctx(0, Null()), PELNIC_ERR_ASN_PEEK_OCTS);
 }
 
+TEST_F(PeekKind, HasItsOwnCodeForACopyThatFails)
+{
+    for (Call failing : {Call::Malloc, Call::Memcpy}) {
+        vrf_.Plan().Fail(failing, 1);
+        ExpectRefused(FieldOf(PELNIC_ASN_PEEK_OCTS_item), Octets({'a'}), PELNIC_ERR_ASN_PEEK_OCTS);
+    }
+}
+
 class LinkKind : public Asn1Test {
 protected:
     const PELNIC_ASN1_TEMPLATE field_ = FieldOf(PELNIC_ASN_LINK_OCTS_item);

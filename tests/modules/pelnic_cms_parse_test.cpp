@@ -499,6 +499,16 @@ TEST_F(SignedData, RawCertificatesAreDecodedAllOrNone)
     EXPECT_TRUE(LoggedError(vrf_.Plan(), PELNIC_ERR_CMS_DECODE));
 }
 
+TEST_F(SignedData, RawCertificatesAreDecodedIntoAListOfTheirNumber)
+{
+    for (std::size_t number : {1u, 3u, 7u}) {
+        spec_.certificates = std::vector<Bytes>(number, spec_.certificates[0]);
+        const Cms cms(vrf_, Build(spec_));
+        EXPECT_EQ(cms->signed_data->certificates->certs.num, number);
+        EXPECT_EQ(cms->signed_data->certificates->certs.capacity, number);
+    }
+}
+
 TEST_F(SignedData, RawCertificatesAreNotDecodedForNull)
 {
     const auto raw = DecodeItem<PELNIC_X509_CERT_RAW_BUNDLE_item>(vrf_, Seq(spec_.certificates[0]));

@@ -391,6 +391,21 @@ TEST_F(BestCrl, LeavesTheReasonOfAMissInLastErr)
     EXPECT_EQ(stores_->last_err, PELNIC_ERR_CERT_NO_ISSUER);
 }
 
+// An allocator's own code as well as one of the library.
+TEST_F(BestCrl, LeavesTheCodeOfAFailingCallbackInLastErr)
+{
+    stores_.AddCrl(pki_.signingCrl);
+    for (Call failing : {Call::Malloc, Call::Memset}) {
+        std::set<PELNIC_ERROR_CODE> left;
+        for (std::size_t nth = 1; nth < 400; ++nth) {
+            stores_->last_err = 0;
+            plan_.Fail(failing, nth);
+            if (Find() == nullptr) left.insert(stores_->last_err);
+        }
+        EXPECT_EQ(left.count(failing == Call::Malloc ? PELNIC_ERR_SYS_MEM_ALLOC : injectedFault), 1u);
+    }
+}
+
 TEST_F(BestCrl, LeavesLastErrAloneWhenFound)
 {
     stores_.AddCrl(pki_.signingCrl);
