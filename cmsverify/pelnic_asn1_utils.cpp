@@ -17,16 +17,15 @@ static bool isSameTag(const PELNIC_BER_TAG& tag1, const PELNIC_BER_TAG& tag2)
     return tag1.cls == tag2.cls && tag1.form == tag2.form && tag1.code == tag2.code;
 }
 
-// What most often differs comes first and costs no call: the lengths, and the first octets of serial numbers.
+// What most often differs comes first: the lengths, then the octets. The result is the callback's own.
 static PNV_INT32 compareTagged(const PELNIC_VRF* pVrf, const PELNIC_BER_TAG& tag1, const PNV_BYTE* octets1,
                                PNV_UINT32 length1, const PELNIC_BER_TAG& tag2, const PNV_BYTE* octets2,
                                PNV_UINT32 length2)
 {
     if (length1 != length2) return -1;
-    if (length1 != 0 && octets1[0] != octets2[0]) return isSameTag(tag1, tag2) ? octets1[0] - octets2[0] : -1;
-    if (pelnic_compare_tag(pVrf, &tag1, &tag2) != 0) return -1;
-    if (octets1 == octets2) return 0;
-    return pelnic_memcmp(pVrf, octets1, octets2, length1);
+    const PNV_INT32 difference = octets1 == octets2 ? 0 : pelnic_memcmp(pVrf, octets1, octets2, length1);
+    if (difference != 0) return isSameTag(tag1, tag2) ? difference : -1;
+    return pelnic_compare_tag(pVrf, &tag1, &tag2) == 0 ? 0 : -1;
 }
 
 PNV_INT32 pelnic_compare_asn_octs(const PELNIC_VRF* pVrf, const PELNIC_ASN_OCTS* pAsnOctsExpect,

@@ -141,6 +141,19 @@ TEST_P(CompareOctets, DifferentOctetsHaveTheSignOfMemcmp)
     EXPECT_LT(Compare(value_, Octs(higher)), 0);
 }
 
+// Wherever the octets differ: no result is made here.
+TEST_P(CompareOctets, TheResultIsTheCallbacksOwn)
+{
+    vrf_->callback_funcs.plt_funcs.sys_funcs.mem_funcs.memcmp = [](const void* a, const void* b, std::size_t size) {
+        return std::memcmp(a, b, size) == 0 ? PNV_INT{0} : PNV_INT{7};
+    };
+    Bytes first{0xFF, 2, 3};
+    Bytes last{1, 2, 0};
+    EXPECT_EQ(Compare(value_, Octs(first)), 7);
+    EXPECT_EQ(Compare(value_, Octs(last)), 7);
+    EXPECT_EQ(Compare(value_, Octs(first, pelnic_make_tag(CBC_UNIV, CBF_PRIM, CBT_OID))), -1);
+}
+
 TEST_P(CompareOctets, SharedOctetsAreNotCompared)
 {
     const PELNIC_ASN_OCTS shared = value_;
