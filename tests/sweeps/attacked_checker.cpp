@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <set>
 
@@ -39,6 +40,7 @@ struct Attack {
     FaultMode mode = FaultMode::Once;
     void (*beforeRead)(int fd) = nullptr; // what becomes of the package when its length is known
     void (*afterRead)(int fd) = nullptr;
+    std::size_t withheld = 0; // octets that the first read does not give
 };
 Attack g_attack;
 
@@ -78,7 +80,8 @@ void* __wrap_malloc(size_t size)
 ssize_t __wrap_read(int fd, void* buffer, size_t size)
 {
     if (pnvtest::g_attack.beforeRead != nullptr) pnvtest::g_attack.beforeRead(fd);
-    const ssize_t got = __real_read(fd, buffer, size);
+    const std::size_t withheld = std::exchange(pnvtest::g_attack.withheld, 0);
+    const ssize_t got = __real_read(fd, buffer, size - std::min(size, withheld));
     if (pnvtest::g_attack.afterRead != nullptr) pnvtest::g_attack.afterRead(fd);
     return got;
 }
@@ -351,6 +354,15 @@ TEST_F(AttackedChecker, RefusesAFileThatShrinksWhileItIsRead)
     for (auto shrink : {ShrinkByOne, ShrinkToTheHeader, ShrinkToNothing}) {
         Package(Good);
         EXPECT_EQ(Run({0, FaultMode::Once, shrink}).status, kRefused);
+    }
+}
+
+// The rest is there for whoever asks once more.
+TEST_F(AttackedChecker, RefusesAShortReadAndAsksForNoMore)
+{
+    Package(Good);
+    for (std::size_t withheld : {1u, 1000u}) {
+        EXPECT_EQ(Run({0, FaultMode::Once, nullptr, nullptr, withheld}).status, kRefused);
     }
 }
 
