@@ -3,8 +3,8 @@
 
 Copies the project to a scratch directory, puts a mutation site wherever something could be mistaken in cmsverify/,
 tool/ and pkgtool/, builds the tests once, and runs them once for each mutant: the module's own tests first, then the
-quick ones, then all but the slowest. Prints the mutants that no test notices, with their lines. Goes on where an
-interrupted run over the same sources stopped.
+quick ones, then all but the slowest. Prints the mutants that no test notices, with their lines, but for those that
+survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
 
     tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
 
@@ -26,6 +26,7 @@ import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parent.parent.parent
+SURVIVORS = HERE / "survivors.txt"
 DIRECTORIES = ("cmsverify", "tool", "pkgtool")
 KINDS = ("comparison", "code", "statement", "guard", "flag", "length", "swap")
 SITES = {"==": "PNV_EQUAL", "!=": "PNV_UNEQUAL", "<": "PNV_LESS", ">": "PNV_MORE",
@@ -225,6 +226,11 @@ class Tests:
         return all(self.run(test_filter, CMSVERIFY_MUTANT=str(number)) for test_filter in rounds if test_filter)
 
 
+# Mutants that change nothing, as they are printed but without their line numbers, which move; reasons are indented.
+def harmless():
+    return {line for line in SURVIVORS.read_text().splitlines() if line and line[0] not in "# "}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("scratch", type=pathlib.Path)
@@ -241,7 +247,7 @@ def main():
     modules = [name for name in arguments.modules.split(",") if name]
     digest = hashlib.sha256(repr((modules, arguments.kinds)).encode())
     for path in sorted(path for directory in (*DIRECTORIES, "tests") for path in (PROJECT / directory).rglob("*.*")):
-        if path.is_file():
+        if path.is_file() and path != SURVIVORS:
             digest.update(path.read_bytes())
     state = scratch / f"state-{digest.hexdigest()[:16]}"
     if not state.exists():
@@ -269,16 +275,23 @@ def main():
             return survived
         return known[str(number)] == "1"
 
-    survivors = 0
+    expected = harmless()
+    survivors = listed = 0
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         runs = {pool.submit(verdict, number): number for number in numbers}
         for done in concurrent.futures.as_completed(runs):
             if done.result():
-                survivors += 1
                 where, line, what = found[runs[done]]
+                if f"{where}: {what}" in expected:
+                    listed += 1
+                    continue
+                survivors += 1
                 unreached = "" if runs[done] in reached else " (reached by no test)"
                 print(f"{where}:{line}: {what}{unreached}", flush=True)
-    print(f"{total} mutants, {len(numbers)} tried, {survivors} survived")
+    if not modules and arguments.kinds == ",".join(KINDS):
+        for line in sorted(expected - {f"{mutant[0]}: {mutant[2]}" for mutant in found if mutant}):
+            print(f"{SURVIVORS.name}: no such mutant: {line}")
+    print(f"{total} mutants, {len(numbers)} tried, {survivors} survived, {listed} more change nothing")
 
 
 if __name__ == "__main__":
