@@ -1,4 +1,4 @@
-// Detached signatures (RFC 5652, 5.3 to 5.6): begin verifies every signer, update feeds the content, final closes.
+// Detached signatures (RFC 5652, 5.3 to 5.6): begin verifies every signer, update feeds the content, final ends.
 #include "cms_verify.h"
 
 #include "pelnic_cms_parse.h"
@@ -26,7 +26,7 @@ static PELNIC_ERROR_CODE startDigest(PELNIC_VRF* pVrf, PELNIC_VERIFY_DIGEST_INFO
     PELNIC_CRYPTO_MD_CTX digestCtx = nullptr;
     PELNIC_ERROR_CODE rc = pelnic_md_ctx_create(pVrf, &digestCtx);
     if (rc != 0) return rc;
-    pInfo->digestCtx = digestCtx; // from here on the entry's to destroy
+    pInfo->digestCtx = digestCtx; // owned by the entry from here on
     rc = pelnic_md_init(pVrf, digestCtx, pInfo->nDigestAlgID);
     return rc != 0 ? rc : pelnic_list_add(pVrf, _pnvAsList(&pVrf->vrf_proc.md_info_list), pInfo, CLSP_END);
 }
@@ -39,7 +39,7 @@ PELNIC_ERROR_CODE _pnvAddSignerInfoToVerifyProcess(PELNIC_VRF* pVrf, const PELNI
     ScopeExit freeInfo{[&] { _pnvFreeMdInfo(pVrf, pInfo); }};
     const PELNIC_VERIFY_DIGEST_INFO* const pShared = findDigestEntry(pVrf, pInfo->nDigestAlgID);
     if (pShared != nullptr) {
-        // The content is hashed once for all signers of an algorithm, so they must claim the same digest.
+        // The content is hashed once for all signers with one algorithm, so they must claim the same digest.
         if (isSameDigest(pVrf, pShared, pInfo->pbDigest, pInfo->nDigestSize)) return 0;
         return PNV_FAIL(pVrf, PELNIC_ERR_CMS_DIGEST_CONFLICT);
     }
@@ -49,7 +49,7 @@ PELNIC_ERROR_CODE _pnvAddSignerInfoToVerifyProcess(PELNIC_VRF* pVrf, const PELNI
     return 0;
 }
 
-// A copy of the signer's signature value in the entry.
+// Copies the signer's signature value into the entry.
 static PELNIC_ERROR_CODE copySignature(const PELNIC_VRF* pVrf, const PELNIC_ASN_OCTS* signature,
                                        PELNIC_VERIFY_DIGEST_INFO* pInfo)
 {
@@ -97,7 +97,7 @@ PELNIC_ERROR_CODE _pnvCreateVerifyHandle(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SI
     return 0;
 }
 
-// The signature over the signed attributes (RFC 5652, 5.4), and the digest of the content that they claim.
+// The signature over the signed attributes (RFC 5652, 5.4), and their claimed digest of the content.
 static PELNIC_ERROR_CODE verifyAttributes(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO* si,
                                           const PELNIC_X509_CERT* cert)
 {
@@ -108,7 +108,8 @@ static PELNIC_ERROR_CODE verifyAttributes(PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
     return _pnvAddSignerInfoToVerifyProcess(pVrf, si);
 }
 
-// One signer: timestamp, certificate at that time, and either its signed attributes or a check still to come.
+// One signer: timestamp, certificate at that time, and either its signed attributes or the preparation of a later
+// check.
 static PELNIC_ERROR_CODE verifySigner(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO* si)
 {
     PNV_TELL(Decision::Signer);
@@ -134,7 +135,7 @@ PELNIC_ERROR_CODE _pnvVerifyCms(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* p7
         const PELNIC_ERROR_CODE rc = verifySigner(pVrf, signers.data[i]);
         if (rc != 0) return rc;
     }
-    return 0; // also for a signature without signers: it prepares nothing to feed
+    return 0; // also for a signature without signers: nothing is then prepared to be fed
 }
 
 PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbSignature,
@@ -145,7 +146,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pbSignature == nullptr || nSigLength == 0) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     const OperationRun run{pVrf};
-    _pnvSyncCrl(pVrf); // whatever becomes of the signature, the CRLs are frozen
+    _pnvSyncCrl(pVrf); // the CRLs are frozen, whatever happens to the signature
     if (nSigLength < MIN_INPUT) {
         PNV_TELL(Decision::Signature, PELNIC_ERR_CMS_FORMAT);
         return PELNIC_ERR_CMS_FORMAT;
@@ -200,7 +201,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_update(PELNIC_VRF_CTX ctx, cons
     return 0;
 }
 
-// Whether the content's digest is the one claimed.
+// Whether the content's digest is the claimed one.
 static PELNIC_ERROR_CODE finishDigest(const PELNIC_VRF* pVrf, const PELNIC_VERIFY_DIGEST_INFO* pInfo,
                                       PNV_INT32* verdict)
 {
@@ -255,7 +256,7 @@ static PELNIC_ERROR_CODE feedFile(PELNIC_VRF* pVrf, PNV_FILE_HANDLE file)
     if (pelnic_malloc(pVrf, &block, CONTENT_BLOCK) != 0 || block == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
     PELNIC_ERROR_CODE rc = 0;
     const PNV_BYTE* const content = static_cast<const PNV_BYTE*>(block);
-    // A count that the block cannot hold is a read error like any other: the file's end.
+    // A count larger than the block is a read error, and ends the file like any other.
     for (size_t got = pelnic_fread(pVrf, block, CONTENT_BLOCK, file); got != 0 && got <= CONTENT_BLOCK && rc == 0;) {
         rc = pelnic_verify_detach_signature_update(pVrf, content, static_cast<PNV_INT>(got));
         if (rc == 0) got = pelnic_fread(pVrf, block, CONTENT_BLOCK, file);

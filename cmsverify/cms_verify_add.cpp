@@ -1,4 +1,4 @@
-// What goes into the stores: the caller's certificates and CRLs, and what comes with a signature or a token.
+// Adds the caller's certificates and CRLs to the stores, and the certificates of a signature or a token.
 #include "cms_verify_add.h"
 
 #include "cms_verify_context.h"
@@ -9,7 +9,7 @@
 #include "pelnic_witness.h"
 #include "pelnic_x509_cert.h"
 
-// Called where an operation goes on towards success: what a failing callback has cost it until here is lost for good.
+// Called where an operation continues towards success: whatever a failing callback has cost it so far is lost for good.
 static void spoilIfFailed(PELNIC_VRF* pVrf, const FaultWatch& watch)
 {
     if (watch.failed()) pVrf->bInputLost = 1;
@@ -85,7 +85,7 @@ PELNIC_ERROR_CODE _pnvAddCrlToStore(PELNIC_VRF* pVrf, LIST_TYPE_PELNIC_X509_CRL*
     for (PNV_UINT32 i = 0; i < crlList->num; ++i) {
         if (pelnic_list_add(pVrf, _pnvAsList(&pVrf->crl_list), crlList->data[i], CLSP_END) == 0) {
             ++crlList->data[i]->iRef;
-            if (isOneMissing) pVrf->bInputLost = 1; // their order counts, and cannot be made good any more
+            if (isOneMissing) pVrf->bInputLost = 1; // their order matters, and cannot be repaired any more
         } else {
             isOneMissing = true;
         }
@@ -153,7 +153,7 @@ static PELNIC_ERROR_CODE addCrls(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UI
     if (rc != 0 || input.crls.num == 0) return PELNIC_ERR_CRL_DECODE;
     rc = _pnvAddCrlToStore(pVrf, &input.crls);
     if (_pnvAddCertToStore(pVrf, &input.certs) != 0) {
-        // With the code of the CRLs: the certificates are only a help.
+        // Returns the code of the CRLs: the certificates are optional.
         PNV_LOG(pVrf, PELNIC_LOG_TYPE_WARNING, rc, "Failed to add certificate into store.");
     }
     spoilIfFailed(pVrf, watch);
@@ -194,7 +194,7 @@ void _pnvSyncCrl(PELNIC_VRF* pVrf)
 {
     const FaultWatch watch{pVrf};
     copyCrlsIntoPki(pVrf);
-    spoilIfFailed(pVrf, watch); // the list goes now, whatever did not get into the store
+    spoilIfFailed(pVrf, watch); // the list is emptied now, even if a CRL is not in the store
     pelnic_list_free(pVrf, _pnvAsList(&pVrf->crl_list), _pnvFreeCrlElement);
     pVrf->crl_frozen = 1;
 }
@@ -211,9 +211,9 @@ static void addCertOfSignature(PELNIC_VRF* pVrf, PELNIC_X509_CERT* cert)
     }
     PNV_BOOL isCa = 0;
     (void)pelnic_pki_is_ca_cert(pVrf, cert, &isCa); // if this cannot be told, treat it as no CA
-    if (watch.failed()) return;                     // in the wrong store it would stay there
+    if (watch.failed()) return;                     // it would stay in the wrong store
     cert->bFromPackage = 1;
-    // If it could not be added, the signature is refused later for want of it.
+    // If it could not be added, the signature is later refused because it is missing.
     [[maybe_unused]] const PELNIC_ERROR_CODE rc = addByKind(pVrf, cert, isCa);
     PNV_TELL(Decision::CertTaken, rc, cert);
 }
@@ -222,8 +222,8 @@ PELNIC_ERROR_CODE _pnvExtractCertsIntoVerifyContext(PELNIC_VRF* pVrf, const PELN
 {
     const PELNIC_X509_CERT_BUNDLE* const pBundle = p7signed->signed_data->certificates;
     if (pBundle == nullptr) return 0;
-    // After a failing callback this run accepts nothing. What it leaves out must not come behind what follows it when
-    // the next run takes the same certificates in: the first of two CAs decides.
+    // After a failing callback this run accepts nothing. A certificate that it leaves out must not end up behind its
+    // successors when the next run adds the same certificates: the first of two CAs decides.
     const LIST_TYPE_PELNIC_X509_CERT& certs = pBundle->certs;
     for (PNV_UINT32 i = 0; i < certs.num && !_pnvIsDisturbed(pVrf); ++i) addCertOfSignature(pVrf, certs.data[i]);
     return 0;

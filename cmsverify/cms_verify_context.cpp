@@ -1,4 +1,4 @@
-// The verify context: made, set up, freed.
+// Creates, sets and frees the verify context.
 #include "cms_verify_context.h"
 
 #include "cms_verify_signer.h"

@@ -4,9 +4,9 @@
 
 #include "pelnic_vrf.h"
 
-// The tests of pelnic_verify_create_ctx, in their order; unlogged.
+// The argument checks of pelnic_verify_create_ctx, in order; unlogged.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCreateParams(const PELNIC_CTX_CREATE_PARAMS* pParams);
-// What every operation asks of its handle first; never logged.
+// The check of the handle that begins every operation; never logged.
 [[nodiscard]] PELNIC_ERROR_CODE checkContext(PELNIC_VRF_CTX ctx);
 
 #endif

@@ -1,4 +1,4 @@
-// CRL bundles: summaries, and which of two is newer.
+// CRL bundles: their summaries, and the newer of two.
 #include "cms_verify_crl.h"
 
 #include "cms_verify_add.h"
@@ -13,7 +13,7 @@
 
 constexpr PNV_UINT32 MAX_SERIAL = sizeof(PELNIC_SERIAL_NUM::sn);
 
-// False, and nothing copied, for a serial number of no or more than 32 octets.
+// False, without a copy, for a serial number of 0 or more than 32 octets.
 static bool copySerial(const PELNIC_VRF* pVrf, PELNIC_SERIAL_NUM* pSerial, const PELNIC_ASN_BIGINT* octs)
 {
     if (octs == nullptr || octs->len == 0 || octs->len > MAX_SERIAL) return false;
@@ -56,11 +56,11 @@ static void describeIssuerName(const PELNIC_VRF* pVrf, const PELNIC_X509_NAME* n
     pelnic_free(pVrf, readable);
 }
 
-// What the issuer's certificate adds to a summary. It is judged at the moment the CRL was issued.
+// Adds the issuer's certificate to a summary. It is judged at the CRL's thisUpdate.
 static void describeIssuer(PELNIC_VRF* pVrf, const PELNIC_X509_CERT* issuer, const PELNIC_X509_REVOKED* revoked,
                            PELNIC_CRL_INFO* pInfo)
 {
-    pVrf->base_time = pInfo->update_time; // and left there
+    pVrf->base_time = pInfo->update_time; // and stays so
     PNV_BOOL verified = 0;
     if (pelnic_pki_verify_cert(pVrf, issuer, 1, &verified) == 0 && verified != 0) pInfo->valid = 1;
     PNV_BOOL isSelfSigned = 0;
@@ -86,7 +86,7 @@ PELNIC_ERROR_CODE _pnvGetCrlInfo(PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl, 
     return 0;
 }
 
-// Decodes a bundle and hands its objects to the context. *isOneMissing where a failing callback left one out unnoticed.
+// Decodes a bundle and adds its objects to the context. *isOneMissing if a failing callback silently dropped one.
 static PELNIC_ERROR_CODE takeInBundle(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, PNV_UINT32 nCrlLength,
                                       DecodedInput* input, bool* isOneMissing)
 {
@@ -97,7 +97,7 @@ static PELNIC_ERROR_CODE takeInBundle(PELNIC_VRF* pVrf, const PNV_BYTE* pbCrl, P
     (void)_pnvAddCrlToStore(pVrf, &input->crls); // always 0
     if (_pnvAddCertToStore(pVrf, &input->certs) != 0) return PELNIC_ERR_CRL_DECODE;
     *isOneMissing = watch.failed();
-    copyCrlsIntoPki(pVrf); // the list is kept, and nothing is frozen: what fails here is tried again by begin
+    copyCrlsIntoPki(pVrf); // the list is kept and nothing is frozen: begin retries what fails here
     return 0;
 }
 
@@ -109,9 +109,9 @@ static PELNIC_ERROR_CODE summarise(PELNIC_VRF* pVrf, const LIST_TYPE_PELNIC_X509
     pBundle->st_size = sizeof(PELNIC_CRL_BUNDLE_INFO);
     for (PNV_UINT32 i = 0; i < crls.num; ++i) {
         PELNIC_CRL_INFO** const slot = pBundle->crl_info_list + pBundle->crl_count;
-        if (_pnvGetCrlInfo(pVrf, crls.data[i], slot) == 0) ++pBundle->crl_count; // one without memory is left out
+        if (_pnvGetCrlInfo(pVrf, crls.data[i], slot) == 0) ++pBundle->crl_count; // without memory it is left out
     }
-    // What a failing callback left out may be what makes the other bundle newer: such a summary compares with none.
+    // The dropped CRL may be the one that makes the other bundle newer, so such a summary must not compare with any.
     const bool complete = _pnvMayAccept(pVrf);
     for (PNV_INT i = 0; !complete && i < pBundle->crl_count; ++i) pBundle->crl_info_list[i]->valid = 0;
     *ppResult = pBundle;
@@ -133,7 +133,7 @@ PELNIC_ERROR_CODE pelnic_decode_crl(PELNIC_VRF_CTX ctx, const PNV_BYTE* pbCrl, P
     if (rc == 0) rc = takeInBundle(pVrf, pbCrl, nCrlLength, &input, &isOneMissing);
     if (rc == 0) rc = summarise(pVrf, input.crls, ppResult);
     if (rc == 0 && isOneMissing) pVrf->bInputLost = 1;
-    _pnvReportFaults(pVrf, __func__); // also of a summary in which nothing is valid for that
+    _pnvReportFaults(pVrf, __func__); // also for a summary in which nothing is valid for this reason
     return PNV_DONE(pVrf, rc);
 }
 
@@ -152,7 +152,7 @@ PELNIC_ERROR_CODE pelnic_decode_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR* crl
     return rc;
 }
 
-// Summaries may be a caller's own: everything in them is read within its bounds.
+// Summaries may come from the caller: every field is read within its bounds.
 static bool isSameIssuer(const PELNIC_VRF* pVrf, const PELNIC_CRL_INFO* a, const PELNIC_CRL_INFO* b)
 {
     return pelnic_strncmp(pVrf, a->issuer, b->issuer, sizeof a->issuer) == 0;
@@ -222,8 +222,8 @@ PNV_INT _pnvIsCrlIssuerRevoked(const PELNIC_VRF* pVrf, const PELNIC_CRL_INFO* pc
     return 0;
 }
 
-// Whether the newer bundle still has the old entry's issuer, or a reason not to. Only the first revoke list that is met
-// on the way counts as the root's.
+// Whether the newer bundle still has the old entry's issuer, or a reason not to. Only the first revoke list found on
+// the way counts as the root's.
 static bool isCovered(const PELNIC_VRF* pVrf, const PELNIC_CRL_BUNDLE_INFO* newCrlBi, const PELNIC_CRL_INFO* pciOld)
 {
     const PELNIC_CRL_INFO* pciRoot = nullptr;

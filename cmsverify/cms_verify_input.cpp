@@ -1,4 +1,4 @@
-// What comes in: files read whole, PEM armour, streams of DER, and the CMS of a signature. Nothing is judged here.
+// Inputs: whole files, PEM armour, DER streams, and the CMS of a signature. Nothing is verified here.
 #include "cms_verify_input.h"
 
 #include "pelnic_base64.h"
@@ -67,7 +67,7 @@ static bool isPem(const PELNIC_VRF* pVrf, const PNV_BYTE* content)
     return pelnic_memcmp(pVrf, content, PEM_BEGIN, lengthOf(PEM_BEGIN)) == 0;
 }
 
-// A zero-terminated copy of an input, to be freed by the caller.
+// A zero-terminated copy of an input; the caller frees it.
 static PELNIC_ERROR_CODE copyAsText(const PELNIC_VRF* pVrf, const PNV_BYTE* content, PNV_UINT32 length,
                                     PNV_CHAR** ppText)
 {
@@ -81,11 +81,11 @@ static PELNIC_ERROR_CODE copyAsText(const PELNIC_VRF* pVrf, const PNV_BYTE* cont
         return rc;
     }
     *ppText = static_cast<PNV_CHAR*>(block);
-    (*ppText)[length] = '\0'; // what every search in it relies on
+    (*ppText)[length] = '\0'; // all searches rely on it
     return 0;
 }
 
-// Appends a decoded object to its list, or frees it when there is no list or no room.
+// Appends a decoded object to its list, or frees it if there is no list or no room.
 template <typename Object, typename List>
 static PELNIC_ERROR_CODE appendOrFree(PELNIC_VRF* pVrf, Object* object, List* list, pelnic_list_free_cb freeObject)
 {
@@ -94,7 +94,7 @@ static PELNIC_ERROR_CODE appendOrFree(PELNIC_VRF* pVrf, Object* object, List* li
     return rc;
 }
 
-// Decodes what could not be read as a certificate. Where it is a CRL, that attempt may have failed in any way.
+// Decodes a CRL after the attempt to read a certificate. If it is a CRL, any failure of that attempt is irrelevant.
 static bool decodeAsCrl(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded, PNV_UINT32 length, PELNIC_X509_CRL** ppCrl,
                         PNV_UINT32* decoded, const FaultWatch& asCert)
 {
@@ -120,15 +120,15 @@ PELNIC_ERROR_CODE _pnvDecodeStreamCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbCo
         } else if (decodeAsCrl(pVrf, encoded, left, &pCrl, &decoded, watch)) {
             rc = appendOrFree(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
         } else {
-            return 0; // whatever this is, it ends the stream
+            return 0; // an unknown object ends the stream
         }
         if (rc != 0) return PNV_FAIL(pVrf, rc);
     }
     return 0;
 }
 
-// How the two kinds of PEM blocks are armoured and decoded. The Base64 text begins at bodyOffset; the two kinds differ
-// by a line end, which the Base64 decoder passes over anyway.
+// Armour and decoder of the two kinds of PEM blocks. The Base64 text begins at bodyOffset; the two kinds differ by a
+// line end, which the Base64 decoder skips anyway.
 template <typename Object> struct PemKind {
     const PNV_CHAR* begin;
     PNV_UINT32 beginLength;
@@ -146,8 +146,8 @@ constexpr PemKind<PELNIC_X509_CERT> PEM_CERT = {CERT_BEGIN, lengthOf(CERT_BEGIN)
 constexpr PemKind<PELNIC_X509_CRL> PEM_CRL = {CRL_BEGIN, lengthOf(CRL_BEGIN),   CRL_END, lengthOf(CRL_END),
                                               24,        pelnic_x509_decode_crl};
 
-// Where a marker begins within length characters, or length. Bounded, so that many blocks without their end marker cost
-// no more than their own length each.
+// The index of a marker within length characters, or length. The bound limits the cost of a block without end marker to
+// its own length.
 static PNV_UINT32 findMarker(const PELNIC_VRF* pVrf, const PNV_CHAR* text, PNV_UINT32 length, const PNV_CHAR* marker,
                              PNV_UINT32 markerLength)
 {
@@ -157,7 +157,7 @@ static PNV_UINT32 findMarker(const PELNIC_VRF* pVrf, const PNV_CHAR* text, PNV_U
     return length;
 }
 
-// The octets of a Base64 text in a new block that the caller frees; failures are logged.
+// Decodes a Base64 text into a new block that the caller frees; failures are logged.
 static PELNIC_ERROR_CODE decodeBody(const PELNIC_VRF* pVrf, const PNV_CHAR* body, PNV_UINT32 length, PNV_BYTE** ppDer,
                                     PNV_UINT32* derLength)
 {
@@ -236,18 +236,19 @@ PELNIC_ERROR_CODE _pnvAddPemCrlToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, P
 PELNIC_ERROR_CODE _decodePemCertCrl(PELNIC_VRF* pVrf, const PNV_CHAR* text, LIST_TYPE_PELNIC_X509_CERT* pCertList,
                                     LIST_TYPE_PELNIC_X509_CRL* pCrlList)
 {
-    constexpr PNV_CHAR CERT_LABEL[] = "CERTIFICATE"; // begins other labels too, whose blocks then fail to decode
+    constexpr PNV_CHAR CERT_LABEL[] =
+        "CERTIFICATE"; // also the beginning of other labels, whose blocks then fail to decode
     constexpr PNV_CHAR CRL_LABEL[] = "X509 CRL";
     const FaultWatch watch{pVrf};
     const PNV_CHAR* block = pelnic_strstr(pVrf, text, PEM_BEGIN);
-    // A block that is lost to a failing callback is the last: nothing comes before what is read in a second try.
+    // A block lost to a failing callback is the last, so that a retry adds nothing behind a later object.
     while (block != nullptr && !watch.failed()) {
         const PNV_CHAR* const end = pelnic_strstr(pVrf, block, PEM_END);
         if (end == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
         const PNV_CHAR* const dashes = pelnic_strstr(pVrf, end + lengthOf(PEM_END), PEM_DASHES);
         if (dashes == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
         const PNV_CHAR* const blockEnd = dashes + lengthOf(PEM_DASHES);
-        const PNV_CHAR* const label = block + sizeof PEM_BEGIN; // and one space; the END marker lies behind it
+        const PNV_CHAR* const label = block + sizeof PEM_BEGIN; // and one space; the END marker follows
         const PNV_UINT32 blockLength = static_cast<PNV_UINT32>(blockEnd - block);
         if (pelnic_strncmp(pVrf, label, CERT_LABEL, lengthOf(CERT_LABEL)) == 0) {
             (void)_pnvAddPemCertToList(pVrf, block, blockLength, pCertList);
@@ -274,8 +275,8 @@ PELNIC_ERROR_CODE _pnvDecodeCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbContent,
     return rc;
 }
 
-// Where an armoured signature's Base64 text begins and ends. Unlogged; no *ppBody for an armour of another kind. Only
-// the CMS armour's missing end has a code of its own.
+// The Base64 text of an armoured signature. Unlogged; *ppBody stays null for another armour. Only a missing end of the
+// CMS armour has its own code.
 static PELNIC_ERROR_CODE findCmsBody(const PELNIC_VRF* pVrf, const PNV_CHAR* text, const PNV_CHAR** ppBody,
                                      const PNV_CHAR** ppEnd)
 {

@@ -1,4 +1,4 @@
-// One signer, of content or of a timestamp: its certificate, its algorithm, its digest.
+// A signer of content or of a timestamp: its certificate, algorithm and digest.
 #include "cms_verify_signer.h"
 
 #include "pelnic_asn1_utils.h"
@@ -37,7 +37,7 @@ PELNIC_AOIDS hashAlgorithm(const PELNIC_VRF* pVrf, const PELNIC_X509_ALGO_IDENTI
     return pelnic_get_hash_aoid_from_sign(pelnic_find_aoid(pVrf, &pAlgo->algorithm));
 }
 
-// The digest that the signer's attributes claim, in an entry that has its algorithm.
+// Copies the digest that the signer's attributes claim into an entry that has its algorithm.
 static PELNIC_ERROR_CODE copyClaimedDigest(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO* si,
                                            PELNIC_VERIFY_DIGEST_INFO* pInfo)
 {

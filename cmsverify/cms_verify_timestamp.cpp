@@ -13,7 +13,7 @@
 #include "pelnic_x509_cert.h"
 #include "pelnic_x509_utils.h"
 
-// Whether the imprint is the digest of the signature that the token claims to stamp.
+// Whether the imprint is the digest of the stamped signature.
 static PELNIC_ERROR_CODE checkImprint(const PELNIC_VRF* pVrf, const PELNIC_TS_MSG_IMPRINT* pImprint,
                                       const PELNIC_ASN_OCTS* signature)
 {
@@ -42,11 +42,11 @@ PELNIC_ERROR_CODE _pnvVerifyTstInfo(PELNIC_VRF* pVrf, const PELNIC_ASN_OCTS* enc
     PELNIC_DATETIME date = {};
     rc = pelnic_convert_from_time(pVrf, pTstInfo->time, &date);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    pVrf->base_time = pelnic_mktime(pVrf, &date); // stays, even if the token fails later
+    pVrf->base_time = pelnic_mktime(pVrf, &date); // stays set, even if the token fails later
     return 0;
 }
 
-// The signature over the attributes, and their digest of the TSTInfo.
+// The signature over the attributes, and their claimed digest of the TSTInfo.
 static PELNIC_ERROR_CODE verifyTsAttributes(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO* si_ts,
                                             const PELNIC_X509_CERT* cert, const PELNIC_ASN_OCTS* encoded_ts_info)
 {
@@ -98,7 +98,7 @@ PELNIC_ERROR_CODE _pnvVerifyTsSignerInfo(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SI
                          : verifyTsDirectly(pVrf, si_ts, cert, encoded_ts_info);
 }
 
-// The token's TSTInfo and, with a good one, its signers. A token without signers passes.
+// The token's TSTInfo and, if it is good, its signers. A token without signers passes.
 static PELNIC_ERROR_CODE verifyToken(PELNIC_VRF* pVrf, const PELNIC_PKCS7_CONTENT* token,
                                      const PELNIC_PKCS7_SIGNER_INFO* si)
 {

@@ -1,4 +1,4 @@
-// The decoder. Recursion is as deep as the tables are nested, and they contain no cycle.
+// The decoder. Recursion is as deep as the nesting of the tables, which contain no cycle.
 #include "pelnic_asn1_decode.h"
 
 #include "pelnic_asn1_utils.h"
@@ -102,8 +102,8 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     return 0;
 }
 
-// The header of nearly every element: an octet each for tag and length, and all of the content behind them. What it
-// does not take, the two functions above take or refuse.
+// The fast path for nearly every element: one octet each for tag and length, and the whole content behind them. The two
+// functions above handle or refuse all others.
 static inline bool readShortHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* length)
 {
     const PNV_UINT32 left = b->nBufLen - b->iCursor;
@@ -164,7 +164,7 @@ PELNIC_ERROR_CODE _pnvCheckTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLAT
     switch (pAsnTempl->tagType) {
     case PNV_TAG_EXPLICIT:
         expected = contextTag(CBF_CONS, pAsnTempl->tagCode);
-        if (isOct) expected.cls = CBC_UNIV; // an explicitly tagged octet string is looked for in this class
+        if (isOct) expected.cls = CBC_UNIV; // an explicitly tagged octet string is expected in this class
         break;
     case PNV_TAG_IMPLICIT:
         expected = contextTag(pItem->ber_form, pAsnTempl->tagCode);
@@ -177,7 +177,7 @@ PELNIC_ERROR_CODE _pnvCheckTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLAT
     return _pnvCompareBerTag(pVrf, &expected, pTag);
 }
 
-// A header that is not short. Its tag has to be this one; with another one the code is mismatch.
+// Reads a header that is not short; returns mismatch for another tag than the expected one.
 [[gnu::noinline]] static PELNIC_ERROR_CODE readLongHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b,
                                                           const PELNIC_BER_TAG& expected, PELNIC_ERROR_CODE mismatch,
                                                           PELNIC_BER_TAG* pTag, PNV_UINT32* length)
@@ -189,7 +189,7 @@ PELNIC_ERROR_CODE _pnvCheckTag(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLAT
     return pelnic_dec_len(pVrf, b, length, &octets);
 }
 
-// A header with this tag. Results of the common case stay in registers.
+// Reads a header with this tag. Results of the common case stay in registers.
 static inline PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b,
                                                    const PELNIC_BER_TAG& expected, PELNIC_ERROR_CODE mismatch,
                                                    PELNIC_BER_TAG* pTag, PNV_UINT32* length)
@@ -203,9 +203,9 @@ static inline PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNI
     return rc;
 }
 
-// ---- What every kind begins and ends with
+// ---- The common beginning and end of every kind
 
-// The octets between start, an answer of pelnic_buf_tell, and the cursor.
+// The octets between start, a result of pelnic_buf_tell, and the cursor.
 static PELNIC_ERROR_CODE consumedSince(const PELNIC_BUF* b, PNV_UINT32 start, PELNIC_ERROR_CODE kindCode,
                                        PNV_UINT32* consumed)
 {
@@ -233,7 +233,7 @@ PELNIC_ERROR_CODE _pnvAsn1ParseContent(const PELNIC_VRF* pVrf, PELNIC_BUF* b, co
     return readExpectedHeader(pVrf, b, expected, PELNIC_ERR_ASN_TAG, pTag, contentLength);
 }
 
-// An element while it is decoded: puts the cursor back to its start unless it is kept.
+// An element being decoded: resets the cursor to its start unless it is kept.
 class Element {
 public:
     Element(PELNIC_BUF* b, PELNIC_ERROR_CODE kindCode) : b_(b), kindCode_(kindCode) {}
@@ -251,7 +251,7 @@ public:
         begun_ = true;
         return 0;
     }
-    // Reads the header behind it. Of bare content *nDecoded is the length.
+    // Reads the header. For bare content *nDecoded is the length.
     PELNIC_ERROR_CODE header(const PELNIC_VRF* pVrf, const PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pTempl,
                              PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code)
     {
@@ -290,7 +290,7 @@ static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
     return pelnic_buf_seek(b, static_cast<PNV_INT32>(length), CBSW_CURRENT);
 }
 
-// The tag and length of any element, of an explicit tag for instance.
+// Reads tag and length of any element, such as an explicit tag.
 static inline PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag,
                                            PNV_UINT32* length)
 {
@@ -338,8 +338,8 @@ static void*& pointerAt(void* pObj, PNV_UINT32 offset)
 
 // ---- Octets
 
-// Whether octets have the tag that their template expects. Inside an explicit tag, which the field's reader has
-// consumed, stands the item's own tag.
+// Whether octets have the tag that their template expects. Inside an explicit tag, already consumed by the field's
+// reader, this is the item's own tag.
 static inline bool hasTagOf(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pTempl, const PELNIC_BER_TAG& tag)
 {
     if (pTempl->tagType != PNV_TAG_IMPLICIT) return matches(ownTag(pTempl->asn1_item), tag);
@@ -347,7 +347,7 @@ static inline bool hasTagOf(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* 
     return _pnvCheckTag(pVrf, pTempl, &read) == 0;
 }
 
-// Reads an element of octets up to its end; octs points into the input.
+// Reads a whole element of octets; octs points into the input.
 static inline PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* pTempl,
                                            Element* element, const PNV_BYTE** octs)
 {
@@ -357,7 +357,7 @@ static inline PELNIC_ERROR_CODE readOctets(const PELNIC_VRF* pVrf, PELNIC_BUF* b
     *octs = pelnic_buf_get_point(b);
     if (skip(b, length) != 0) return PELNIC_ERR_ASN_OCTS;
     if (element->tag.code != CBT_INTEGER || length == 0) return 0;
-    // An INTEGER of any class: the magnitude without leading zeros, and 0 has none.
+    // An INTEGER of any class: the magnitude without leading zeros; 0 has no octets.
     for (; length != 0 && **octs == 0; ++*octs) --length;
     return length == 0 ? PNV_WHY(Value, PELNIC_ERR_ASN_OCTS) : 0;
 }
@@ -383,7 +383,7 @@ PNV_UINT32 pelnic_dec_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV
     return 0;
 }
 
-// An owned record of octets and its copy are one block: lists of revoked certificates hold two of them an entry.
+// An owned record of octets and its copy share one block: lists of revoked certificates have two of them per entry.
 static PNV_BYTE* octsBehind(PELNIC_ASN_OCTS* pOcts)
 {
     return reinterpret_cast<PNV_BYTE*>(pOcts + 1);
@@ -505,7 +505,7 @@ static PELNIC_ERROR_CODE decodeRecord(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV
     if (pRecord == nullptr) return rc;
     rc = pTempl->asn1_item->asn_func->pDecode(pVrf, b, pRecord, nDecoded, pTempl);
     if (rc != 0) {
-        pelnic_free(pVrf, pRecord); // its contents went with the failure
+        pelnic_free(pVrf, pRecord); // its contents were released by the failure
         return rc;
     }
     *ppRecord = pRecord;
@@ -655,7 +655,7 @@ PELNIC_ERROR_CODE _pnvDecSeqValue(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* p
     return 0;
 }
 
-// Whether nothing comes before a field's value: no tag to look at first, and none to skip.
+// Whether a field's value comes first: there is no tag to check before it, and none to skip.
 static bool isPlain(const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     return (pTempl->flag & (PNV_FLAG_OPTIONAL | PNV_FLAG_DEFAULT)) == 0 && pTempl->tagType != PNV_TAG_EXPLICIT;
@@ -728,9 +728,9 @@ static PELNIC_ERROR_CODE decodeFields(const PELNIC_VRF* pVrf, PELNIC_BUF* b, voi
     if (!bounded) return 0;
     rc = consumedSince(b, contentStart, PELNIC_ERR_ASN_SEQ, &consumed);
     if (rc != 0 || consumed == contentLength) return rc;
-    // A last field that ends beyond the content would let decoded values lie outside the signed octets.
+    // If the last field extended beyond the content, decoded values could lie outside the signed octets.
     if (consumed > contentLength) return PNV_WHY(Overrun, PELNIC_ERR_ASN_SEQ);
-    // Content left over is not refused: one identifier octet of it is consumed and decoding goes on behind it.
+    // Remaining content is not refused: one identifier octet of it is consumed and decoding continues after it.
     PELNIC_BER_TAG tag = {};
     return pelnic_dec_tag(pVrf, b, &tag, &consumed) != 0 ? PELNIC_ERR_ASN_SEQ : 0;
 }
@@ -748,7 +748,7 @@ PNV_UINT32 pelnic_dec_seq(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV
     return rc;
 }
 
-// Frees a value that lies in place or, with the pointer flag, in a record of its own, which goes with it.
+// Frees a value in place or, with the pointer flag, together with its separate record.
 static void freeValue(const PELNIC_VRF* pVrf, void* place, const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     if ((pTempl->flag & PNV_FLAG_POINTER) == 0) {
@@ -763,8 +763,8 @@ static void freeValue(const PELNIC_VRF* pVrf, void* place, const PELNIC_ASN1_TEM
 void pelnic_free_seq(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     if (pObj == nullptr) return;
-    if (pVrf != nullptr && pVrf->pCarving != nullptr) return; // whatever it holds goes with the blocks
-    // From the last to the first, so that an ANY still finds the field that selects its type.
+    if (pVrf != nullptr && pVrf->pCarving != nullptr) return; // its contents are released with the blocks
+    // In reverse order, so that an ANY still finds the field that selects its type.
     for (PNV_UINT32 i = pTempl->asn1_item->templ_count; i-- > 0;) {
         const PELNIC_ASN1_TEMPLATE* const field = templatesOf(pTempl->asn1_item) + i;
         if ((field->flag & PNV_FLAG_ANY) != 0) {
@@ -785,7 +785,7 @@ static PELNIC_ASN1_TEMPLATE ownedElement(const PELNIC_ASN1_TEMPLATE* pElement)
     return element;
 }
 
-// _pnv_dec_seq_elem with the row of an owned element, which is carved from the blocks where there are any.
+// _pnv_dec_seq_elem with the row of an owned element, carved from the blocks if there are any.
 static PELNIC_ERROR_CODE decodeElement(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_LIST_DUMMY* pList,
                                        CarvedBlocks* pBlocks, PNV_UINT32* nDecoded, const PELNIC_ASN1_TEMPLATE* pOwned)
 {
@@ -811,7 +811,7 @@ PELNIC_ERROR_CODE _pnv_dec_seq_elem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNI
     return decodeElement(pVrf, b, pList, pVrf == nullptr ? nullptr : pVrf->pCarving, nDecoded, &element);
 }
 
-// The list of an element template inside its record, or null.
+// The list of an element template in its record, or null.
 static PELNIC_LIST_DUMMY* listIn(void* pObj, const PELNIC_ASN1_TEMPLATE* pElement)
 {
     const bool owned = (pElement->flag & PNV_FLAG_POINTER) != 0;
@@ -819,14 +819,14 @@ static PELNIC_LIST_DUMMY* listIn(void* pObj, const PELNIC_ASN1_TEMPLATE* pElemen
                                                  : at(pObj, pElement->offset_val));
 }
 
-// Decoded, an entry of a CRL takes about four times its octets: a block holds what is still to come, and little of it
-// is left over.
+// A decoded CRL entry takes about four times its encoding: a block has room for the remaining entries, with little left
+// over.
 static PNV_UINT32 blockSize(PNV_UINT32 contentLeft)
 {
     return contentLeft < MAX_BLOCK / 4 ? contentLeft * 4 : MAX_BLOCK;
 }
 
-// What a list's elements are carved from: blocks of its own with a row that says so, else whatever the list is.
+// The blocks for a list's elements: its own if the row says so, else those of the list itself.
 static CarvedBlocks* blocksOf(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pElement)
 {
     if ((pElement->flag & PNV_FLAG_CARVED) != 0) return static_cast<CarvedBlocks*>(at(pObj, pElement->offset_type));
@@ -923,7 +923,7 @@ PNV_UINT32 pelnic_dec_choice(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, 
     if (index == pItem->templ_count) return PNV_WHY(Tag, PELNIC_ERR_ASN_CHOICE);
     pChoice->index = index;
 
-    // The value lies behind the index, wherever the alternative's row places it.
+    // The value lies behind the index, whatever offset the alternative's row has.
     PELNIC_ASN1_TEMPLATE alternative = templatesOf(pItem)[index];
     alternative.offset_val = 0;
     ScopeExit freeChoice{[&] { pelnic_free_choice(pVrf, pObj, pTempl); }};
@@ -958,7 +958,7 @@ const PELNIC_ASN1_TEMPLATE* _pnvFindTemplateFromAnyMap(const PELNIC_VRF* pVrf, c
             continue;
         }
         const PELNIC_ASN_OID* const oid = pelnic_find_oid(pVrf, static_cast<PELNIC_AOIDS>(map[i].iAnyId));
-        if (oid == nullptr) return nullptr; // an identifier outside the table ends the search
+        if (oid == nullptr) return nullptr; // an unknown identifier ends the search
         if (pelnic_compare_asn_octs(pVrf, oid, selector) == 0) return map[i].pstAnyTempl;
     }
     return nullptr;
@@ -974,7 +974,7 @@ PELNIC_ASN1_TEMPLATE _pnvAdaptTagOfAnyTempl(const PELNIC_ASN1_TEMPLATE* pField, 
     return adapted;
 }
 
-// The tag an ANY field begins with. Only an octet string's differs from what _pnvCheckTag says of the adapted template.
+// The tag that begins an ANY field. It differs from _pnvCheckTag of the adapted template only for octet strings.
 static bool beginsAny(const PELNIC_VRF* pVrf, const PELNIC_ASN1_TEMPLATE* pAdapted, const PELNIC_BER_TAG* pTag)
 {
     if (pAdapted->tagType == PNV_TAG_NONE) return _pnvCheckTag(pVrf, pAdapted, pTag) == 0;
@@ -991,7 +991,7 @@ PELNIC_ERROR_CODE _pnvDecAnyItem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     PELNIC_BER_TAG tag = {};
     PELNIC_ERROR_CODE rc = pelnic_peek_tag(pVrf, b, &tag);
     if (rc != 0) return rc;
-    // A required field with another tag is left to the target's own decoder.
+    // The target's decoder handles a required field with another tag.
     if ((pField->flag & PNV_FLAG_OPTIONAL) != 0 && !beginsAny(pVrf, &adapted, &tag)) return PELNIC_ERR_ASN_ANY_ABSENT;
 
     const PELNIC_ASN1_ITEM* const pItem = adapted.asn1_item;
@@ -1000,7 +1000,7 @@ PELNIC_ERROR_CODE _pnvDecAnyItem(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     ScopeExit releaseRecord{[&] { pelnic_free(pVrf, pRecord); }};
     PNV_UINT32 length = 0;
     if (adapted.tagType == PNV_TAG_EXPLICIT) {
-        rc = readHeader(pVrf, b, &tag, &length); // skipped, whatever tag it is
+        rc = readHeader(pVrf, b, &tag, &length); // skipped, whatever its tag
         if (rc != 0) return rc;
     }
     rc = pItem->asn_func->pDecode(pVrf, b, pRecord, nDecoded, &adapted);
@@ -1042,7 +1042,7 @@ void pelnic_free_any(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPL
     const PELNIC_ASN1_TEMPLATE* const pChosen = _pnvFindTemplateFromAnyMap(pVrf, pObj, pTempl);
     if (pChosen != nullptr) {
         PELNIC_ASN1_TEMPLATE chosen = *pChosen;
-        chosen.flag = 0; // octets chosen by an ANY are a block of their own
+        chosen.flag = 0; // octets chosen by an ANY are a separate block
         chosen.asn1_item->asn_func->pFree(pVrf, pRecord, &chosen);
     }
     pelnic_free(pVrf, pRecord);
@@ -1051,7 +1051,7 @@ void pelnic_free_any(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPL
 
 // ---- Entry points
 
-// What the engine is called with for a whole value.
+// The template for a whole value.
 static PELNIC_ASN1_TEMPLATE topLevel(const PELNIC_ASN1_ITEM* pAsnItem, PNV_BYTE flag)
 {
     PELNIC_ASN1_TEMPLATE templ = {};
@@ -1074,7 +1074,7 @@ PELNIC_ERROR_CODE pelnic_asn_decode(const PELNIC_VRF* pVrf, const PNV_BYTE* pbBu
     PELNIC_BUF b = {};
     if (nBufLen > MAX_INPUT || pelnic_buf_init(&b, pbBuf, nBufLen) != 0) return PELNIC_ERR_ASN_DECODE;
     void* pRecord = nullptr;
-    PNV_UINT32 consumed = nBufLen; // the content's length, when there is no header to tell it
+    PNV_UINT32 consumed = nBufLen; // the content's length, if there is no header
     PNV_DECODING(&b, &templ, nullptr);
     if (decodeRecord(pVrf, &b, &consumed, &templ, &pRecord) != 0) return PELNIC_ERR_ASN_DECODE;
     *ppResult = pRecord;
@@ -1089,7 +1089,7 @@ void pelnic_asn_free(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_ITEM*
     freeRecord(pVrf, pObj, &templ);
 }
 
-// The item kinds, which the tables of pelnic_asn1_templ.h name
+// The item kinds named by the tables of pelnic_asn1_templ.h
 constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncOct = {pelnic_dec_oct, pelnic_free_oct};
 constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncPeekOct = {pelnic_peek_oct, pelnic_free_oct};
 constexpr PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncLinkOct = {pelnic_link_oct, pelnic_free_link_oct};

@@ -1,4 +1,4 @@
-// The table of object identifiers. AOID_ECDSA and AOID_AT have no row, so that nothing made with them is recognised.
+// The table of object identifiers. AOID_ECDSA and AOID_AT have no row, so that nothing that uses them is recognised.
 #include "pelnic_asn1_def.h"
 
 #include "pelnic_asn1_utils.h"

@@ -4,7 +4,7 @@
 
 #include "pelnic_types.h"
 
-// The three parts of a tag are 64 bits wide; in an expected tag the ANY members match everything.
+// The three parts of a tag are 64 bits wide; the ANY members of an expected tag match everything.
 typedef enum pelnic_ber_class_em : PNV_INT64 {
     CBC_ANY_CLASS = -2,
     CBC_NULL_CLASS = -1,
@@ -67,11 +67,11 @@ typedef struct pelnic_ber_tag_st {
     PELNIC_BER_TAG_CODE code;
 } PELNIC_BER_TAG;
 
-// One decoded primitive. octs is null when len is 0.
+// One decoded primitive. octs is null if len is 0.
 typedef struct pelnic_asn_octs_st {
     PNV_UINT32 len;
     PELNIC_BER_TAG tag; // as read
-    PNV_BYTE* octs;     // a copy owned by the record; for the link kind a pointer into the input
+    PNV_BYTE* octs;     // owned copy; for the link kind a pointer into the input
 } PELNIC_ASN_OCTS;
 
 typedef PELNIC_ASN_OCTS PELNIC_ASN_OID;
@@ -82,7 +82,7 @@ typedef PELNIC_ASN_OCTS PELNIC_GENERALIZEDTIME;
 typedef struct pelnic_asn_bits_st {
     PNV_UINT32 bitLen;
     PELNIC_BER_TAG tag;
-    PNV_BYTE* bits; // without the octet that counts the unused bits; null when byteLen is 0
+    PNV_BYTE* bits; // without the octet that counts the unused bits; null if byteLen is 0
     PNV_UINT32 byteLen;
 } PELNIC_ASN_BITS;
 
@@ -91,7 +91,7 @@ typedef PNV_INT32 PELNIC_ASN_ENUM;
 typedef PNV_BYTE PELNIC_ASN_BOOL; // 1 or 0
 
 PNV_DECLARE_LIST(PELNIC_ASN_OCTS);
-// OIDs have the layout of octets, and lists of them likewise.
+// OIDs have the layout of octets, and their lists that of lists of octets.
 typedef LIST_TYPE_PELNIC_ASN_OCTS LIST_TYPE_PELNIC_ASN_OID;
 
 typedef struct pelnic_oid_info_st {
@@ -103,11 +103,11 @@ typedef struct pelnic_oid_info_st {
 extern const PELNIC_OID_INFO g_pnvOIDTable[];
 extern const PNV_UINT32 g_pnvOidCount;
 
-// The digest of a signature algorithm, also of a bare SHA-2 identifier; AOID_UNKNOWN for anything else.
+// The digest of a signature algorithm or of a bare SHA-2 identifier; AOID_UNKNOWN for anything else.
 [[nodiscard]] PELNIC_AOIDS pelnic_get_hash_aoid_from_sign(PELNIC_AOIDS signId);
 // AOID_RSA for the three RSA signature algorithms, else AOID_UNKNOWN.
 [[nodiscard]] PELNIC_AOIDS pelnic_get_crypt_aoid_from_sign(PELNIC_AOIDS signId);
-// The encoded OID inside the table, or null.
+// The encoded OID in the table, or null.
 [[nodiscard]] const PELNIC_ASN_OID* pelnic_find_oid(const PELNIC_VRF* pVrf, PELNIC_AOIDS aoid);
 // The identifier of an encoded OID, tag included, or AOID_UNKNOWN.
 [[nodiscard]] PELNIC_AOIDS pelnic_find_aoid(const PELNIC_VRF* pVrf, const PELNIC_ASN_OID* pOid);

@@ -1,8 +1,8 @@
-// The tables that describe ASN.1 types to the decoder, and the builders that write them.
+// The tables that describe ASN.1 types to the decoder, and the builders of their rows.
 //
 // An item is a type: a pair of functions and, for a constructed type, one template for each field. A row of a table
-// reads field, tagging, type, presence, in the order of the ASN.1 line; offset, name and pointer flag follow from the
-// field, and a field whose type is not what its item decodes into does not compile. Tables are constant-initialised.
+// reads field, tagging, type, presence, in the order of the ASN.1 line. Offset, name and pointer flag follow from the
+// field; a field of another type than its item decodes into does not compile. Tables are constant-initialised.
 #ifndef PELNIC_ASN1_TEMPL_H
 #define PELNIC_ASN1_TEMPL_H
 
@@ -17,7 +17,7 @@ typedef struct pelnic_asn1_template_st PELNIC_ASN1_TEMPLATE;
 // and what the call allocated is released.
 typedef PNV_UINT32 (*PNV_ASN_DECODE_ITEM)(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV_UINT32* nDecoded,
                                           const PELNIC_ASN1_TEMPLATE* pTempl);
-// Releases what a record holds, not the record. Takes partly decoded records too.
+// Releases the contents of a record, not the record. Accepts partly decoded records.
 typedef void (*PNV_ASN_FREE_ITEM)(const PELNIC_VRF* pVrf, void* pObj, const PELNIC_ASN1_TEMPLATE* pTempl);
 
 typedef struct pelnic_asn1_functions_st {
@@ -32,7 +32,7 @@ typedef struct pelnic_asn1_item_st {
     PELNIC_BER_FORM ber_form;
     PELNIC_BER_TAG_CODE ber_code;
     PNV_UINT32 templ_count;
-    PNV_UINT32 item_szie; // of the record it decodes into; spelt so in the interface
+    PNV_UINT32 item_szie; // of the decoded record; spelt so in the interface
 } PELNIC_ASN1_ITEM;
 
 struct pelnic_asn1_template_st {
@@ -57,16 +57,17 @@ constexpr PNV_UINT16 PNV_TAG_IMPLICIT = 2;        // tested as a bit
 constexpr PNV_UINT16 PNV_TAG_CONTENT_ONLY = 0x40; // tag and length were consumed before; top level only
 
 constexpr PNV_UINT16 PNV_FLAG_OPTIONAL = 0x08;
-constexpr PNV_UINT16 PNV_FLAG_DEFAULT = 0x10; // absent, it keeps the zero of its record
+constexpr PNV_UINT16 PNV_FLAG_DEFAULT = 0x10; // an absent field keeps the zero of its record
 constexpr PNV_UINT16 PNV_FLAG_ANY_NUMBER = 0x20;
 constexpr PNV_UINT16 PNV_FLAG_ANY_OID = 0x40;
 constexpr PNV_UINT16 PNV_FLAG_ANY = PNV_FLAG_ANY_NUMBER | PNV_FLAG_ANY_OID;
-constexpr PNV_UINT16 PNV_FLAG_POINTER = 0x80; // the record holds a pointer to a record of its own
-constexpr PNV_UINT16 PNV_FLAG_CARVED = 0x100; // a list's elements never leave it: they are carved from blocks
+constexpr PNV_UINT16 PNV_FLAG_POINTER = 0x80; // the field is a pointer to a separate record
+constexpr PNV_UINT16 PNV_FLAG_CARVED =
+    0x100; // a list's elements are carved from blocks, because they never leave the list
 
-// What a decoded CHOICE looks like; the value starts at one offset on every target.
+// The layout of a decoded CHOICE; the value starts at the same offset on every target.
 typedef struct pelnic_asn_choice_st {
-    PNV_UINT32 index; // of the template that was chosen
+    PNV_UINT32 index; // of the chosen template
     union {
         void* pRecord; // with PNV_FLAG_POINTER
         PNV_INT64 inlineRecord;
@@ -84,7 +85,7 @@ extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSeq;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncInt;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncEnum;
 extern const PELNIC_ASN1_FUNCTIONS
-    g_pnvAsnFuncBigInt; // same functions as octets; a separate table, known by its address
+    g_pnvAsnFuncBigInt; // same functions as octets; a separate table, recognised by its address
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncSetOf;
 extern const PELNIC_ASN1_FUNCTIONS g_pnvAsnFuncBool;
 
@@ -134,7 +135,7 @@ constexpr PELNIC_ASN1_TEMPLATE _pnvRow(Tagging tagging, std::size_t offset, cons
 #define PNV_FIELD(record, field, tagging, ...) \
     _pnvRow<decltype(record::field), __VA_ARGS__>(tagging, offsetof(record, field), #field)
 
-// Keeps the encoding of the next element, without consuming it, in an owned record.
+// Copies the encoding of the next element into an owned record, without consuming it.
 template <typename Field> constexpr PELNIC_ASN1_TEMPLATE _pnvPeekRow(std::size_t offset, const PNV_CHAR* name)
 {
     static_assert(std::is_same_v<Field, PELNIC_ASN_OCTS*>, "a peeked encoding is an owned record");
@@ -142,7 +143,7 @@ template <typename Field> constexpr PELNIC_ASN1_TEMPLATE _pnvPeekRow(std::size_t
 }
 #define PNV_PEEK(record, field) _pnvPeekRow<decltype(record::field)>(offsetof(record, field), #field)
 
-// The same, and the copy gets an item's universal identifier octet, as for the implicitly tagged attributes of RFC
+// The same, but the copy gets the universal identifier octet of an item, as for the implicitly tagged attributes of RFC
 // 5652, 5.4.
 template <typename Field, const PELNIC_ASN1_ITEM& becomes>
 constexpr PELNIC_ASN1_TEMPLATE _pnvPeekAsRow(std::size_t offset, const PNV_CHAR* name)
@@ -154,8 +155,8 @@ constexpr PELNIC_ASN1_TEMPLATE _pnvPeekAsRow(std::size_t offset, const PNV_CHAR*
 }
 #define PNV_PEEK_AS(record, field, item) _pnvPeekAsRow<decltype(record::field), item>(offsetof(record, field), #field)
 
-// The element row of a list: field is a typed list whose elements are what the item decodes into. Its capacity, a
-// number in a pointer, is no constant expression, so the row is an initialiser and its table const, not constexpr.
+// The element row of a list: field is a typed list of the records that the item decodes into. Its capacity, a number in
+// a pointer, is not a constant expression, so the row is an initialiser and its table const, not constexpr.
 template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnvListFlag(PNV_UINT16 flag = 0)
 {
     using Record = typename RecordOf<item>::type;
@@ -168,8 +169,8 @@ template <typename List, const PELNIC_ASN1_ITEM& item> constexpr PNV_UINT16 _pnv
             reinterpret_cast<const void*>(uintptr_t{capacity}) \
     }
 
-// The same for a list whose elements are never taken out, with the field for the blocks that they are carved from. Not
-// below another such list: what is carved is not looked through again when it goes.
+// The same for a list whose elements are never taken out; names the field for the blocks that they are carved from. Not
+// inside another such list, because the contents of carved elements are not visited on release.
 #define PNV_CARVED_ELEMENTS(record, field, blocks, item, capacity) \
     { \
         &item, 0, PNV_TAG_NONE, _pnvListFlag<decltype(record::field), item>(PNV_FLAG_CARVED), offsetof(record, field), \
@@ -182,7 +183,7 @@ template <typename Field> constexpr PNV_UINT32 _pnvBlocksAt(std::size_t offset)
     return static_cast<PNV_UINT32>(offset);
 }
 
-// An owned field whose type the OID in another field selects from the ANY item's map.
+// An owned field whose type is selected from the ANY item's map by the OID in another field.
 template <typename Field>
 constexpr PELNIC_ASN1_TEMPLATE _pnvAnyRow(Tagging tagging, std::size_t offset, const PNV_CHAR* name,
                                           const PELNIC_ASN1_ITEM* item, std::size_t offsetOfSelector)

@@ -17,7 +17,7 @@ static bool isSameTag(const PELNIC_BER_TAG& tag1, const PELNIC_BER_TAG& tag2)
     return tag1.cls == tag2.cls && tag1.form == tag2.form && tag1.code == tag2.code;
 }
 
-// What most often differs comes first: the lengths, then the octets. The result is the callback's own.
+// The lengths come first, because they differ most often, then the octets. The result is the callback's.
 static PNV_INT32 compareTagged(const PELNIC_VRF* pVrf, const PELNIC_BER_TAG& tag1, const PNV_BYTE* octets1,
                                PNV_UINT32 length1, const PELNIC_BER_TAG& tag2, const PNV_BYTE* octets2,
                                PNV_UINT32 length2)
@@ -52,13 +52,13 @@ PNV_INT32 pelnic_compare_asn_bigint(const PELNIC_VRF* pVrf, const PELNIC_ASN_BIG
     return pelnic_compare_asn_octs(pVrf, pAsnIntExpect, pAsnIntActual);
 }
 
-// Characters that are no digits give some number or other, as they stand.
+// Characters other than digits give an arbitrary number.
 static PNV_INT32 twoDigits(const PNV_BYTE* octs)
 {
     return (octs[0] - '0') * 10 + (octs[1] - '0');
 }
 
-// MMDDhhmmssZ, what both forms end with.
+// MMDDhhmmssZ, the end of both forms.
 static PELNIC_ERROR_CODE fillFromMonth(const PNV_BYTE* octs, PELNIC_DATETIME* pDateTime)
 {
     pDateTime->uMonth = static_cast<PNV_BYTE>(twoDigits(octs));

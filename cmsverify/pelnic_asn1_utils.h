@@ -1,4 +1,4 @@
-// Comparisons of decoded values, and times. Nothing here logs.
+// Comparison of decoded values, and times. Nothing here logs.
 #ifndef PELNIC_ASN1_UTILS_H
 #define PELNIC_ASN1_UTILS_H
 
@@ -22,15 +22,15 @@
 [[nodiscard]] PNV_INT32 pelnic_compare_asn_bigint(const PELNIC_VRF* pVrf, const PELNIC_ASN_BIGINT* pAsnIntExpect,
                                                   const PELNIC_ASN_BIGINT* pAsnIntActual);
 
-// Times in the only forms of RFC 5280, 4.1.2.5: YYMMDDhhmmssZ (50 to 99 are 1950 to 1999) and YYYYMMDDhhmmssZ. Digits
+// Times in the two forms of RFC 5280, 4.1.2.5: YYMMDDhhmmssZ (50 to 99 are 1950 to 1999) and YYYYMMDDhhmmssZ. Digits
 // and ranges are not checked. PELNIC_ERR_NULL_POINTER for a null argument or another length, PELNIC_ERR_SYS_TIME_FORMAT
-// when the last character is not 'Z' (the fields are filled all the same), or the code of clearing the result.
+// if the last character is not 'Z' (the fields are filled nevertheless), or the code of clearing the result.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_convert_from_utctime(const PELNIC_VRF* pVrf, const PELNIC_UTCTIME* pUtcTime,
                                                             PELNIC_DATETIME* pDateTime);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_convert_from_generalizedtime(const PELNIC_VRF* pVrf,
                                                                     const PELNIC_GENERALIZEDTIME* pGenTime,
                                                                     PELNIC_DATETIME* pDateTime);
-// Either, by the tag's code; PELNIC_ERR_SYS_TIME_FORMAT for any other.
+// Either form, by the tag's code; PELNIC_ERR_SYS_TIME_FORMAT for any other code.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_convert_from_time(const PELNIC_VRF* pVrf, const PELNIC_ASN_OCTS* pAsnTime,
                                                          PELNIC_DATETIME* pDateTime);
 // The same in seconds since 1970-01-01 00:00:00 UTC.

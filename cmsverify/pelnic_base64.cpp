@@ -1,7 +1,7 @@
 // Base64 in two passes: the first validates and sizes, the second decodes.
 #include "pelnic_base64.h"
 
-constexpr PNV_BYTE PADDING = RADIX_OF_BASE64; // what '=' maps to
+constexpr PNV_BYTE PADDING = RADIX_OF_BASE64; // value of '='
 
 // clang-format off
 const PNV_BYTE pnv_base64_dec_map[128] = {
@@ -43,9 +43,9 @@ PELNIC_ERROR_CODE _pnvB64GetDecLen(const PELNIC_VRF*, const PNV_CHAR* encoded, P
             if (static_cast<PNV_BYTE>(encoded[i]) > MAX_ASCII) return PELNIC_ERR_SYS_BASE64;
             if (encoded[i] == '=' && ++paddings > 2) return PELNIC_ERR_SYS_BASE64;
             if (mapped(encoded[i]) < RADIX_OF_BASE64 && paddings != 0) return PELNIC_ERR_SYS_BASE64;
-            ++characters; // one outside the alphabet counts as well
+            ++characters; // also one outside the alphabet
         }
-        ++i; // of CR LF only the CR: the LF is a line end of its own
+        ++i; // only the CR of CR LF: the LF is another line end
     }
     if (characters == 0) return PELNIC_ERR_SYS_BASE64;
     *nValid = i;
@@ -58,7 +58,7 @@ PNV_UINT32 _pnvB64DoDec(const PNV_CHAR* encoded, PNV_UINT32 nValid, PNV_BYTE* de
     PNV_UINT32 written = 0;
     PNV_UINT32 group = 0;
     PNV_UINT32 inGroup = 0;
-    PNV_UINT32 octets = 3; // of each group; every '=' takes one away
+    PNV_UINT32 octets = 3; // per group; each '=' subtracts one
     for (PNV_UINT32 i = 0; i < nValid; ++i) {
         const PNV_CHAR c = encoded[i];
         if (c == '\r' || c == '\n' || c == ' ') continue;

@@ -21,7 +21,7 @@ PELNIC_ERROR_CODE pelnic_buf_get_region(PELNIC_BUF* pBuf, PNV_BYTE* pbDst, PNV_U
     return 0;
 }
 
-// The size of a heap area for nLen octets; 64 bits wide, since rounding up may pass the 32 of a block's fields.
+// The size of a heap area for nLen octets; 64 bits wide, because rounding up may exceed the 32 of a block's fields.
 static PNV_UINT64 heapSize(PNV_UINT64 nLen)
 {
     return (nLen + (HEAP_STEP - 1)) & ~PNV_UINT64{HEAP_STEP - 1};
@@ -47,7 +47,7 @@ PELNIC_ERROR_CODE pelnic_db_set(const PELNIC_VRF* pVrf, PELNIC_DATA_BLOCK* db, c
         db->pData = db->s_data;
     } else {
         if (db->capacity < nValLen) {
-            // As it stands, inline storage included: a block is zero-filled at first and set only once.
+            // Releases pData even if it is the inline storage: a block is zero-filled at first and set only once.
             pelnic_free(pVrf, db->pData);
             db->pData = nullptr;
             db->nLen = 0;
@@ -63,7 +63,7 @@ PELNIC_ERROR_CODE pelnic_db_set(const PELNIC_VRF* pVrf, PELNIC_DATA_BLOCK* db, c
     return 0;
 }
 
-// Moves the octets held to a heap area of the given size.
+// Moves the contents to a heap area of the given size.
 static PELNIC_ERROR_CODE moveToHeap(const PELNIC_VRF* pVrf, PELNIC_DATA_BLOCK* db, PNV_UINT64 size)
 {
     PNV_BYTE* area = nullptr;

@@ -1,5 +1,5 @@
-// PELNIC_BUF, a read cursor over bytes that it does not own, and PELNIC_DATA_BLOCK, an owned byte string with 64 octets
-// of inline storage. Nothing here logs. A buffer operation that fails leaves the cursor where it was.
+// PELNIC_BUF, a read cursor over octets that it does not own, and PELNIC_DATA_BLOCK, an owned octet string with 64
+// octets of inline storage. Nothing here logs. A buffer operation that fails leaves the cursor where it was.
 #ifndef PELNIC_BUF_H
 #define PELNIC_BUF_H
 
@@ -13,9 +13,9 @@ typedef struct pelnic_buf_st {
 
 typedef enum pelnic_buf_seek_way_em { CBSW_SET = 0, CBSW_CURRENT = 1 } PELNIC_BUF_SEEK_WAY;
 
-constexpr PNV_UINT32 PNV_POS_AT_END = 0xFFFFFFFFu; // what pelnic_buf_tell says at the end
+constexpr PNV_UINT32 PNV_POS_AT_END = 0xFFFFFFFFu; // result of pelnic_buf_tell at the end
 
-// Null arguments and a length of 0, here and in pelnic_buf_get_region, are PELNIC_ERR_NULL_POINTER.
+// PELNIC_ERR_NULL_POINTER for null arguments and a length of 0, here and in pelnic_buf_get_region.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_buf_init(PELNIC_BUF* pBuf, const PNV_BYTE* pVal, PNV_UINT32 nValLen);
 // At the end: PELNIC_ERR_SYS_BUF_END.
 [[nodiscard]] inline PELNIC_ERROR_CODE pelnic_buf_get(PELNIC_BUF* pBuf, PNV_BYTE* pByte)
@@ -26,7 +26,7 @@ constexpr PNV_UINT32 PNV_POS_AT_END = 0xFFFFFFFFu; // what pelnic_buf_tell says 
     return 0;
 }
 
-// More than is left: PELNIC_ERR_FAILED, and nothing is copied.
+// More octets than are left: PELNIC_ERR_FAILED, and nothing is copied.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_buf_get_region(PELNIC_BUF* pBuf, PNV_BYTE* pbDst, PNV_UINT32 byteSize);
 // The octet at the cursor inside the caller's range, or null at the end.
 [[nodiscard]] inline const PNV_BYTE* pelnic_buf_get_point(const PELNIC_BUF* pBuf)
@@ -35,8 +35,8 @@ constexpr PNV_UINT32 PNV_POS_AT_END = 0xFFFFFFFFu; // what pelnic_buf_tell says 
     return pBuf->pVal + pBuf->iCursor;
 }
 
-// CBSW_SET refuses the end position itself; CBSW_CURRENT allows it, and does not catch a move before the start: move
-// backwards only over octets just read. A refused move is PELNIC_ERR_FAILED.
+// CBSW_SET refuses the end position itself; CBSW_CURRENT allows it, and does not notice a move before the start: move
+// backwards only over octets just read. PELNIC_ERR_FAILED for a refused move.
 inline PELNIC_ERROR_CODE pelnic_buf_seek(PELNIC_BUF* pBuf, PNV_INT32 iPos, PELNIC_BUF_SEEK_WAY way)
 {
     if (pBuf == nullptr) return PELNIC_ERR_NULL_POINTER;
@@ -61,7 +61,7 @@ inline PELNIC_ERROR_CODE pelnic_buf_seek(PELNIC_BUF* pBuf, PNV_INT32 iPos, PELNI
     return 0;
 }
 
-// Octets consumed since pos, an answer of pelnic_buf_tell. PELNIC_ERR_SYS_BUF_POS when the cursor is before it.
+// Octets consumed since pos, a result of pelnic_buf_tell. PELNIC_ERR_SYS_BUF_POS if the cursor is before pos.
 [[nodiscard]] inline PELNIC_ERROR_CODE pelnic_buf_get_offset(const PELNIC_BUF* pBuf, PNV_UINT pos, PNV_INT* offset)
 {
     if (pBuf == nullptr || offset == nullptr) return PELNIC_ERR_NULL_POINTER;
@@ -78,11 +78,11 @@ typedef struct pelnic_data_block_st {
     PNV_UINT32 capacity; // of the heap area; 0 while there is none
 } PELNIC_DATA_BLOCK;
 
-// Stores nValLen octets in a zero-filled block. Set a block once: a larger value releases pData as it stands.
+// Stores nValLen octets in a zero-filled block. Set a block only once: a larger value releases the current pData.
 // PELNIC_ERR_NULL_POINTER for a null argument or length 0, or the allocation's or copy's code.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_db_set(const PELNIC_VRF* pVrf, PELNIC_DATA_BLOCK* db, const PNV_BYTE* pVal,
                                               PNV_UINT32 nValLen);
-// Appends. PELNIC_ERR_NULL_POINTER for a null argument; every other failure is PELNIC_ERR_SYS_DB_APPEND.
+// Appends. PELNIC_ERR_NULL_POINTER for a null argument, PELNIC_ERR_SYS_DB_APPEND for every other failure.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_db_append(const PELNIC_VRF* pVrf, PELNIC_DATA_BLOCK* db, const PNV_BYTE* pVal,
                                                  PNV_UINT32 nValLen);
 [[nodiscard]] PNV_UINT32 pelnic_db_get_size(PELNIC_VRF* pVrf, const PELNIC_DATA_BLOCK* db); // 0 for a null block

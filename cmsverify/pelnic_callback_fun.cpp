@@ -1,6 +1,6 @@
 // The default callbacks. Arguments are checked here before the platform's functions see them, so that no violated bound
-// ever reaches the constraint handler of the bounds-checked ones. Memory is filled and copied by the ordinary
-// functions: the bounds-checked ones go octet by octet, and refuse more than 256 MiB.
+// reaches the constraint handler of the bounds-checked ones. The ordinary functions fill and copy memory: the
+// bounds-checked ones work octet by octet, and refuse more than 256 MiB.
 #include "pelnic_callback_fun.h"
 
 #include <fcntl.h>
@@ -112,9 +112,9 @@ PNV_INT pnv_vsnprintf_s_impl(PNV_CHAR* dest, size_t destMax, size_t count, const
 {
     if (dest == nullptr || format == nullptr) return static_cast<PNV_INT>(PELNIC_ERR_NULL_POINTER);
     if (destMax == 0) return -1;
-    // The platform's function knows only the size of the destination. It answers a text that is too long by one
-    // character with its length, and a longer one with a code and an empty text: the ordinary function then writes what
-    // fits. Whatever else it refuses leaves no text.
+    // The platform's function knows only the size of the destination. For a text that is one character too long it
+    // returns the length, for a longer one a code and an empty text; the ordinary function then writes the part that
+    // fits. Any other refusal leaves no text.
     const size_t room = count < destMax ? count + 1 : destMax;
     va_list again;
     va_copy(again, args);
@@ -132,8 +132,8 @@ PNV_INT pnv_vsnprintf_s_impl(PNV_CHAR* dest, size_t destMax, size_t count, const
 PNV_FILE_HANDLE pnv_fopen_impl(const PNV_CHAR* path, const PNV_CHAR* mode)
 {
     if (mode[0] != 'r' || strchr(mode, '+') != nullptr) return fopen(path, mode);
-    // Opened for reading, a FIFO that nobody writes to would hold its reader for ever. It is opened without waiting,
-    // and then read like any other: to the end of what its writers have to say.
+    // Opening a FIFO without a writer for reading would block for ever. It is opened without waiting, and then read
+    // like any other file, up to the end of its writers' data.
     const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) return nullptr;
     FILE* const stream = fcntl(fd, F_SETFL, O_RDONLY) == 0 ? fdopen(fd, mode) : nullptr;
@@ -180,7 +180,7 @@ void _pnv_build_log_line(PNV_CHAR (&line_buf)[1024], PELNIC_LOG_TYPE log_level, 
     size_t used = 0;
     const auto advance = [&](int length) {
         if (length > 0) used += static_cast<size_t>(length);
-        if (used >= sizeof line_buf) used = sizeof line_buf - 1; // the piece was cut off
+        if (used >= sizeof line_buf) used = sizeof line_buf - 1; // the piece was truncated
     };
     advance(snprintf(line_buf, sizeof line_buf, "%s", levelTag(log_level)));
     advance(snprintf(line_buf + used, sizeof line_buf - used, "%s(%d):%s", filename, line, log == nullptr ? "" : log));

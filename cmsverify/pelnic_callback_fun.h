@@ -1,6 +1,6 @@
 // The default callback table: libc, the platform's bounds-checked memory and string functions, and a crypto library,
-// OpenSSL's libcrypto unless the build says otherwise (CMSVERIFY_CRYPTO). Nothing else names any of them.
-// pelnic_set_callback_funcs, which installs these, is declared publicly.
+// OpenSSL's libcrypto unless the build says otherwise (CMSVERIFY_CRYPTO). No other module names any of them.
+// The public pelnic_set_callback_funcs installs the table.
 #ifndef PELNIC_CALLBACK_FUN_H
 #define PELNIC_CALLBACK_FUN_H
 
@@ -31,8 +31,8 @@ typedef struct crypto_vrf_st {
     EVP_PKEY* pub;      // null until init succeeds
 } CRYPTO_VRF;
 
-// Memory: null or too small a destination, or a null source, is PELNIC_ERR_NULL_POINTER. Areas of any size; memcpy_s
-// refuses those that overlap with the platform's code.
+// Memory: PELNIC_ERR_NULL_POINTER for a null or too small destination, or a null source. Areas of any size; memcpy_s
+// refuses overlapping ones with the platform's code.
 PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size); // size 0: success with a null block
 PELNIC_ERROR_CODE pnv_memset_s_impl(void* dest, size_t destMax, PNV_INT c, size_t count);
 PELNIC_ERROR_CODE pnv_memmove_s_impl(void* dest, size_t destMax, const void* src, size_t count);
@@ -47,27 +47,27 @@ PNV_UINT32 pnv_strlen_impl(const PNV_CHAR* s);
 PNV_INT pnv_strcmp_impl(const PNV_CHAR* a, const PNV_CHAR* b); // an equality test: no order
 PELNIC_ERROR_CODE pnv_strcpy_s_impl(PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src);
 PELNIC_ERROR_CODE pnv_strcat_s_impl(PNV_CHAR* dest, size_t destMax, const PNV_CHAR* src);
-// At most min(count, destMax - 1) characters, always terminated; negative when the text does not fit, and then as much
-// of it as does.
+// At most min(count, destMax - 1) characters, always terminated; if the text does not fit, it is truncated and the
+// result is negative.
 PNV_INT pnv_vsnprintf_s_impl(PNV_CHAR* dest, size_t destMax, size_t count, const PNV_CHAR* format, va_list args)
     __attribute__((format(printf, 4, 0)));
 
-PNV_FILE_HANDLE pnv_fopen_impl(const PNV_CHAR* path, const PNV_CHAR* mode); // waits for no writer of a FIFO
+PNV_FILE_HANDLE pnv_fopen_impl(const PNV_CHAR* path, const PNV_CHAR* mode); // does not wait for the writer of a FIFO
 size_t _pnv_fread_impl(void* buf, size_t size, PNV_FILE_HANDLE h);
 PELNIC_ERROR_CODE _pnv_fclose_impl(PNV_FILE_HANDLE h);
-PNV_UINT64 _pnv_get_file_size_impl(PNV_FILE_HANDLE h); // 0xFFFFFFFF when the size cannot be told
+PNV_UINT64 _pnv_get_file_size_impl(PNV_FILE_HANDLE h); // 0xFFFFFFFF if the size is unknown
 
-// Builds the line "[LEVEL]file(line):message(err:code)" in the caller's 1024 characters, cut where it does not fit.
+// Builds the line "[LEVEL]file(line):message(err:code)" in the caller's 1024 characters, truncated if necessary.
 void _pnv_build_log_line(PNV_CHAR (&line_buf)[1024], PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
                          PELNIC_ERROR_CODE rc, const PNV_CHAR* log);
 // Builds its line and drops it: with the default table the library is silent.
 void _pnv_log_callback_impl(PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line, const PNV_CHAR* function,
                             PNV_THREAD_ID pid, PNV_TIME_T rtime, PELNIC_ERROR_CODE rc, const PNV_CHAR* log);
 
-// Sets crypt_funcs and md_funcs; what follows is OpenSSL's.
+// Sets crypt_funcs and md_funcs; the rest is OpenSSL's.
 void _pnvSetCryptoCallbacks(PELNIC_CALLBACK_FUNCS* funcs);
 
-// Digests and RSA PKCS #1 v1.5 verification. Every failure is PELNIC_ERR_FAILED, but for running out of memory in
+// Digests and RSA PKCS #1 v1.5 verification. Every failure is PELNIC_ERR_FAILED, except running out of memory in
 // _pnv_md_ctx_create_impl. Hash identifiers: AOID_SHA256, AOID_SHA384, AOID_SHA512.
 PELNIC_ERROR_CODE _pnv_md_ctx_create_impl(PELNIC_CRYPTO_MD_CTX* out);
 PELNIC_ERROR_CODE _pnv_md_init_impl(PELNIC_CRYPTO_MD_CTX ctx, PNV_UINT32 hash_id);

@@ -1,4 +1,4 @@
-// The default crypto callbacks on mbedTLS, which are those of the example.
+// The default crypto callbacks on mbedTLS: those of the example.
 #include "examples/callbacks/mbedtls_crypto.h"
 #include "pelnic_callback_fun.h"
 

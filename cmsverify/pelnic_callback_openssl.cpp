@@ -1,4 +1,4 @@
-// The default crypto callbacks on OpenSSL's libcrypto. The only module that names it.
+// The default crypto callbacks on OpenSSL's libcrypto. No other module names it.
 #include "pelnic_callback_fun.h"
 
 #include <openssl/bn.h>
@@ -32,15 +32,15 @@ HASH_ALGO _convert_hash_algo(PNV_UINT32 algo_id)
     }
 }
 
-// Only the thread's own error queue: OPENSSL_cleanup would be final, and the next digest would crash.
+// Clears only the thread's error queue: OPENSSL_cleanup would be final, and the next digest would crash.
 void pnv_openssl_uninit()
 {
     ERR_clear_error();
 }
 
 // libcrypto must not read its configuration file: a line in it can load foreign code into the process or forbid the
-// digests. And it must have its default context, which it makes once in the life of a process: where there was no
-// memory for that it goes on without, and crashes.
+// digests. And it needs its default context, which it creates once per process: without memory for that it continues
+// and crashes.
 static bool isLibcryptoReady()
 {
     return OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) == 1 &&
@@ -120,7 +120,7 @@ static bool pushMagnitude(OSSL_PARAM_BLD* params, const char* name, const PELNIC
     return *number != nullptr && OSSL_PARAM_BLD_push_BN(params, name, *number) == 1;
 }
 
-// The RSA public key of an exponent and a modulus, or null.
+// The RSA public key with an exponent and a modulus, or null.
 static EVP_PKEY* newRsaPublicKey(const PELNIC_BIGINT* e, const PELNIC_BIGINT* n)
 {
     OSSL_PARAM_BLD* const builder = OSSL_PARAM_BLD_new();
@@ -174,8 +174,7 @@ PELNIC_ERROR_CODE pelnic_verify_update_impl(PELNIC_CRYPTO_VRF_CTX ctx, const PNV
     return EVP_DigestUpdate(vrf->md_ctx, data, len) == 1 ? 0 : PELNIC_ERR_FAILED;
 }
 
-// Whether libcrypto says that it found the signature bad. For want of memory it fails with an error of its own, or
-// without any.
+// Whether libcrypto says that the signature is bad. Without memory it fails with another error, or without any.
 static bool isFoundBad()
 {
     bool bad = false;
@@ -186,8 +185,8 @@ static bool isFoundBad()
     return bad;
 }
 
-// The verdict: a bad signature and a failure inside libcrypto are both 0. But a CRL must not be passed over because
-// there was no memory for an instant: without a refusal in so many words libcrypto is asked once more.
+// The verdict: a bad signature and a failure inside libcrypto are both 0. But a moment without memory must not hide a
+// CRL: unless libcrypto says that the signature is bad, it is asked once more.
 static PNV_INT verdict(CRYPTO_VRF* vrf, const PNV_BYTE* signature, PNV_UINT32 len)
 {
     ERR_clear_error();
@@ -205,8 +204,8 @@ PELNIC_ERROR_CODE _pnv_verify_final_impl(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BY
         return PELNIC_ERR_FAILED;
     }
     if (result == nullptr || (pbSignature == nullptr && len != 0) || len > 0xFFFFFFFCu) return PELNIC_ERR_FAILED;
-    // Zeros on the left leave the value as it is: a signature that lost leading zeros gets them back, up to a multiple
-    // of four octets. A key of another size than that fails here.
+    // Leading zeros do not change the value: a signature that lost them gets them back, up to a multiple of four
+    // octets. A key of another size fails here.
     const PNV_UINT32 nHashLen = (len + 3) & ~PNV_UINT32{3};
     if (nHashLen == len) {
         *result = verdict(vrf, pbSignature, len);

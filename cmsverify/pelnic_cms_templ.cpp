@@ -2,7 +2,7 @@
 #include "pelnic_cms_templ.h"
 
 // clang-format off
-// EncapsulatedContentInfo; its [0] is kept as it is
+// EncapsulatedContentInfo; its [0] is kept undecoded
 using ECI = PELNIC_PKCS7_CONTENT_INFO;
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_PKCS7_CONTENT_INFO_templ[] = {
     PNV_FIELD(ECI, type,    PNV_UNTAGGED, PELNIC_ASN_OCTS_item),
@@ -20,7 +20,7 @@ constexpr PELNIC_ASN1_TEMPLATE PELNIC_PKCS7_ISSUER_AND_SERIAL_templ[] = {
 constexpr PELNIC_ASN1_ITEM PELNIC_PKCS7_ISSUER_AND_SERIAL_item =
     _pnvSequence<PELNIC_PKCS7_ISSUER_AND_SERIAL_item>(PELNIC_PKCS7_ISSUER_AND_SERIAL_templ);
 
-// SignerInfo. raw_signed takes the next element whatever it is: without signed attributes, the signature algorithm.
+// SignerInfo. raw_signed takes any next element: without signed attributes, the signature algorithm.
 using SI = PELNIC_PKCS7_SIGNER_INFO;
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_PKCS7_SIGNER_INFO_templ[] = {
     PNV_FIELD  (SI, version,                PNV_UNTAGGED,    PELNIC_ASN_INT_item),
@@ -55,7 +55,7 @@ constexpr PELNIC_ASN1_TEMPLATE PELNIC_PKCS7_SIGNED_DATA_templ[] = {
 constexpr PELNIC_ASN1_ITEM PELNIC_PKCS7_SIGNED_DATA_item =
     _pnvSequence<PELNIC_PKCS7_SIGNED_DATA_item>(PELNIC_PKCS7_SIGNED_DATA_templ);
 
-// What ContentInfo may hold
+// The content types of ContentInfo
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_PKCS7_SIGNED_any_templ =
     _pnvRow<PELNIC_PKCS7_SIGNED_DATA*, PELNIC_PKCS7_SIGNED_DATA_item>(PNV_UNTAGGED, 0, "signed_data");
 constexpr PELNIC_ASN1_ANY_MAP PELNIC_CONTENT_INFO_S_ASN_ANY_map[] = {
@@ -91,8 +91,8 @@ constexpr PELNIC_ASN1_TEMPLATE PELNIC_TS_ACCURACY_templ[] = {
 };
 constexpr PELNIC_ASN1_ITEM PELNIC_TS_ACCURACY_item = _pnvSequence<PELNIC_TS_ACCURACY_item>(PELNIC_TS_ACCURACY_templ);
 
-// TSTInfo. Unlike RFC 3161, [0] is a Name itself and not a GeneralName around one: a token that names its authority
-// does not decode.
+// TSTInfo. Unlike RFC 3161, [0] is a bare Name instead of a GeneralName: a token that names its authority does not
+// decode.
 using TST = PELNIC_TST_INFO;
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_TST_INFO_templ[] = {
     PNV_FIELD(TST, version,     PNV_UNTAGGED,    PELNIC_ASN_INT_item),

@@ -7,7 +7,7 @@
 // EncapsulatedContentInfo
 typedef struct pelnic_pkcs7_content_info_st {
     PELNIC_ASN_OID type;
-    PELNIC_ASN_OCTS* content; // whatever follows the type; null in a detached signature
+    PELNIC_ASN_OCTS* content; // the element after the type; null in a detached signature
 } PELNIC_PKCS7_CONTENT_INFO;
 
 typedef struct pelnic_pkcs7_issuer_and_serial_st {
@@ -19,7 +19,7 @@ typedef struct pelnic_pkcs7_signer_info_st {
     PELNIC_ASN_INT version;
     PELNIC_PKCS7_ISSUER_AND_SERIAL* issuer_sn;
     PELNIC_X509_ALGO_IDENTIFIER* digest_algo;
-    PELNIC_ASN_OCTS* raw_signed; // the signed attributes as a SET, which the signature covers; only with auth_attrs
+    PELNIC_ASN_OCTS* raw_signed; // the signed attributes as the SET that the signature covers; only with auth_attrs
     PELNIC_X509_ATTR_BUNDLE* auth_attrs; // null when absent
     PELNIC_X509_ALGO_IDENTIFIER* digest_encryption_algo;
     PELNIC_ASN_OCTS* encrypted_digest;     // the signature value
@@ -36,7 +36,7 @@ typedef struct pelnic_pkcs7_signed_data_st {
     PELNIC_X509_ALGO_IDENTIFIER_BUNDLE* digest_algo_set;
     PELNIC_PKCS7_CONTENT_INFO* content;
     PELNIC_X509_CERT_RAW_BUNDLE* raw_certs; // null when absent
-    PELNIC_X509_CERT_BUNDLE* certificates;  // raw_certs decoded; made after the tables' work
+    PELNIC_X509_CERT_BUNDLE* certificates;  // raw_certs decoded, after the table-driven decoding
     PELNIC_X509_CRL_BUNDLE* crls;           // null when absent; its records are not counted (iRef 0)
     PELNIC_PKCS7_SIGNER_INFO_BUNDLE* signer_infos;
 } PELNIC_PKCS7_SIGNED_DATA;
@@ -64,7 +64,7 @@ typedef struct pelnic_tst_info_st {
     PELNIC_TS_MSG_IMPRINT* msg_imprint;
     PELNIC_ASN_BIGINT* serial;
     PELNIC_ASN_OCTS* time;
-    PELNIC_TS_ACCURACY* accuracy; // null when absent, as what follows
+    PELNIC_TS_ACCURACY* accuracy; // null when absent, like the fields below
     PELNIC_ASN_BOOL ordering;
     PNV_BYTE resv0[3];
     PELNIC_ASN_BIGINT* nonce;
@@ -82,7 +82,7 @@ PNV_DECLARE_ITEM(PELNIC_TS_MSG_IMPRINT_item, PELNIC_TS_MSG_IMPRINT);
 PNV_DECLARE_ITEM(PELNIC_TS_ACCURACY_item, PELNIC_TS_ACCURACY);
 PNV_DECLARE_ITEM(PELNIC_TST_INFO_item, PELNIC_TST_INFO);
 
-// Selected by ContentInfo's content type: SignedData and nothing else.
+// Selected by ContentInfo's content type: only SignedData.
 extern const PELNIC_ASN1_ITEM PELNIC_PKCS7_CONTENT_INFO_ANY_item;
 
 #endif

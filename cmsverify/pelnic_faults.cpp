@@ -1,4 +1,4 @@
-// Runs, and what they say of failing callbacks.
+// Runs, and their reports on failing callbacks.
 #include "pelnic_faults.h"
 
 bool _pnvIsDisturbed(const PELNIC_VRF* pVrf)

@@ -1,5 +1,5 @@
-// Large blocks in huge pages, for the default callbacks and the checker: touching one for the first time costs more
-// than decoding into it, and reading a large package is half page faults.
+// Large blocks in huge pages, for the default callbacks and the checker: the first access to a block costs more than
+// decoding into it, and half of the time of reading a large package is page faults.
 #ifndef PELNIC_HUGE_PAGES_H
 #define PELNIC_HUGE_PAGES_H
 
@@ -8,10 +8,10 @@
 
 #include "include/pelnic_cms_verify.h"
 
-// Asks for them; a kernel that has none is as good.
+// Asks for huge pages; a kernel without them does no harm.
 inline void _pnvPreferHugePages(void* block, PNV_UINT32 size)
 {
-    constexpr PNV_UINT32 FROM = 3 << 20; // smaller blocks hardly hold one
+    constexpr PNV_UINT32 FROM = 3 << 20; // smaller blocks hardly contain one
     if (size < FROM) return;
     const uintptr_t start = reinterpret_cast<uintptr_t>(block);
     const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));

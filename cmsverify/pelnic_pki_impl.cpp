@@ -65,7 +65,7 @@ PELNIC_ERROR_CODE pelnic_pki_is_ca_cert(const PELNIC_VRF* ctx, const PELNIC_X509
         pelnic_x509_cert_get_extn_by_aoid(ctx, cert, AOID_CE_BASICCONSTRAINTS);
     if (pEntry == nullptr) return 0;
     void* pResult = nullptr;
-    if (pelnic_decode_x509_extension(ctx, pEntry, &pResult) != 0) return 0; // no CA then, and no failure
+    if (pelnic_decode_x509_extension(ctx, pEntry, &pResult) != 0) return 0; // then not a CA, and not a failure
     *is_ca = static_cast<const PELNIC_X509_BASIC_CONSTRAINTS*>(pResult)->is_ca != 0 ? 1 : 0;
     pelnic_free_x509_extension(ctx, AOID_CE_BASICCONSTRAINTS, pResult);
     return 0;
@@ -74,7 +74,7 @@ PELNIC_ERROR_CODE pelnic_pki_is_ca_cert(const PELNIC_VRF* ctx, const PELNIC_X509
 static bool hasIssuerAndSerial(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, const PELNIC_X509_NAME* issuer,
                                const PELNIC_ASN_BIGINT* serial)
 {
-    // The serial number first: it differs most often and costs least.
+    // The serial number first: it differs most often and is cheapest.
     return pelnic_compare_asn_bigint(ctx, cert->toBeSigned->serialNumber, serial) == 0 &&
            pelnic_compare_x509_name(ctx, cert->toBeSigned->issuer, issuer) == 0;
 }
@@ -90,7 +90,7 @@ static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_
 {
     PELNIC_X509_CERT* const stored = _pnvFindDuplicateCert(list, pIndex, cert);
     if (stored != nullptr) {
-        // The caller vouches for what a package had brought before, if it really is the same.
+        // The caller now vouches for a certificate that came with a package, if both really are the same.
         if (cert->bFromPackage == 0 && isIdentical(ctx, stored, cert)) stored->bFromPackage = 0;
         return PELNIC_ERR_CERT_DUPLICATE;
     }
@@ -102,7 +102,7 @@ static PELNIC_ERROR_CODE addToList(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_X509_
     return 0;
 }
 
-// A store, made when it is used for the first time.
+// A store, created at first use.
 template <typename Store> static PELNIC_ERROR_CODE ensureStore(const PELNIC_VRF* ctx, Store** ppStore)
 {
     if (*ppStore != nullptr) return 0;
@@ -154,7 +154,7 @@ PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CR
 
 // ---- Issuers (RFC 5280, 6.1.3 (a)(1), 6.1.4 (n), and 6.3.3 (f), (g))
 
-// What this run has found out about a record so far.
+// This run's findings on a record so far.
 template <typename Record>
 static PkiFindings& findingsOf(const PELNIC_VRF* ctx, const OperationRun& run, const Record* record)
 {
@@ -204,7 +204,7 @@ PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_C
     pelnic_free_pubkey(ctx, pPubKey);
     if (rc != 0) return rc;
     if (verified != 1) return PELNIC_ERR_CERT_SIGNATURE;
-    // For good, so not where a failing callback may have hidden an earlier candidate.
+    // Recorded for good, so not if a failing callback may have hidden an earlier candidate.
     if (!_pnvIsDisturbed(ctx)) cert->pIssuer = candidate;
     return 0;
 }
@@ -232,15 +232,15 @@ PELNIC_ERROR_CODE _pnvVerifyCertByIssuer(const PELNIC_VRF* ctx, const PELNIC_X50
     return rc != 0 ? rc : _pnvCheckCertIssuer(ctx, cert, issuer);
 }
 
-// More steps than this and the chain runs in a circle: certificates can issue each other.
+// With more steps than this the chain is a circle: certificates can issue each other.
 static PNV_UINT32 longestChain(const PELNIC_VRF* ctx)
 {
     const PELNIC_PKI_TRUST_STORE* const pTrust = trustStoreOf(ctx);
     return pTrust == nullptr ? 1 : pTrust->ca_certs.num + 1;
 }
 
-// The self-signed test, whose no is noted too: certificates whose subject is their issuer are told apart only by a
-// signature check.
+// The self-signed check; a negative result is noted too, because for a certificate whose subject is its issuer only a
+// signature check can tell.
 static PELNIC_ERROR_CODE testSelfSigned(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL* isSelfSigned)
 {
     if (ctx == nullptr) return PELNIC_ERR_NULL_POINTER;
@@ -285,7 +285,7 @@ PELNIC_ERROR_CODE _pnvCheckCrlIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CR
     return rc != 0 ? rc : _pnvVerifyCrlByIssuer(ctx, crl, cert);
 }
 
-// The list's first certificate that issued the CRL, or null. The first *tried are known not to have.
+// The list's first certificate that issued the CRL, or null. The first *tried are known not to be its issuer.
 static const PELNIC_X509_CERT* findCrlIssuerIn(const PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_X509_CERT& list,
                                                const PELNIC_X509_CRL* crl, PNV_UINT32* tried)
 {
@@ -350,7 +350,7 @@ PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X5
         const PELNIC_X509_CRL* pCrl = nullptr;
         rc = checkCrlOf(ctx, pSubjCert, &pCrl);
         if (rc != 0) return rc;
-        // Choosing a direct CRL has verified its issuer, and that is the certificate's own.
+        // The choice of a direct CRL has verified its issuer, which is also the certificate's.
         PNV_BOOL isIndirect = 0;
         (void)pelnic_x509_crl_is_indirect(ctx, pCrl, &isIndirect); // a failure counts as direct
         if (isIndirect == 0) {
@@ -375,7 +375,7 @@ static PELNIC_ERROR_CODE walkChain(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert
     return PELNIC_ERR_CERT_NO_ISSUER;
 }
 
-// Why no CRL could be used. A remembered failure is reported again, under the name of the search that had found it.
+// Why no CRL could be used. A remembered failure is reported again, under the name of the search that found it.
 static void reportNoCrl(PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
 {
     constexpr PNV_CHAR SEARCH[] = "_pnvFindBestCrlOfCert";
@@ -401,9 +401,8 @@ static PELNIC_ERROR_CODE verifyAtDepth(PELNIC_VRF* ctx, const PELNIC_X509_CERT* 
     return rc == 0 && !_pnvMayAccept(ctx) ? PELNIC_ERR_SYS_MEM_ALLOC : rc;
 }
 
-// The same, but once for each certificate and depth: many CRLs ask the same of their issuers, on every level of the
-// chain. The depth counts because it decides what is too deep below; all else stays as it is during an outermost
-// verification.
+// The same, but once per certificate and depth: many CRLs need the same issuers, on every level of the chain. The depth
+// matters because it decides what is too deep below; nothing else changes during an outermost verification.
 static PELNIC_ERROR_CODE verifyOnce(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PkiFindings* found)
 {
     const PNV_INT depth = ctx->curr_depth;
@@ -457,7 +456,7 @@ PNV_BOOL _pnvCrlGetIssuerScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* pCr
         PNV_TELL(Decision::CrlUnfit, 0, pCert, pCrl, nullptr, 0, CrlUnfit::NoIssuer);
         return 0;
     }
-    if (_pnvFindCertRoot(ctx, issuer) != pCrtRoot) { // the very same certificate, not an equal one
+    if (_pnvFindCertRoot(ctx, issuer) != pCrtRoot) { // the same record, not an equal one
         PNV_TELL(Decision::CrlUnfit, 0, pCert, pCrl, issuer, 0, CrlUnfit::OtherRoot);
         return 0;
     }
@@ -497,7 +496,7 @@ PNV_UINT32 _pnvCrlGetScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl, co
     PNV_LOG(ctx, PELNIC_LOG_TYPE_WARNING, PELNIC_ERR_CRL_EXPIRED,
             "Found an expired CRL, it most likely cause NO CRL error.");
     PNV_TELL(Decision::CrlUnfit, PELNIC_ERR_CRL_EXPIRED, cert, crl, nullptr, 0, CrlUnfit::Expired, nextUpdate);
-    return (score & PNV_CRL_LISTED) != 0 ? score : 0; // what an expired list revoked stays revoked
+    return (score & PNV_CRL_LISTED) != 0 ? score : 0; // an entry of an expired CRL stays revoked
 }
 
 static PELNIC_ERROR_CODE appendScore(const PELNIC_VRF* ctx, LIST_TYPE_PELNIC_CRL_SCORE_INFO* list, PNV_UINT32 score,
@@ -551,7 +550,7 @@ const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_C
     return nullptr;
 }
 
-// Entries only: the CRLs stay the store's.
+// Frees the entries only: the store owns the CRLs.
 static void freeScoreElement(PELNIC_VRF* ctx, void* pInfo)
 {
     pelnic_free(ctx, pInfo);

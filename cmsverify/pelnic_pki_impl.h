@@ -1,20 +1,19 @@
 // Stores of certificates and CRLs, chain building, and revocation (RFC 5280, 6, narrowed).
 //
-// Every certificate below a self-signed one must be covered by a CRL that chains to the same root. What came with a
-// signature, a token or a CRL can be a link of a chain and never its end.
+// Every certificate below a self-signed one must be covered by a CRL that chains to the same root. A certificate from a
+// signature, a token or a CRL can be a link of a chain but never its end.
 //
-// The order of the checks decides which code leaves where several apply. For each certificate of a chain, from the
-// signer's up:
+// If several codes apply, the order of the checks decides. For each certificate of a chain, from the signer's up:
 //   1. its dates                      PELNIC_ERR_CERT_NOT_YET_VALID, PELNIC_ERR_CERT_EXPIRED   (RFC 5280, 6.1.3 (a)(2))
-//   2. self-signed: the end           PELNIC_ERR_CERT_NO_ISSUER where it came with a package
+//   2. self-signed: the end           PELNIC_ERR_CERT_NO_ISSUER if it came with a package
 //   3. its root, and CRLs that apply  PELNIC_ERR_CERT_NO_ISSUER, PELNIC_ERR_CRL_NOT_FOUND      (6.3.3 (a) to (c))
 //   4. the best CRL's issuer          PELNIC_ERR_CRL_VERIFY; nested, so that 1 to 6 apply to it (6.3.3 (f), (g))
-//   5. what that CRL says             PELNIC_ERR_CERT_REVOKED                                  (6.3.3 (i), (j))
+//   5. that CRL's entries             PELNIC_ERR_CERT_REVOKED                                  (6.3.3 (i), (j))
 //   6. after an indirect CRL, or without CRL check: its issuer
 //                                     PELNIC_ERR_CERT_NO_ISSUER, PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_SIGNATURE
-// PELNIC_ERR_PATH_TOO_DEEP comes before 1 where too many verifications are nested. Two checks stand twice on purpose:
-// key usage in _pnvCheckCertIssuer and in _pnvVerifyCertByIssuer, because an issuer on record must still be one that
-// may sign, and likewise in _pnvCheckCrlIssuer and _pnvVerifyCrlByIssuer, which is an entry of its own.
+// PELNIC_ERR_PATH_TOO_DEEP comes before 1 if too many verifications are nested. Two checks appear twice on purpose: key
+// usage in _pnvCheckCertIssuer and in _pnvVerifyCertByIssuer, because a recorded issuer must still be allowed to sign,
+// and likewise in _pnvCheckCrlIssuer and _pnvVerifyCrlByIssuer, which is also called on its own.
 #ifndef PELNIC_PKI_IMPL_H
 #define PELNIC_PKI_IMPL_H
 
@@ -49,8 +48,8 @@ typedef struct pelnic_pki_trust_store_st {
     PkiIndex<PELNIC_X509_CRL> crl_index;
 } PELNIC_PKI_TRUST_STORE;
 
-// Stores come into being with their first element and only grow; they are searched in the order of insertion, but for
-// duplicates, which are looked up in an index beside each list.
+// Stores are created with their first element and only grow. They are searched in the order of insertion; duplicates
+// are looked up in an index beside each list.
 typedef struct pelnic_pki_store_st {
     PELNIC_PKI_LOCAL_STORE* local_store; // signers and timestamp authorities
     PELNIC_PKI_VERIFY_PARAM verify_param;
@@ -62,38 +61,38 @@ typedef struct pelnic_pki_st {
     PELNIC_PKI_STORE pki_store;
 } PELNIC_PKI;
 
-// The context's PKI object. Uninit leaves the context's handle as it is.
+// The context's PKI object. Uninit does not change the context's handle.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_init(PELNIC_VRF* ctx);
 void pelnic_pki_uninit(PELNIC_VRF* ctx);
 
-// ---- Stores. Nothing here logs. An add that succeeds takes a reference of its own; one that fails changes nothing.
-// PELNIC_ERR_NULL_POINTER for a null argument, PELNIC_ERR_NO_PKI without a PKI object, PELNIC_ERR_SYS_MEM_ALLOC when
-// the store cannot be made.
+// ---- Stores. Nothing here logs. A successful add takes its own reference; a failed one changes nothing.
+// PELNIC_ERR_NULL_POINTER for a null argument, PELNIC_ERR_NO_PKI without a PKI object, PELNIC_ERR_SYS_MEM_ALLOC if the
+// store cannot be created.
 
-// Whether basicConstraints says so. PELNIC_ERR_CERT_VERSION below version 3; an extension that does not decode says no.
+// Whether basicConstraints says CA. PELNIC_ERR_CERT_VERSION below version 3; an undecodable extension means no.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_is_ca_cert(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                       PNV_BOOL* is_ca);
-// PELNIC_ERR_CERT_NOT_CA for anything but a CA; PELNIC_ERR_CERT_DUPLICATE when one of the same issuer, serial number
-// and key is there.
+// PELNIC_ERR_CERT_NOT_CA for a certificate that is not a CA; PELNIC_ERR_CERT_DUPLICATE if the store has one with the
+// same issuer, serial number and key.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_store_add_trust_cert(const PELNIC_VRF* ctx, PELNIC_X509_CERT* cert);
-// The same without the CA test.
+// The same without the CA check.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_store_add_local_cert(const PELNIC_VRF* ctx, PELNIC_X509_CERT* cert);
-// PELNIC_ERR_CRL_DUPLICATE when one with the same signature bits is there, whatever it says.
+// PELNIC_ERR_CRL_DUPLICATE if the store has one with the same signature bits, whatever its content.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_store_add_crl(const PELNIC_VRF* ctx, PELNIC_X509_CRL* crl);
 
 // ---- Chains, at the context's base_time
 
 // Walks from the certificate to the end of its chain; with reset_depth as an outermost verification. *result is true
-// only with code 0. PELNIC_ERR_NULL_POINTER; PELNIC_ERR_PATH_TOO_DEEP when 11 verifications are in progress (logged);
-// PELNIC_ERR_CERT_NO_ISSUER when the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC when it would accept, but a
+// only with code 0. PELNIC_ERR_NULL_POINTER; PELNIC_ERR_PATH_TOO_DEEP if 11 verifications are in progress (logged);
+// PELNIC_ERR_CERT_NO_ISSUER if the chain has no acceptable end; PELNIC_ERR_SYS_MEM_ALLOC if the chain is good, but a
 // callback has failed in this run or has spoiled the context (pelnic_faults.h); the codes of the checks on the way.
-// Within an outermost verification a nested one runs once for each certificate and depth; asked again, it logs again
-// that it found no CRL, but not what lay below. Outermost is what no other verification is in progress around, whatever
+// Within an outermost verification a nested one runs once per certificate and depth. A repeated call logs again that no
+// CRL was found, but not the failures below. A verification is outermost if no other one is in progress, whatever
 // curr_depth says.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_pki_verify_cert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        PNV_BOOL reset_depth, PNV_BOOL* result);
-// The certificate that issued a CRL and verifies its signature: the trust store's first, else the local store's, or
-// null.
+// The first certificate of the trust store, or else of the local store, that issued the CRL and verifies its signature;
+// or null.
 [[nodiscard]] const PELNIC_X509_CERT* pelnic_pki_find_crl_issuer(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl);
 // The local store's first certificate with that issuer and serial number, or null.
 [[nodiscard]] const PELNIC_X509_CERT* pelnic_pki_find_cert_by_issuer_sn(const PELNIC_VRF* ctx,
@@ -102,24 +101,23 @@ void pelnic_pki_uninit(PELNIC_VRF* ctx);
 
 // PELNIC_ERR_CERT_NOT_YET_VALID, PELNIC_ERR_CERT_EXPIRED or a conversion's code; both bounds are inclusive.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCertDate(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
-// 0 when candidate issued cert, and records it as the one issuer that cert will ever have, unless a callback has failed
-// in this run. PELNIC_ERR_CERT_SIGNATURE for a bad signature or another issuer on record, PELNIC_ERR_CERT_USAGE without
-// keyCertSign.
+// 0 if candidate issued cert; then records it as cert's issuer for good, unless a callback has failed in this run.
+// PELNIC_ERR_CERT_SIGNATURE for a bad signature or another recorded issuer, PELNIC_ERR_CERT_USAGE without keyCertSign.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                     const PELNIC_X509_CERT* candidate);
-// The trust store's first certificate that issued cert, or null. In one run no candidate is asked twice.
+// The trust store's first certificate that issued cert, or null. Tries each candidate once per run.
 [[nodiscard]] const PELNIC_X509_CERT* _pnvFindCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
 [[nodiscard]] PELNIC_ERROR_CODE _pnvVerifyCertByIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                        const PELNIC_X509_CERT* issuer);
 // The self-signed end of a certificate's chain, or null.
 [[nodiscard]] const PELNIC_X509_CERT* _pnvFindCertRoot(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
-// 0 when cert issued the CRL. PELNIC_ERR_CERT_USAGE without cRLSign, PELNIC_ERR_CRL_VERIFY when the signature check
-// fails or says no.
+// 0 if cert issued the CRL. PELNIC_ERR_CERT_USAGE without cRLSign, PELNIC_ERR_CRL_VERIFY if the signature check fails
+// or the signature is bad.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCrlIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl,
                                                    const PELNIC_X509_CERT* cert);
 [[nodiscard]] PELNIC_ERROR_CODE _pnvVerifyCrlByIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl,
                                                       const PELNIC_X509_CERT* cert);
-// One step of the walk: *verifyDone at its end, else *ppAuthor is where it goes on.
+// One step of the walk: sets *verifyDone at the end, else *ppAuthor is the next certificate.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pSubjCert,
                                                               const PELNIC_X509_CERT** ppAuthor, PNV_BOOL* verifyDone);
 
@@ -136,24 +134,24 @@ typedef struct pelnic_crl_score_info_st {
 } PELNIC_CRL_SCORE_INFO;
 PNV_DECLARE_LIST(PELNIC_CRL_SCORE_INFO);
 
-// 0 when the certificate is covered and not revoked, with the CRL used; PELNIC_ERR_CERT_REVOKED, with it too;
-// PELNIC_ERR_CRL_NOT_FOUND, PELNIC_ERR_CRL_VERIFY, PELNIC_ERR_CERT_NO_ISSUER or another code when no CRL can be used.
+// 0 if the certificate is covered and not revoked, or PELNIC_ERR_CERT_REVOKED, both with the CRL used;
+// PELNIC_ERR_CRL_NOT_FOUND, PELNIC_ERR_CRL_VERIFY, PELNIC_ERR_CERT_NO_ISSUER or another code if no CRL can be used.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvCheckCrlOfCert(PELNIC_VRF* ctx, PELNIC_X509_CERT* pCert, PELNIC_X509_CRL** ppCrl);
 // The best CRL whose issuer verifies, or null with the reason in the context's last_err.
 [[nodiscard]] const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert);
-// Appends a score entry for each stored CRL that can speak for the certificate.
+// Appends a score entry for each stored CRL that applies to the certificate.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvGetScoredCrl(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                  LIST_TYPE_PELNIC_CRL_SCORE_INFO* list);
-// 0 for a CRL that cannot.
+// 0 for a CRL that does not apply.
 [[nodiscard]] PNV_UINT32 _pnvCrlGetScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl,
                                          const PELNIC_X509_CERT* cert, const PELNIC_X509_CERT* root);
-// Whether the CRL is applicable at all, and then its issuer bits.
+// Whether the CRL applies at all; if so, adds its issuer bits.
 [[nodiscard]] PNV_BOOL _pnvCrlGetIssuerScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* pCrl,
                                              const PELNIC_X509_CERT* pCert, const PELNIC_X509_CERT* pCrtRoot,
                                              PNV_UINT32* score);
 [[nodiscard]] PNV_INT _pnvCrlScoreSortDesc(const PELNIC_VRF* ctx, const void* a, const void* b);
 [[nodiscard]] const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list);
-// PELNIC_ERR_CERT_REVOKED when the entry revokes the certificate at base_time, 0 when it does not, or a failure's code.
+// PELNIC_ERR_CERT_REVOKED if the entry revokes the certificate at base_time, 0 if it does not, or a failure's code.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvIsCertRevoked(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                   const PELNIC_X509_REVOKED_ENTRY* entry);
 // True for CA certificates and for certificates whose only known purpose is timestamping.

@@ -1,4 +1,4 @@
-// A balanced binary tree (an AA tree: levels are those of a 2-3 tree) whatever order the objects come in.
+// A binary tree, balanced for any order of insertion (an AA tree: levels are those of a 2-3 tree).
 #include "pelnic_pki_index.h"
 
 // ---- Orders: negative, 0 or positive
@@ -70,7 +70,7 @@ static PNV_INT order(const PELNIC_X509_CRL& a, const PELNIC_X509_CRL& b)
     return order(*a.signature, *b.signature);
 }
 
-// ---- The tree. Recursion is as deep as the tree, which is twice the logarithm of its size at most.
+// ---- The tree. Recursion is as deep as the tree: at most twice the logarithm of its size.
 
 template <typename Object> static Object* find(Object* root, const Object& wanted)
 {
@@ -82,7 +82,7 @@ template <typename Object> static Object* find(Object* root, const Object& wante
     return nullptr;
 }
 
-// Turns a link to the left on one level into one to the right.
+// Turns a left link within a level into a right one.
 template <typename Object> static Object* skew(Object* root)
 {
     Object* const left = root->pki.pBefore;
@@ -92,7 +92,7 @@ template <typename Object> static Object* skew(Object* root)
     return left;
 }
 
-// Raises the middle one of three on one level.
+// Raises the middle of three nodes on one level.
 template <typename Object> static Object* split(Object* root)
 {
     Object* const right = root->pki.pAfter;
@@ -130,7 +130,7 @@ static Object* findDuplicate(const List& list, const PkiIndex<Object>& index, co
 
 template <typename Object> static void enter(PkiIndex<Object>* pIndex, Object* added)
 {
-    if (added->pki.nLevel != 0) { // its links are another index's
+    if (added->pki.nLevel != 0) { // its links belong to another index
         pIndex->bIncomplete = 1;
     } else {
         pIndex->pRoot = insert(pIndex->pRoot, added);

@@ -1,19 +1,19 @@
-// An index of a store's objects by the fields that make two of them duplicates, so that thousands are added without
-// comparing each with all others. The links lie in the objects: an insertion allocates nothing and cannot fail. Orders
-// are this module's own and compare octets without the memcmp callback, whose sign nobody promises.
+// An index of a store's objects by the fields that make two of them duplicates, so that adding thousands does not
+// compare each with all others. The links lie in the objects: an insertion allocates nothing and cannot fail. The
+// orderings are this module's own; they avoid the memcmp callback, whose sign has no meaning.
 #ifndef PELNIC_PKI_INDEX_H
 #define PELNIC_PKI_INDEX_H
 
 #include "pelnic_x509_templ.h"
 
-// An object has links for one index. One that is in another store already is kept out, and from then on a duplicate
-// that the index does not know is looked for in the list.
+// An object has links for one index only. An object of another store is not entered; from then on duplicates that the
+// index does not know are searched in the list.
 template <typename Object> struct PkiIndex {
     Object* pRoot;
     PNV_BOOL bIncomplete;
 };
 
-// The stored duplicate of an object, or null: a certificate of the same issuer, serial number and key, or a CRL with
+// The stored duplicate of an object, or null: a certificate with the same issuer, serial number and key, or a CRL with
 // the same signature.
 [[nodiscard]] PELNIC_X509_CERT* _pnvFindDuplicateCert(const LIST_TYPE_PELNIC_X509_CERT* list,
                                                       const PkiIndex<PELNIC_X509_CERT>* pIndex,
@@ -22,7 +22,7 @@ template <typename Object> struct PkiIndex {
                                                     const PkiIndex<PELNIC_X509_CRL>* pIndex,
                                                     const PELNIC_X509_CRL* crl);
 
-// Enters an object that has no duplicate there.
+// Enters an object that has no duplicate in the index.
 void _pnvIndexCert(PkiIndex<PELNIC_X509_CERT>* pIndex, PELNIC_X509_CERT* cert);
 void _pnvIndexCrl(PkiIndex<PELNIC_X509_CRL>* pIndex, PELNIC_X509_CRL* crl);
 

@@ -18,7 +18,7 @@ static const PELNIC_SYS_FILE_FUNCS& file(const PELNIC_VRF* ctx)
     return ctx->callback_funcs.plt_funcs.sys_funcs.file_funcs;
 }
 
-// A callback's answer, remembered when it is a failure.
+// Returns a callback's answer, and counts a failure.
 static PELNIC_ERROR_CODE counted(const PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
 {
     if (rc != 0) ++ctx->nCallbackFaults;
@@ -26,7 +26,7 @@ static PELNIC_ERROR_CODE counted(const PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
 }
 
 struct CarvedBlock {
-    CarvedBlock* pNext; // the one before it
+    CarvedBlock* pNext; // the previous block
     PNV_UINT32 nUsed;   // this header included
     PNV_UINT32 nSize;
 };
@@ -222,7 +222,7 @@ PNV_UINT64 pelnic_get_file_size(const PELNIC_VRF* ctx, PNV_FILE_HANDLE h)
 
 PNV_TIME_T pelnic_mktime(const PELNIC_VRF*, const PELNIC_DATETIME* date)
 {
-    if (date == nullptr) return PELNIC_ERR_NULL_POINTER; // a code in the time's place: callers rely on it
+    if (date == nullptr) return PELNIC_ERR_NULL_POINTER; // a code instead of a time: callers rely on it
     PNV_UINT32 year = date->uYear;
     if (year <= 1900) year += 1900;
     // The year begins in March, so that the leap day is its last.
@@ -311,7 +311,7 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
     const PNV_THREAD_ID thread = plt.get_thread_id == nullptr ? nullptr : plt.get_thread_id();
     const PNV_TIME_T time = plt.get_utc_time == nullptr ? 0 : plt.get_utc_time();
 
-    const Carving notCarved(ctx, nullptr); // the message ends here, not with a list
+    const Carving notCarved(ctx, nullptr); // the message is released here, not with a list
     const FaultWatch watch{ctx};
     void* block = nullptr;
     if (pelnic_malloc_with0(ctx, &block, LOG_MESSAGE_SIZE) != 0) {

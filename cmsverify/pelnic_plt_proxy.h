@@ -1,7 +1,7 @@
-// The library's only way to memory, strings, files, cryptography and the log: each proxy finds its callback in the
-// context's table, applies its own guards and forwards. No proxy logs; one that refuses does not touch its destination.
-// Without a context a proxy answers PELNIC_ERR_FAILED unless its line says otherwise. The log and the allocation of
-// cleared blocks are declared in pelnic_types.h.
+// The library's only access to memory, strings, files, cryptography and the log: each proxy finds its callback in the
+// context's table, checks the arguments and forwards the call. No proxy logs; a refusal leaves the destination
+// untouched. Without a context a proxy returns PELNIC_ERR_FAILED unless its comment says otherwise. pelnic_types.h
+// declares the log and the allocation of cleared blocks.
 #ifndef PELNIC_PLT_PROXY_H
 #define PELNIC_PLT_PROXY_H
 
@@ -9,7 +9,7 @@
 
 #include "pelnic_vrf.h"
 
-// What of a block is not handed out looks to AddressSanitizer like what is not allocated.
+// To AddressSanitizer the unused part of a block looks unallocated.
 #if defined(__SANITIZE_ADDRESS__)
 #define PNV_ADDRESS_SANITIZER
 #elif defined(__has_feature)
@@ -21,8 +21,8 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
-// While one lives, pelnic_malloc carves from larger blocks that the malloc callback hands out, and pelnic_free leaves
-// what it gets: it ends with the blocks. With null blocks both are the callbacks' again. They nest, and are locals.
+// During its life, pelnic_malloc carves from larger blocks of the malloc callback, and pelnic_free does nothing: the
+// memory is released with the blocks. With null blocks both use the callbacks again. Carvings nest, and are locals.
 class Carving {
 public:
     Carving(const PELNIC_VRF* ctx, CarvedBlocks* blocks) : ctx_(ctx)
@@ -42,7 +42,7 @@ private:
 };
 void _pnvFreeBlocks(const PELNIC_VRF* ctx, CarvedBlocks* blocks);
 
-// The failing callbacks from its construction on, which the proxies count; pelnic_faults.h tells what they mean.
+// The failing callbacks since its construction, counted by the proxies; see pelnic_faults.h.
 class FaultWatch {
 public:
     explicit FaultWatch(const PELNIC_VRF* ctx) : pVrf(ctx), nBefore(ctx->nCallbackFaults) {}
@@ -55,7 +55,7 @@ private:
     const PNV_UINT32 nBefore;
 };
 
-// Memory. A count above destMax is PELNIC_ERR_SYS_MEM_OVERFLOW.
+// Memory. PELNIC_ERR_SYS_MEM_OVERFLOW for a count above destMax.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_memset_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, PNV_INT c,
                                                 size_t count);
@@ -66,7 +66,7 @@ private:
 void pelnic_free(const PELNIC_VRF* ctx, void* p); // null is not forwarded
 [[nodiscard]] PNV_INT pelnic_memcmp(const PELNIC_VRF* ctx, const void* a, const void* b, size_t n); // -1
 
-// Strings. A text that does not fit with its terminating zero is PELNIC_ERR_SYS_STR_OVERFLOW.
+// Strings. PELNIC_ERR_SYS_STR_OVERFLOW for a text that does not fit with its terminating zero.
 [[nodiscard]] PNV_INT pelnic_strncmp(const PELNIC_VRF* ctx, const PNV_CHAR* a, const PNV_CHAR* b, size_t n);     // -1
 [[nodiscard]] const PNV_CHAR* pelnic_strstr(const PELNIC_VRF* ctx, const PNV_CHAR* hay, const PNV_CHAR* needle); // null
 [[nodiscard]] PNV_CHAR* pelnic_strchr(const PELNIC_VRF* ctx, PNV_CHAR* s, PNV_CHAR c);                           // null
@@ -77,11 +77,11 @@ void pelnic_free(const PELNIC_VRF* ctx, void* p); // null is not forwarded
                                                 const PNV_CHAR* src);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_strcat_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax,
                                                 const PNV_CHAR* src);
-// -1 also when the callback, which may be null, is missing.
+// -1 also without the callback, which may be null.
 [[nodiscard]] PNV_INT pelnic_vsnprintf_s(const PELNIC_VRF* ctx, PNV_CHAR* dest, size_t destMax, size_t count,
                                          const PNV_CHAR* format, va_list args);
-// The first of at most nS characters of s, up to its zero, that occurs in the string t; null when there is none or
-// when anything is null or 0. nT is tested for 0 only.
+// The first of at most nS characters of s, up to its zero, that occurs in the string t; null if there is none or if any
+// argument is null or 0. nT is only compared with 0.
 [[nodiscard]] PNV_CHAR* pelnic_strchr_ex(const PELNIC_VRF* ctx, PNV_CHAR* s, PNV_UINT32 nS, PNV_CHAR* t, PNV_UINT32 nT);
 
 // Files
@@ -97,7 +97,7 @@ PELNIC_ERROR_CODE pelnic_fclose(const PELNIC_VRF* ctx, PNV_FILE_HANDLE h);
 // is used.
 [[nodiscard]] PNV_TIME_T pelnic_mktime(const PELNIC_VRF* ctx, const PELNIC_DATETIME* date);
 
-// Cryptography. A missing callback is PELNIC_ERR_FAILED; the destory proxies do nothing then.
+// Cryptography. PELNIC_ERR_FAILED for a missing callback; the destory proxies then do nothing.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_md_ctx_create(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX* out);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_md_init(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md, PNV_UINT32 hash_id);
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_md_update(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX md, const PNV_BYTE* data,

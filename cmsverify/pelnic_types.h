@@ -1,5 +1,5 @@
-// What every module of the library is made with: the context by name, list types, the scope guard, log macros, and the
-// allocation of a record. Includes the public header alone.
+// Common to all modules of the library: the context's declaration, list types, the scope guard, log macros, and the
+// allocation of a record. Includes only the public header.
 #ifndef PELNIC_TYPES_H
 #define PELNIC_TYPES_H
 
@@ -15,23 +15,23 @@ typedef struct pelnic_vrf_st PELNIC_VRF;
         PNV_UINT32 capacity; \
     } LIST_TYPE_##type
 
-// Blocks that the elements of a long list, with all that belongs to them, are carved from (see Carving). They go
-// together, with the list. All zero: none yet.
+// Blocks from which the elements of a long list and their contents are carved (see Carving). They are released together
+// with the list. All zero: none yet.
 struct CarvedBlock;
 struct CarvedBlocks {
     CarvedBlock* pNewest;
-    PNV_UINT32 nBlockSize; // of the next one, for a request that fits
+    PNV_UINT32 nBlockSize; // of the next block, for a request that fits
 };
 
 // Reports to the context's log callback, if there is one; levels below a warning are dropped. msg is a printf format or
-// null for no message; decoded text is only ever an argument. rc is 0 where there is no code.
+// null for no message; decoded text must be an argument, never the format. rc is 0 if there is no code.
 void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
                          const PNV_CHAR* function, PELNIC_ERROR_CODE rc, const PNV_CHAR* msg, ...)
     __attribute__((format(printf, 7, 8)));
 
 #define PNV_LOG(pVrf, level, rc, ...) pelnic_log_callback(pVrf, level, __FILE__, __LINE__, __func__, rc, __VA_ARGS__)
 
-// Logs a failure and has its code as value. rc is evaluated twice: pass a variable or a constant.
+// Logs a failure; the value is its code. rc is evaluated twice: pass a variable or a constant.
 #define PNV_FAIL(pVrf, rc) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, nullptr), rc)
 // The end of an operation: 0, or a failure that is logged.
 #define PNV_DONE(pVrf, rc) ((rc) == 0 ? 0 : PNV_FAIL(pVrf, rc))
@@ -48,8 +48,8 @@ template <typename Undo> struct ScopeExit {
 };
 template <typename Undo> ScopeExit(Undo) -> ScopeExit<Undo>;
 
-// Allocates and clears. When the clearing fails the block is released but *out still holds its address: pass a local
-// and store it in a record only on success.
+// Allocates and clears. If clearing fails, the block is released but *out still holds its address: pass a local and
+// store it in a record only on success.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc_with0(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
 // pelnic_malloc_with0 for one record: writes *ppRecord only on success.
 template <typename Record> [[nodiscard]] PELNIC_ERROR_CODE _pnvNewRecord(const PELNIC_VRF* pVrf, Record** ppRecord)

@@ -1,4 +1,4 @@
-// The verify context, which every operation of the library takes first.
+// The verify context, first argument of every operation of the library.
 #ifndef PELNIC_VRF_H
 #define PELNIC_VRF_H
 
@@ -16,31 +16,31 @@ typedef struct pelnic_verify_process_st {
     LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO md_info_list;
 } PELNIC_VERIFY_PROCESS;
 
-// The run in progress, if there is one. Written by class OperationRun alone.
+// The run in progress, if there is one. Only class OperationRun writes it.
 struct RunCounts {
-    PNV_UINT64 nNumber; // of the current or latest run
+    PNV_UINT64 nNumber; // of the current or last run
     PNV_UINT32 nInProgress;
-    PNV_UINT32 nFaultsBefore; // nCallbackFaults when it began
+    PNV_UINT32 nFaultsBefore; // nCallbackFaults at its begin
 };
 
 struct pelnic_vrf_st {
     size_t st_size;
-    PNV_BOOL crl_frozen; // set by the first begin: no CRL can be added any more
+    PNV_BOOL crl_frozen; // set by the first begin: no more CRLs can be added
     PELNIC_CALLBACK_FUNCS callback_funcs;
     PELNIC_VRF_PARAMS vrf_params;
     PELNIC_PKI_CTX pki_ctx;
-    LIST_TYPE_PELNIC_X509_CRL crl_list; // added and not yet handed to the PKI object
+    LIST_TYPE_PELNIC_X509_CRL crl_list; // added, not yet passed to the PKI object
     PELNIC_VERIFY_PROCESS vrf_proc;
     PNV_TIME_T base_time; // the time at which everything is judged
     PELNIC_ERROR_CODE last_err;
     PNV_INT curr_depth; // nested certificate verifications in progress
     PNV_BYTE resv[64];
-    mutable PNV_UINT32 nCallbackFaults; // failing callbacks so far; pelnic_faults.h tells what they mean
-    mutable CarvedBlocks* pCarving;     // where allocations come from while it is not null; see Carving
+    mutable PNV_UINT32 nCallbackFaults; // failing callbacks so far; see pelnic_faults.h
+    mutable CarvedBlocks* pCarving;     // the source of allocations unless null; see Carving
     PNV_BOOL bInputLost;                // one of them cost a certificate or CRL for good
     mutable RunCounts run;
     PNV_UINT32 nVerificationsInProgress; // calls of pelnic_pki_verify_cert, the nested ones included
-    PNV_UINT32 nVerification;            // number of the current or latest outermost one
+    PNV_UINT32 nVerification;            // number of the current or last outermost one
 };
 
 #endif

@@ -1,4 +1,4 @@
-// Who is told, and the elements that are being decoded: both of the thread, since a context belongs to one thread.
+// The observer and the elements being decoded, both per thread, because a context belongs to one thread.
 #include "pelnic_witness.h"
 
 #ifdef CMSVERIFY_WITNESS
@@ -32,7 +32,7 @@ void _pnvTell(const WitnessEvent& event)
 
 void _pnvTellFault(DecodeFault fault, const PELNIC_ASN1_TEMPLATE* row)
 {
-    if (innermost == nullptr) return; // a part of the engine, called on its own
+    if (innermost == nullptr) return; // a part of the decoder, called on its own
     WitnessEvent event{Decision::Undecodable};
     event.step = innermost;
     event.fault = fault;

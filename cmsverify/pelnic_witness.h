@@ -1,7 +1,7 @@
-// What a verification decides and where decoding fails, told while it happens to whoever asked for it.
+// Reports the decisions of a verification and the failures of decoding to an observer, as they happen.
 //
-// A product has none of it: without CMSVERIFY_WITNESS every macro below is nothing, or the code that it is given. With
-// it no decision, code or log record is another, and none of the witness's answers is ever asked for.
+// A product has none of it: without CMSVERIFY_WITNESS every macro below is empty, or just its code. With it all
+// decisions, codes and log records stay the same, because the observer returns nothing.
 #ifndef PELNIC_WITNESS_H
 #define PELNIC_WITNESS_H
 
@@ -12,21 +12,21 @@
 typedef struct pelnic_x509_cert_st PELNIC_X509_CERT;
 typedef struct pelnic_x509_crl_st PELNIC_X509_CRL;
 
-// Why an element does not decode.
+// Why an element cannot be decoded.
 enum class DecodeFault : PNV_BYTE {
     None,
-    End,        // nothing stands there
+    End,        // no octets left
     TagForm,    // a tag of more than one octet
-    Tag,        // another element than the expected one
+    Tag,        // not the expected element
     LengthForm, // the indefinite form, or a length of more than four octets
-    Length,     // more than is left of the input
-    Missing,    // the element ends before a field that it must have
-    Overrun,    // what is inside ends behind the element's own end
-    Value,      // content that the type does not have
-    Type,       // a type that the table does not know
+    Length,     // more than the rest of the input
+    Missing,    // the element ends before a required field
+    Overrun,    // the contents extend beyond the element
+    Value,      // content that the type does not allow
+    Type,       // a type that is not in the table
 };
 
-// An element that is being decoded, in the element around it.
+// An element being decoded, inside an outer element.
 struct DecodeStep {
     DecodeStep(const PELNIC_BUF* b, const PELNIC_ASN1_TEMPLATE* row, const PNV_CHAR* name, PNV_UINT32 index = NO_INDEX);
     ~DecodeStep();
@@ -36,43 +36,43 @@ struct DecodeStep {
     static constexpr PNV_UINT32 NO_INDEX = 0xFFFFFFFF;
 
     const DecodeStep* above;
-    const PELNIC_BUF* input; // null for a list whose elements are inputs of their own
+    const PELNIC_BUF* input; // null for a list whose elements are separate inputs
     const PELNIC_ASN1_TEMPLATE* row;
-    const PNV_CHAR* name; // null for an input as a whole
+    const PNV_CHAR* name; // null for a whole input
     PNV_UINT32 index;     // in its list
     PNV_UINT32 offset;    // in its input
 };
 
-// Where a verification decides. Each has a code, 0 for yes, and the records that it is about; they are the library's,
-// and good during the call alone.
+// The decisions of a verification. Each has a code, 0 for yes, and the records concerned; the library owns these, and
+// they are valid only during the call.
 enum class Decision : PNV_BYTE {
-    Undecodable,   // step, fault and row: the element, and the row of what was expected
-    Roots,         // trusted certificates were taken in
-    Crls,          // CRLs were taken in
+    Undecodable,   // step, fault and row: the element, and the row of the expected one
+    Roots,         // trusted certificates were added
+    Crls,          // CRLs were added
     Signature,     // a signature was decoded
-    CertTaken,     // cert: one that came with a signature went into a store
+    CertTaken,     // cert: a certificate of a signature was added to a store
     Signer,        // a signer is next
-    SignerDone,    // its own signature, or where the payload is signed directly, that it can be checked
-    Token,         // a signer's timestamp was decoded, up to its TSTInfo
-    Time,          // the imprint was compared, and the time became time
+    SignerDone,    // its signature was verified, or prepared if it covers the payload directly
+    Token,         // a signer's timestamp was decoded, including its TSTInfo
+    Time,          // the imprint was compared; time: the timestamp's
     Authority,     // a signer of the timestamp is next
-    AuthorityDone, // all of the above about it
-    SignerCert,    // cert or null: that of the signer or authority
-    Usage,         // cert: what it may be used for; number: the purpose, 0 for its key usage
+    AuthorityDone, // all checks of it are done
+    SignerCert,    // cert or null: the certificate of the signer or authority
+    Usage,         // cert: its usage was checked; number: the extended key usage, 0 for the key usage
     Chain,         // cert: the verification of its chain is next
     ChainDone,     // cert
-    TooDeep,       // cert: not looked at
+    TooDeep,       // cert: not verified
     Dates,         // cert at time
     SelfSigned,    // cert: the end of its chain
-    Issuer,        // cert, and other or null: the CA that issued it
-    CrlUnfit,      // cert, crl: why it gets no score, in unfit
+    Issuer,        // cert; other: the CA that issued it, or null
+    CrlUnfit,      // cert, crl; unfit: why it gets no score
     CrlScored,     // cert, crl; number: the score
     CrlIssuer,     // crl, other: whether its issuer verifies
-    CrlChosen,     // cert, and crl or null
+    CrlChosen,     // cert; crl or null
     Revocation,    // cert, crl; number: the entry that decided
     Link,          // cert: all of the above about it
     Value,         // cert: whether its key made the signature
-    Payload,       // the content was compared; number: the verdict
+    Payload,       // the content's digest was compared; number: the verdict
 };
 
 enum class CrlUnfit : PNV_BYTE { None, NoIssuer, OtherRoot, NoEnd, Expired };
@@ -88,11 +88,11 @@ struct WitnessEvent {
     PNV_TIME_T time = 0;
     const DecodeStep* step = nullptr;
     DecodeFault fault = DecodeFault::None;
-    const PELNIC_ASN1_TEMPLATE* row = nullptr; // null where nothing in particular was expected
+    const PELNIC_ASN1_TEMPLATE* row = nullptr; // null if nothing in particular was expected
 };
 typedef void (*WitnessFunc)(void* user, const WitnessEvent& event);
 
-// Who is told of what this thread does from now on; null for nobody. Gives back who was.
+// Sets this thread's observer; null for none. Returns the previous one.
 struct Witness {
     WitnessFunc func;
     void* user;
@@ -100,7 +100,7 @@ struct Witness {
 Witness _pnvSetWitness(Witness witness);
 
 void _pnvTell(const WitnessEvent& event);
-// Of the element that is being decoded; row is that of what is missing, or null for its own.
+// About the element being decoded; row is that of the missing field, or null for the element's own.
 void _pnvTellFault(DecodeFault fault, const PELNIC_ASN1_TEMPLATE* row = nullptr);
 
 #define PNV_TELL(...) _pnvTell(WitnessEvent{__VA_ARGS__})

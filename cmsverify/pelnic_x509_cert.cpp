@@ -1,4 +1,4 @@
-// Questions about a decoded certificate.
+// Queries on a decoded certificate.
 #include "pelnic_x509_cert.h"
 
 #include "pelnic_asn1_utils.h"

@@ -1,4 +1,4 @@
-// Questions about a decoded certificate. PELNIC_ERR_NULL_POINTER for a null argument; decoding failures are passed on.
+// Queries on a decoded certificate. PELNIC_ERR_NULL_POINTER for a null argument; decoding failures are passed on.
 #ifndef PELNIC_X509_CERT_H
 #define PELNIC_X509_CERT_H
 
@@ -12,17 +12,17 @@ constexpr PNV_UINT32 PNV_KU_CRL_SIGN = 0x02;
 constexpr PNV_UINT32 PNV_EKU_CODE_SIGNING = 0x08;
 constexpr PNV_UINT32 PNV_EKU_TIME_STAMPING = 0x40;
 
-// Whether subject and issuer agree and the certificate's own key verifies its signature. A certificate found to be
-// self-signed becomes its own pIssuer, so that the signature is checked only once.
+// Whether subject and issuer are equal and the certificate's own key verifies its signature. A self-signed certificate
+// becomes its own pIssuer, so that the signature is checked only once.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_x509_is_self_signed(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT* pCert,
                                                            PNV_BOOL* isSelfSigned);
-// PELNIC_ERR_NO_KEY_USAGE when the extension is missing or empty.
+// PELNIC_ERR_NO_KEY_USAGE if the extension is missing or empty.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_x509_cert_get_keyusage(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT* pCert,
                                                               PNV_UINT32* usage);
-// A missing extension is a usage of 0, and no error; so is, with its error, one that does not decode.
+// The usage is 0 for a missing extension, which is not an error, and for an undecodable one, which is.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_x509_cert_get_extend_keyusage(const PELNIC_VRF* pVrf,
                                                                      const PELNIC_X509_CERT* pCert, PNV_UINT32* usage);
-// The extension inside the certificate, or null.
+// The certificate's extension, or null.
 [[nodiscard]] const PELNIC_X509_EXTENSION_ENTRY* pelnic_x509_cert_get_extn_by_aoid(const PELNIC_VRF* pVrf,
                                                                                    const PELNIC_X509_CERT* pCert,
                                                                                    PELNIC_AOIDS aoid);

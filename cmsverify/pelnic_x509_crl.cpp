@@ -1,11 +1,11 @@
-// Questions about a decoded CRL.
+// Queries on a decoded CRL.
 #include "pelnic_x509_crl.h"
 
 #include "pelnic_x509_utils.h"
 
 PELNIC_ERROR_CODE pelnic_x509_crl_is_indirect(const PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl, PNV_BOOL* isIndirect)
 {
-    if (isIndirect != nullptr) *isIndirect = 0; // callers go on with it whatever is returned
+    if (isIndirect != nullptr) *isIndirect = 0; // callers use it whatever is returned
     if (pVrf == nullptr || pCrl == nullptr || isIndirect == nullptr) return PELNIC_ERR_NULL_POINTER;
     const PELNIC_X509_EXTENSION_ENTRY* const pEntry =
         pelnic_x509_crl_get_extn_by_aoid(pVrf, pCrl, AOID_CE_ISSUINGDISTRIBUTIONPOINT);

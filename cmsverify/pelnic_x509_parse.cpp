@@ -8,7 +8,7 @@
 
 constexpr PNV_BYTE CONTENT_ONLY = PNV_TAG_CONTENT_ONLY;
 
-// The length of the element that the input begins with, which has been decoded before.
+// The length of the first element of the input, which has been decoded before.
 static PNV_UINT32 encodedLength(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded, PNV_UINT32 length)
 {
     PELNIC_BUF b = {};

@@ -106,7 +106,7 @@ const PELNIC_ASN1_TEMPLATE PELNIC_X509_CERT_BUNDLE_templ[] = {
 constexpr PELNIC_ASN1_ITEM PELNIC_X509_CERT_BUNDLE_item =
     _pnvSetOf<PELNIC_X509_CERT_BUNDLE_item>(PELNIC_X509_CERT_BUNDLE_templ);
 
-// CertificateSet (RFC 5652, 10.2.3), its elements left as they are
+// CertificateSet (RFC 5652, 10.2.3), its elements undecoded
 const PELNIC_ASN1_TEMPLATE PELNIC_X509_CERT_RAW_BUNDLE_templ[] = {
     PNV_ELEMENTS(PELNIC_X509_CERT_RAW_BUNDLE, bundle, PELNIC_ASN_OCTS_item, 5),
 };
@@ -129,8 +129,8 @@ const PELNIC_ASN1_TEMPLATE PELNIC_SEQOF_X509_REVOKED_templ[] = {
 constexpr PELNIC_ASN1_ITEM PELNIC_SEQOF_X509_REVOKED_item =
     _pnvSequenceOf<PELNIC_SEQOF_X509_REVOKED_item>(PELNIC_SEQOF_X509_REVOKED_templ);
 
-// TBSCertList. Unlike RFC 5280, next_update is required; since it takes any tag, a list without it has what follows
-// this_update taken for it.
+// TBSCertList. Unlike RFC 5280, next_update is required. It takes any tag: in a list without it, it is the element
+// after this_update.
 using TBSL = PELNIC_X509_CRLINFO;
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_X509_CRLINFO_templ[] = {
     PNV_FIELD(TBSL, version,        PNV_UNTAGGED,    PELNIC_ASN_INT_item, PNV_OPTIONAL),
@@ -169,7 +169,7 @@ constexpr PELNIC_ASN1_TEMPLATE PELNIC_X509_BASIC_CONSTRAINTS_templ[] = {
 constexpr PELNIC_ASN1_ITEM PELNIC_X509_BASIC_CONSTRAINTS_item =
     _pnvSequence<PELNIC_X509_BASIC_CONSTRAINTS_item>(PELNIC_X509_BASIC_CONSTRAINTS_templ);
 
-// AuthorityKeyIdentifier (RFC 5280, 4.2.1.1), its GeneralNames left as they are
+// AuthorityKeyIdentifier (RFC 5280, 4.2.1.1), its GeneralNames undecoded
 using AKI = PELNIC_X509_AUTHORITY_KID;
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_X509_AUTHORITY_KID_templ[] = {
     PNV_FIELD(AKI, keyIdentifier,             PNV_IMPLICIT(0), PELNIC_ASN_OCTS_item, PNV_OPTIONAL),
@@ -179,7 +179,7 @@ constexpr PELNIC_ASN1_TEMPLATE PELNIC_X509_AUTHORITY_KID_templ[] = {
 constexpr PELNIC_ASN1_ITEM PELNIC_X509_AUTHORITY_KID_item =
     _pnvSequence<PELNIC_X509_AUTHORITY_KID_item>(PELNIC_X509_AUTHORITY_KID_templ);
 
-// IssuingDistributionPoint (RFC 5280, 5.2.5), its DistributionPointName left as it is
+// IssuingDistributionPoint (RFC 5280, 5.2.5), its DistributionPointName undecoded
 using IDP = PELNIC_X509_ISSUING_DIST_POINT;
 constexpr PELNIC_ASN1_TEMPLATE PELNIC_X509_ISSUING_DIST_POINT_templ[] = {
     PNV_FIELD(IDP, distpoint,       PNV_IMPLICIT(0), PELNIC_ASN_OCTS_item, PNV_OPTIONAL),

@@ -1,5 +1,5 @@
-// X.509 certificates and CRLs (RFC 5280) as decoded records, and the items that decode them. Only what verification
-// needs is taken apart: names, times, parameters and extension values stay tagged octets. Every record owns copies.
+// X.509 certificates and CRLs (RFC 5280) as decoded records, and the items that decode them. Only the parts needed for
+// verification are decoded: names, times, parameters and extension values stay tagged octets. Every record owns copies.
 #ifndef PELNIC_X509_TEMPL_H
 #define PELNIC_X509_TEMPL_H
 
@@ -70,34 +70,34 @@ typedef struct pelnic_x509_certinfo_st {
 
 typedef struct pelnic_x509_cert_st PELNIC_X509_CERT;
 
-// What the PKI finds out about a record, so that it finds it out once in a run. Void in any other run or context.
+// The PKI's findings on a record, so that each is computed once per run. Void in any other run or context.
 struct PkiFindings {
     const PELNIC_VRF* pVrf; // context and number of the run
     PNV_UINT64 nRun;
     PNV_UINT32 nTrustTried;             // index of the first CA not yet tried as its issuer
     PNV_UINT32 nLocalTried;             // the same in the local store, for a CRL
-    const PELNIC_X509_CERT* pCrlIssuer; // has verified the CRL's signature
-    PNV_BOOL bNotSelfSigned;            // its signature does not verify with its own key
-    PNV_UINT32 nVerification;           // number of the outermost verification that the rest is about
-    PNV_UINT32 nVerifiedDepths;         // bit d: nResult[d] is what verifying it at depth d returned
+    const PELNIC_X509_CERT* pCrlIssuer; // verified the CRL's signature
+    PNV_BOOL bNotSelfSigned;            // its own key does not verify its signature
+    PNV_UINT32 nVerification;           // number of the outermost verification to which the rest belongs
+    PNV_UINT32 nVerifiedDepths;         // bit d: nResult[d] is the result of verifying it at depth d
     PELNIC_ERROR_CODE nResult[11];      // MAX_NESTED_VERIFICATIONS
 };
 
-// The PKI's own notes on a record, which nobody else reads or writes.
+// The PKI's notes on a record; no other module reads or writes them.
 template <typename Record> struct PkiNotes {
     PkiFindings found;
-    // Where the record stands in the index of its store; level 0 in none.
+    // The record's place in the index of its store; level 0 for none.
     Record* pBefore;
     Record* pAfter;
     PNV_UINT32 nLevel;
 };
 
 struct pelnic_x509_cert_st {
-    PELNIC_ASN_OCTS* raw_signed; // the whole encoding of toBeSigned, which is what the signature covers
+    PELNIC_ASN_OCTS* raw_signed; // the whole encoding of toBeSigned, covered by the signature
     PELNIC_X509_CERTINFO* toBeSigned;
     PELNIC_X509_ALGO_IDENTIFIER* algorithm;
     PELNIC_ASN_BITS* signature;
-    mutable const PELNIC_X509_CERT* pIssuer; // not owned; once found it stays
+    mutable const PELNIC_X509_CERT* pIssuer; // not owned; never changes once set
     PNV_INT32 iRef;
     PNV_BOOL bFromPackage; // came with a signature, a token or a CRL: never ends a chain
     mutable PkiNotes<PELNIC_X509_CERT> pki;

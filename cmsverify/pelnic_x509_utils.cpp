@@ -1,4 +1,4 @@
-// Comparisons, lookups, conversions and the generic signature check.
+// Comparisons, lookups, conversions and the common signature check.
 #include "pelnic_x509_utils.h"
 
 #include "pelnic_asn1_utils.h"
@@ -104,7 +104,7 @@ PELNIC_ERROR_CODE _pnvGetBigIntFromOcts(const PELNIC_VRF* pVrf, PELNIC_BIGINT* b
     return PELNIC_ERR_NULL_POINTER;
 }
 
-// What an attribute's value is introduced with, or null for a type outside the table of identifiers.
+// The prefix of an attribute's value, or null for a type that is not in the table of identifiers.
 static const PNV_CHAR* attributePrefix(PELNIC_AOIDS type)
 {
     switch (type) {
@@ -120,8 +120,8 @@ static const PNV_CHAR* attributePrefix(PELNIC_AOIDS type)
     }
 }
 
-// Prefix and value in a zero-filled buffer. A value that leaves no room for the terminating zero loses its last octet,
-// with a log record; a longer one is left out without one.
+// Writes prefix and value into a zero-filled buffer. A value that leaves no room for the terminating zero loses its
+// last octet, with a log record; a longer one is silently left out.
 static PELNIC_ERROR_CODE formatAttribute(const PELNIC_VRF* pVrf, const PELNIC_X509_ATTR_ENTRY* pEntry,
                                          PNV_CHAR (&text)[ATTRIBUTE_TEXT_SIZE])
 {
@@ -141,7 +141,7 @@ static PELNIC_ERROR_CODE formatAttribute(const PELNIC_VRF* pVrf, const PELNIC_X5
     return 0;
 }
 
-// Appends an RDN's attributes; the first that does not fit takes the rest of its RDN with it.
+// Appends an RDN's attributes up to the first that does not fit.
 static PELNIC_ERROR_CODE appendRdn(const PELNIC_VRF* pVrf, const PELNIC_X509_ATTR_BUNDLE* pRdn, PNV_CHAR* name)
 {
     for (PNV_UINT32 i = 0; i < pRdn->attrs.num; ++i) {
@@ -179,7 +179,7 @@ PELNIC_ERROR_CODE pelnic_convert_from_x509_name(const PELNIC_VRF* pVrf, const PE
     return 0;
 }
 
-// The crypto callbacks' part of a signature check.
+// The calls of the crypto callbacks in a signature check.
 static PELNIC_ERROR_CODE runVerification(const PELNIC_VRF* pVrf, const PNV_BYTE* pbSrc, PNV_UINT32 nSrc,
                                          const PNV_BYTE* pbSig, PNV_UINT32 nSig, const PELNIC_BIGINT* e,
                                          const PELNIC_BIGINT* n, PELNIC_AOIDS hashAlgo, PNV_BOOL* pResult)

@@ -1,9 +1,9 @@
-// Which octets are hashed, with which algorithm, and which combinations are refused.
+// Selects the hashed octets and the algorithm, and refuses bad combinations.
 #include "pelnic_x509_verify.h"
 
 #include "pelnic_x509_utils.h"
 
-// What a certificate and a CRL have in common.
+// The common part of certificates and CRLs.
 struct SignedObject {
     const PELNIC_X509_ALGO_IDENTIFIER* outer;
     const PELNIC_X509_ALGO_IDENTIFIER* inner;
@@ -15,7 +15,7 @@ struct SignedObject {
 static PELNIC_ERROR_CODE verify(const PELNIC_VRF* pVrf, const SignedObject& object, const PELNIC_PUBKEY* pPubKey,
                                 PNV_BOOL* pResult)
 {
-    // Identifiers, not encodings: parameters do not count, and two that are both unknown fail in the next step.
+    // Compares identifiers, not encodings: parameters are ignored, and two unknown ones fail in the next step.
     const PELNIC_AOIDS algorithm = pelnic_find_aoid(pVrf, &object.outer->algorithm);
     if (algorithm != pelnic_find_aoid(pVrf, &object.inner->algorithm)) return object.algorithmsDiffer;
     const PELNIC_AOIDS hashAlgo = pelnic_get_hash_aoid_from_sign(algorithm);

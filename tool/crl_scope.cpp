@@ -4,7 +4,7 @@
 #include "cmsverify/pelnic_x509_crl.h"
 #include "cmsverify/pelnic_x509_utils.h"
 
-// Whether a CRL is marked as a delta CRL, whose extension (RFC 5280, 5.2.4) the library has no name for.
+// Whether a CRL is marked as a delta CRL. The library has no name for that extension (RFC 5280, 5.2.4).
 static bool isDelta(const PELNIC_X509_CRL* pCrl)
 {
     const PELNIC_X509_EXTENSION_BUNDLE* const pBundle = pCrl->tbs_cert_list->extensions;

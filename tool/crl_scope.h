@@ -1,20 +1,20 @@
-// What a CRL does not speak for. The library takes any CRL of an issuer for a full one (RFC 5280, 5.2.4 and 5.2.5 tell
-// them apart); the strict rules and pkgtool lint do not.
+// The limits of a CRL's scope (RFC 5280, 5.2.4 and 5.2.5). The library treats every CRL of an issuer as a full one; the
+// strict rules and pkgtool lint do not.
 #ifndef PKGCHECK_CRL_SCOPE_H
 #define PKGCHECK_CRL_SCOPE_H
 
 #include "cmsverify/pelnic_x509_templ.h"
 
-constexpr PNV_UINT32 PKGCHECK_CRL_DELTA = 0x01;           // only what changed since another CRL
-constexpr PNV_UINT32 PKGCHECK_CRL_USERS_ONLY = 0x02;      // only certificates that are no CA's
+constexpr PNV_UINT32 PKGCHECK_CRL_DELTA = 0x01;           // only changes since another CRL
+constexpr PNV_UINT32 PKGCHECK_CRL_USERS_ONLY = 0x02;      // only certificates of non-CAs
 constexpr PNV_UINT32 PKGCHECK_CRL_CAS_ONLY = 0x04;        // only certificates of CAs
 constexpr PNV_UINT32 PKGCHECK_CRL_ATTRIBUTES_ONLY = 0x08; // only attribute certificates
 constexpr PNV_UINT32 PKGCHECK_CRL_SOME_REASONS = 0x10;    // only certificates revoked for some reasons
 constexpr PNV_UINT32 PKGCHECK_CRL_ONE_POINT = 0x20;       // only certificates that name its distribution point
 constexpr PNV_UINT32 PKGCHECK_CRL_INDIRECT = 0x40;        // certificates of other issuers as well
-constexpr PNV_UINT32 PKGCHECK_CRL_UNREADABLE = 0x80;      // its issuing distribution point does not decode
+constexpr PNV_UINT32 PKGCHECK_CRL_UNREADABLE = 0x80;      // undecodable issuing distribution point
 
-// Any of these together; 0 for a full CRL.
+// Any combination of these; 0 for a full CRL.
 [[nodiscard]] PNV_UINT32 pkgcheck_crl_scope(const PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl);
 
 #endif

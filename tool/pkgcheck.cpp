@@ -1,4 +1,4 @@
-// Reads a package whole, interprets its header and hands the byte ranges to the verification.
+// Reads a whole package, interprets its header and passes the octet ranges to the verification.
 #include "pkgcheck.h"
 
 #include <arpa/inet.h>
@@ -28,7 +28,7 @@ constexpr int BAD_SUB_FILE_NUM = -2;
 constexpr int NOT_STRICT = -3;
 constexpr int BAD_ARGUMENT = -22;
 
-// Ends with the word of the rules on what is in order otherwise; acceptance is the line for it.
+// Ends the check of an otherwise good package with the verdict of the rules; acceptance is the line for success.
 static int conclude(const PkgcheckJob* job, const char* refusal, const char* acceptance)
 {
     if (refusal != nullptr) {
@@ -39,7 +39,7 @@ static int conclude(const PkgcheckJob* job, const char* refusal, const char* acc
     return 0;
 }
 
-// A buffer of zeros: fresh pages are, which calloc knows.
+// A zeroed buffer; calloc knows that fresh pages are zero.
 static PNV_BYTE* newBuffer(PNV_UINT32 size)
 {
     void* const buffer = calloc(size, 1);
@@ -47,10 +47,10 @@ static PNV_BYTE* newBuffer(PNV_UINT32 size)
     return static_cast<PNV_BYTE*>(buffer);
 }
 
-// A whole file in memory. The buffer is the caller's to free when the result is 0.
+// Reads a whole file. If the result is 0, the caller frees the buffer.
 static int readPackage(const char* filename, PNV_BYTE** pBuffer, PNV_UINT32* pLength)
 {
-    // Without O_NONBLOCK a FIFO that nobody writes to would hold the checker for ever.
+    // Without O_NONBLOCK a FIFO without a writer would block the checker for ever.
     const int fd = open(filename, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         printf("Failed to open file(name %s err %d)\n", filename, errno);
@@ -62,7 +62,7 @@ static int readPackage(const char* filename, PNV_BYTE** pBuffer, PNV_UINT32* pLe
         close(fd);
         return REFUSED;
     }
-    // A length that cannot be told counts as 4294967295, which no allocation could hold.
+    // An unknown length counts as 4294967295, which cannot be allocated.
     const bool allocatable = end >= 0 && end <= off_t{0xFFFFFFFF};
     const PNV_UINT32 uiFileLen = static_cast<PNV_UINT32>(end);
     PNV_BYTE* const buffer = allocatable ? newBuffer(uiFileLen) : nullptr;
@@ -84,13 +84,13 @@ static int readPackage(const char* filename, PNV_BYTE** pBuffer, PNV_UINT32* pLe
     return 0;
 }
 
-// The address of a sub-file, formed as the header has it: it may wrap and is not used before it has been range-checked.
+// The address of a sub-file according to the header: it may wrap and is range-checked before use.
 static const PNV_BYTE* subFileAddress(const PNV_BYTE* package, PNV_UINT32 offset)
 {
     return reinterpret_cast<const PNV_BYTE*>(reinterpret_cast<uintptr_t>(package) + HEADER_SIZE + offset);
 }
 
-// Of two entries of one type the later one wins, unknown types are passed over.
+// Of two entries with one type the later one counts; unknown types are ignored.
 PELNIC_VERIFY_SIGNATURE_S pkgcheck_locate(const PNV_BYTE* package, const SProgramFileHeader_S* header)
 {
     PELNIC_VERIFY_SIGNATURE_S sig = {};
@@ -117,11 +117,11 @@ PELNIC_VERIFY_SIGNATURE_S pkgcheck_locate(const PNV_BYTE* package, const SProgra
     return sig;
 }
 
-// Whether a sub-file that has any bytes has all of them inside the package.
+// Whether all octets of a sub-file, if it has any, lie inside the package.
 static bool isInside(const PNV_BYTE* package, PNV_UINT32 packageLength, const PNV_BYTE* start, PNV_UINT32 length)
 {
     if (length == 0) return true;
-    // Address arithmetic wraps on 32 bits, and so does this difference: it is 352 + offset again only if nothing lied.
+    // Address arithmetic wraps on 32 bits, and so does this difference: it is 352 + offset again only for true values.
     const uintptr_t position = reinterpret_cast<uintptr_t>(start) - reinterpret_cast<uintptr_t>(package);
     return position >= HEADER_SIZE && PNV_UINT64{position} + length <= packageLength;
 }
@@ -145,7 +145,7 @@ static int checkSignedPackage(const PNV_BYTE* package, PNV_UINT32 packageLength,
     job->code = inside ? Pelnic_Verify_Signature_Logged(&sig, job->log) : PELNIC_ERR_FAILED;
     const char* const stopped = inside && job->code != 0 ? pkgcheck_work_refusal() : nullptr;
     if (stopped != nullptr) {
-        job->code = 0; // whatever the library made of a check without an answer
+        job->code = 0; // whatever the library returned for a check without an answer
         return conclude(job, stopped, "");
     }
     if (job->code != 0) {
@@ -177,7 +177,7 @@ int pkgcheck_run(int argc, char** argv)
         puts("Invalid arg count");
         return BAD_ARGUMENT;
     }
-    // A path that does not fit leaves the name empty, and opening it then fails with errno 2.
+    // For a path that does not fit the name stays empty, and opening it fails with errno 2.
     char filename[NAME_SIZE + 1] = {};
     (void)memcpy_s(filename, NAME_SIZE, argv[1], strlen(argv[1]));
 

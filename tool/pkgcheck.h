@@ -15,10 +15,10 @@ typedef struct sub_file_info_st {
 
 typedef struct program_file_header_st {
     PNV_UINT32 ulReserved4RPS;
-    PNV_UINT32 ulHeaderCrc; // the two checksums are carried and not used
+    PNV_UINT32 ulHeaderCrc; // both checksums are unused
     PNV_UINT32 ulFileID;
     PNV_UINT32 ulVersion;
-    PNV_UINT32 ulSubFileNum; // decides: 1 is an unsigned package, 3 a signed one
+    PNV_UINT32 ulSubFileNum; // 1: unsigned package, 3: signed package
     SSubFileInfo_S stSubFileInfo[8];
     PNV_CHAR strDescription[224];
     PNV_UINT32 ulLength;
@@ -30,24 +30,24 @@ constexpr PNV_UINT32 SUB_FILE_PAYLOAD = 0x00000001;
 constexpr PNV_UINT32 SUB_FILE_CMS = 0x10000001;
 constexpr PNV_UINT32 SUB_FILE_CRL = 0x10000002;
 
-// Where the parts of a signed package lie, as its header has it: an address may wrap, and is checked before it is used.
-// The root is left out.
+// The parts of a signed package, as its header locates them: an address may wrap and is checked before use. The root is
+// not included.
 PELNIC_VERIFY_SIGNATURE_S pkgcheck_locate(const PNV_BYTE* package, const SProgramFileHeader_S* header);
 
-// What a check is made with, and what comes of it besides its status.
+// The inputs of a check, and its results besides the status.
 struct PkgcheckJob {
     const PNV_BYTE* pRoot; // the trusted root certificate
     PNV_UINT32 uiRootLength;
     func_pelnic_log_callback log; // may be null
-    FILE* out;                    // gets the outcome's line
-    PELNIC_ERROR_CODE code;       // the verification's result; 0 when the check did not get that far
+    FILE* out;                    // receives the outcome's line
+    PELNIC_ERROR_CODE code;       // the verification's result; 0 if the check did not get that far
 };
 
-// Checks a package in memory, which is at least as long as a header. Returns what pkgcheck_run would.
+// Checks a package in memory, at least as long as a header. Returns the status of pkgcheck_run.
 int pkgcheck_check(const PNV_BYTE* package, PNV_UINT32 packageLength, PkgcheckJob* job);
 
 // Checks the package that argv[1] names, prints the outcome's line and returns the exit status of main:
-// 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -3 refused by the strict checker alone, -22
+// 0 accepted, -1 refused or unreadable, -2 neither one nor three sub-files, -3 refused only by the strict checker, -22
 // no path.
 int pkgcheck_run(int argc, char** argv);
 

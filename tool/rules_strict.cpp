@@ -1,4 +1,4 @@
-// Reads a verified signature and its CRLs again, with the decoder that verified them; and limits the work of verifying.
+// Decodes a verified signature and its CRLs again, with the same decoder; and limits the work of a verification.
 #include "rules.h"
 
 #include "crl_scope.h"
@@ -18,7 +18,7 @@ static bool hasAttributes(const PELNIC_PKCS7_SIGNER_INFO& signer)
     return signer.auth_attrs != nullptr && signer.auth_attrs->attrs.num != 0;
 }
 
-// Whether the content-type attribute has one value and that is the type of what was signed.
+// Whether the content-type attribute has one value, the type of the signed content.
 static bool statesContentType(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO& signer,
                               const PELNIC_ASN_OID& contentType)
 {
@@ -57,7 +57,7 @@ static bool isTstInfo(const PELNIC_ASN_OID& type)
 
 // ---- CRLs
 
-// Whether a list has a certificate of this issuer.
+// Whether a list has a certificate with this issuer.
 static bool isIssuerOfAny(const PELNIC_VRF* pVrf, const PELNIC_X509_NAME* issuer,
                           const LIST_TYPE_PELNIC_X509_CERT& certs)
 {
@@ -89,7 +89,7 @@ static const char* scopeRefusal(const PELNIC_VRF* pVrf, const PELNIC_X509_CRL& c
     return nullptr;
 }
 
-// Every CRL that came with the package, whichever was used; the stores hold all its certificates but roots.
+// Every CRL of the package, used or not; the stores hold all its certificates except roots.
 static const char* scopesRefusal(const PELNIC_VRF* pVrf)
 {
     for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
@@ -99,7 +99,7 @@ static const char* scopesRefusal(const PELNIC_VRF* pVrf)
     return nullptr;
 }
 
-// Whether a CRL was issued after the time in base_time. Such a one may leave out what was revoked before and has ended.
+// Whether a CRL was issued after base_time. Such a CRL may omit a revoked certificate that has expired since.
 static const char* issueRefusal(const PELNIC_VRF* pVrf)
 {
     for (PNV_UINT32 i = 0; i < pVrf->crl_list.num; ++i) {
@@ -121,9 +121,9 @@ static const char* tokenRefusal(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_INFO
     if (!isTstInfo(token.content->type)) return "a timestamp's content is not of the type TSTInfo";
     PELNIC_ASN_OCTS* pInfo = nullptr;
     PNV_UINT32 decoded = 0;
-    const PELNIC_ASN_OCTS& content = *token.content->content; // there is one: it verified
+    const PELNIC_ASN_OCTS& content = *token.content->content; // not null, because it verified
     if (_pnvDecode<PELNIC_ASN_OCTS_item>(pVrf, content.octs, content.len, 0, &pInfo, &decoded) != 0) return UNREADABLE;
-    const PELNIC_ERROR_CODE rc = _pnvVerifyTstInfo(pVrf, pInfo, &signer); // for the time, in base_time
+    const PELNIC_ERROR_CODE rc = _pnvVerifyTstInfo(pVrf, pInfo, &signer); // sets base_time
     pelnic_asn_free(pVrf, pInfo, &PELNIC_ASN_OCTS_item, 0);
     return rc != 0 ? UNREADABLE : issueRefusal(pVrf);
 }
@@ -143,7 +143,7 @@ static const char* timestampRefusal(PELNIC_VRF* pVrf, const PELNIC_PKCS7_SIGNER_
 
 // ---- Signatures
 
-// Whether the payload could be what another signer's signature covers in place of a payload.
+// Whether the payload could be the signed attributes of another signer's signature.
 static bool isSignedAttributes(const PELNIC_VRF* pVrf, const PNV_BYTE* payload, PNV_UINT32 length)
 {
     PELNIC_X509_ATTR_BUNDLE* pAttributes = nullptr;
@@ -192,7 +192,7 @@ const char* pkgcheck_signature_refusal(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
         (void)_pnvExtractCertsIntoVerifyContext(pVrf, pContent);
         reason = signatureRefusal(pVrf, *pContent->signed_data, *pstSig);
         pelnic_pkcs7_free_signed(pVrf, pContent);
-        if (pVrf->nCallbackFaults != 0) reason = UNREADABLE; // for want of memory a payload may look harmless
+        if (pVrf->nCallbackFaults != 0) reason = UNREADABLE; // without memory a payload may look harmless
     }
     (void)pelnic_vrf_ctx_free(ctx); // a context made here can be freed
     return reason;
@@ -200,10 +200,10 @@ const char* pkgcheck_signature_refusal(const PELNIC_VERIFY_SIGNATURE_S* pstSig)
 
 // ---- Work
 
-constexpr PNV_UINT32 MAX_CHECKS = 1000; // an ordinary package takes 10, and 2 for each signer more
+constexpr PNV_UINT32 MAX_CHECKS = 1000; // an ordinary package needs 10, and 2 more per further signer
 constexpr PNV_UINT32 MAX_EXPONENT = 8;  // octets
 
-// Of one verification: callbacks know no context.
+// State of one verification: callbacks have no context.
 static pfunc_pelnic_verify_init unlimitedInit;
 static PNV_UINT32 checks;
 static const char* stoppedBy;

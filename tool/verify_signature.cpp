@@ -3,13 +3,13 @@
 
 #include "rules.h"
 
-// The operations on a context; the first that fails ends them.
+// The operations on a context, up to the first failure.
 static PELNIC_ERROR_CODE verifyWith(PELNIC_VRF_CTX ctx, const PELNIC_VERIFY_SIGNATURE_S& sig, PNV_INT32* VerifyRet)
 {
     PELNIC_ERROR_CODE rc = pelnic_verify_add_cert(ctx, sig.pCert, sig.uiCertLength);
     if (rc == 0) rc = pelnic_verify_add_crl(ctx, sig.pCrl, sig.uiCrlLength);
     if (rc == 0) rc = pelnic_verify_detach_signature_begin(ctx, sig.pCms, sig.uiCmsLength);
-    // The length is signed in the interface and only its bit pattern counts.
+    // The interface's length is signed, but only its bit pattern counts.
     if (rc == 0) rc = pelnic_verify_detach_signature_update(ctx, sig.pBin, static_cast<PNV_INT>(sig.uiBinLength));
     if (rc == 0) rc = pelnic_verify_detach_signature_final(ctx, VerifyRet);
     return rc;

@@ -16,15 +16,15 @@ typedef struct pelnic_verify_signature_st {
     PNV_UINT32 uiBinLength;
 } PELNIC_VERIFY_SIGNATURE_S;
 
-// 0 when the signature is valid. PELNIC_ERR_FAILED for a null record or pointer and for any result but valid; the
-// library's own code when one of its operations fails. The lengths are taken as they stand.
+// 0 if the signature is valid. PELNIC_ERR_FAILED for a null record or pointer and for any result but valid; the
+// library's code if one of its operations fails. The lengths are not checked.
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Integrity(const PELNIC_VERIFY_SIGNATURE_S* pstSig);
-// The same with what the library logs on the way; a null log leaves the default one, which writes nowhere.
+// The same with a log for the library's records; null keeps the default log, which writes nowhere.
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Logged(const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log);
 
-// Fills in a callback table, or returns the code with which the verification then ends.
+// Fills a callback table, or returns the code with which the verification ends.
 typedef PELNIC_ERROR_CODE (*func_pelnic_give_table)(PELNIC_CALLBACK_FUNCS* funcs);
-// The same over another table than the default one.
+// The same with another table than the default one.
 PELNIC_ERROR_CODE Pelnic_Verify_Signature_Over(func_pelnic_give_table giveTable,
                                                const PELNIC_VERIFY_SIGNATURE_S* pstSig, func_pelnic_log_callback log);
 

@@ -162,8 +162,8 @@ void explainCodes(const std::vector<std::string>& words, bool json)
 void printMarkdown()
 {
     printf("# Result codes\n\n"
-           "Printed by `pkgtool code --markdown`; do not edit. `pkgtool code 0x88200009` explains a single one, and\n"
-           "`pkgtool explain PACKAGE` what is behind it in a package.\n\n"
+           "Printed by `pkgtool code --markdown`; do not edit. `pkgtool code 0x88200009` explains one, and\n"
+           "`pkgtool explain PACKAGE` shows its cause in a package.\n\n"
            "| Code | Name | Meaning | If the checker prints it |\n|---|---|---|---|\n");
     for (const Code& code : allCodes()) {
         printf("| `%s` | `%s` | %s | %s |\n", hexadecimal(code.value).c_str(), code.name, code.meaning, code.advice);

@@ -108,7 +108,7 @@ TEST(PkgtoolCode, AnswersSeveralInJson)
     EXPECT_EQ(report["codes"][1]["status"], 254);
     EXPECT_TRUE(report["codes"][1]["code"].is_null());
     EXPECT_EQ(report["codes"][2]["status"], 255);
-    EXPECT_EQ(report["codes"][2]["meaning"], "there was no room for the file");
+    EXPECT_EQ(report["codes"][2]["meaning"], "no memory for the file");
 }
 
 // One that is unknown keeps the others from being told: nobody is to overlook it.
