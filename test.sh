@@ -19,7 +19,7 @@ cmake/install-packages.sh cmake ninja-build pkgconf g++ clang libssl-dev libsafe
     g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user-static openssl strace faketime \
     clang-format clang-tidy cppcheck \
     libcli11-dev libcurl4-openssl-dev nlohmann-json3-dev gnutls-bin softhsm2 libengine-pkcs11-openssl python3 \
-    libmbedtls-dev mandoc dpkg-dev file parallel valgrind
+    libmbedtls-dev mandoc zsh python3-jsonschema dpkg-dev file parallel valgrind
 
 status=0
 logs=()

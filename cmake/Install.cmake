@@ -58,6 +58,14 @@ foreach(PROGRAM IN ITEMS pkgcheck pkgtool)
             COMPONENT ${PROGRAM})
     endif()
 endforeach()
+if(TARGET pkgcheck)
+    install(FILES packaging/man/pkgcheck-package.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT pkgcheck)
+endif()
+if(TARGET pkgtool)
+    install(FILES packaging/completions/_pkgtool DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions"
+        COMPONENT pkgtool)
+    install(FILES packaging/pkgtool.schema.json DESTINATION "${CMAKE_INSTALL_DATADIR}/cmsverify" COMPONENT pkgtool)
+endif()
 
 # The examples with what they use of the tests.
 set(CMSVERIFY_EXAMPLES_DIR "${CMAKE_INSTALL_DATADIR}/doc/cmsverify/examples")

@@ -1,6 +1,6 @@
 #!/bin/bash
 # completion_test.sh PKGTOOL
-# Sources the bash completions and presses the tabulator.
+# Sources the completions for bash and zsh and presses the tabulator.
 set -u
 source=$(cd "$(dirname "$0")/../.." && pwd)
 PATH=$(realpath "$(dirname "$1")"):$PATH
@@ -23,6 +23,14 @@ completes()
     found=$(printf '%s\n' "${COMPREPLY[@]}" | sort | xargs)
     expected=$(printf '%s\n' "$@" | sort | xargs)
     [ "$found" = "$expected" ] || { echo "${COMP_WORDS[*]}: '$found' instead of '$expected'"; status=1; }
+    # To zsh --option=value is one word.
+    local line=${COMP_WORDS[*]}
+    line=${line// = /=}
+    line=${line/% =/=}
+    read -r -a COMP_WORDS <<<"$line"
+    [[ $line != *' ' ]] || COMP_WORDS+=('')
+    found=$("$source/tests/programs/completion_test.zsh" "$source/packaging/completions/_pkgtool" "${COMP_WORDS[@]}" | sort | xargs)
+    [ "$found" = "$expected" ] || { echo "zsh: ${COMP_WORDS[*]}: '$found' instead of '$expected'"; status=1; }
 }
 
 completes 'pkgtool si' sign
@@ -52,7 +60,9 @@ for command in pki\ new release sign stamp pack renew-crls crl\ show inspect exp
     COMP_WORDS=(pkgtool $command --)
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
     _pkgtool
-    for option in "${COMPREPLY[@]}"; do
+    mapfile -t in_zsh < <("$source/tests/programs/completion_test.zsh" "$source/packaging/completions/_pkgtool" "${COMP_WORDS[@]}")
+    [ "${#in_zsh[@]}" = "${#COMPREPLY[@]}" ] || { echo "$command: zsh offers other options than bash"; status=1; }
+    for option in "${COMPREPLY[@]}" "${in_zsh[@]}"; do
         # shellcheck disable=SC2086 # a command can be two words
         pkgtool $command --help | grep -qE -e "(^|[ ,])$option( |\$)" || { echo "$command has no $option"; status=1; }
     done

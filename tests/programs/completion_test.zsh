@@ -1,0 +1,14 @@
+#!/bin/zsh -f
+# completion_test.zsh COMPLETION WORD...
+# Prints what the completion offers for the last word, which is begun, as zsh would: with its own compadd, compset and
+# _files.
+compadd() { shift; print -l -- ${(M)@:#${PREFIX}*}; }
+compset() { PREFIX=${PREFIX#*=}; }
+_files() { print -l -- ${PREFIX}*(N); }
+
+completion=$1
+shift
+words=("$@")
+CURRENT=$#words
+PREFIX=$words[CURRENT]
+source $completion
