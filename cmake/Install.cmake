@@ -22,6 +22,9 @@ else()
     install_library(cmsverify static)
 endif()
 install(FILES cmsverify/include/pelnic_cms_verify.h TYPE INCLUDE COMPONENT development)
+if(CMSVERIFY_WITNESS)
+    install(FILES cmsverify/include/pelnic_cms_witness.h TYPE INCLUDE COMPONENT development)
+endif()
 
 configure_package_config_file(cmake/cmsverify-config.cmake.in cmsverify-config.cmake
     INSTALL_DESTINATION "${CMSVERIFY_CMAKE_DIR}" NO_SET_AND_CHECK_MACRO)

@@ -163,6 +163,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_begin(PELNIC_VRF_CTX ctx, const
         return PELNIC_ERR_CMS_NO_SIGNER;
     }
     rc = _pnvVerifyCms(pVrf, pContent);
+    PNV_TELL(Decision::Begun, rc);
     if (rc == 0) return 0;
     _pnvReportFaults(pVrf, __func__);
     return PNV_FAIL(pVrf, rc);

@@ -257,8 +257,11 @@ const PELNIC_X509_CERT* _pnvFindCertRoot(const PELNIC_VRF* ctx, const PELNIC_X50
 {
     for (PNV_UINT32 steps = longestChain(ctx); steps != 0 && cert != nullptr; --steps) {
         PNV_BOOL isSelfSigned = 0;
-        if (testSelfSigned(ctx, cert, &isSelfSigned) != 0) return nullptr;
-        if (isSelfSigned != 0) return cert->bFromPackage == 0 ? cert : nullptr;
+        const PELNIC_ERROR_CODE rc = testSelfSigned(ctx, cert, &isSelfSigned);
+        if (rc != 0 || isSelfSigned != 0) {
+            PNV_TELL(Decision::SelfSigned, rc != 0 || cert->bFromPackage == 0 ? rc : PELNIC_ERR_CERT_NO_ISSUER, cert);
+            return rc == 0 && cert->bFromPackage == 0 ? cert : nullptr;
+        }
         cert = _pnvFindCertIssuer(ctx, cert);
     }
     return nullptr;
@@ -339,9 +342,12 @@ PELNIC_ERROR_CODE _pnvInternalVerifyCertificate(PELNIC_VRF* ctx, const PELNIC_X5
     if (rc != 0) return rc;
     PNV_BOOL isSelfSigned = 0;
     rc = testSelfSigned(ctx, pSubjCert, &isSelfSigned);
-    if (rc != 0) return rc;
+    if (rc != 0) {
+        PNV_TELL(Decision::SelfSigned, rc, pSubjCert);
+        return rc;
+    }
     if (isSelfSigned != 0) {
-        PNV_TELL(Decision::SelfSigned, 0, pSubjCert);
+        PNV_TELL(Decision::SelfSigned, pSubjCert->bFromPackage == 0 ? 0 : PELNIC_ERR_CERT_NO_ISSUER, pSubjCert);
         if (pSubjCert->bFromPackage != 0) return PELNIC_ERR_CERT_NO_ISSUER;
         *verifyDone = 1;
         return 0;

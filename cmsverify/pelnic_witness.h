@@ -44,7 +44,7 @@ struct DecodeStep {
 };
 
 // The decisions of a verification. Each has a code, 0 for yes, and the records concerned; the library owns these, and
-// they are valid only during the call.
+// they are valid only during the call. The numbers are part of the reason code: new ones come last.
 enum class Decision : PNV_BYTE {
     Undecodable,   // step, fault and row: the element, and the row of the expected one
     Roots,         // trusted certificates were added
@@ -53,7 +53,7 @@ enum class Decision : PNV_BYTE {
     CertTaken,     // cert: a certificate of a signature was added to a store
     Signer,        // a signer is next
     SignerDone,    // its signature was verified, or prepared if it covers the payload directly
-    Token,         // a signer's timestamp was decoded, including its TSTInfo
+    Token,         // a signer's timestamp was decoded, but for its TSTInfo
     Time,          // the imprint was compared; time: the timestamp's
     Authority,     // a signer of the timestamp is next
     AuthorityDone, // all checks of it are done
@@ -63,7 +63,7 @@ enum class Decision : PNV_BYTE {
     ChainDone,     // cert
     TooDeep,       // cert: not verified
     Dates,         // cert at time
-    SelfSigned,    // cert: the end of its chain
+    SelfSigned,    // cert: the end of its chain, and whether that is trusted
     Issuer,        // cert; other: the CA that issued it, or null
     CrlUnfit,      // cert, crl; unfit: why it gets no score
     CrlScored,     // cert, crl; number: the score
@@ -73,6 +73,7 @@ enum class Decision : PNV_BYTE {
     Link,          // cert: all of the above about it
     Value,         // cert: whether its key made the signature
     Payload,       // the content's digest was compared; number: the verdict
+    Begun,         // the end of begin, after a signature that was decoded
 };
 
 enum class CrlUnfit : PNV_BYTE { None, NoIssuer, OtherRoot, NoEnd, Expired };

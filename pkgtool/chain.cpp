@@ -237,6 +237,17 @@ std::optional<Failure> ChainStory::judge(const LinkTestimony& link, Json& json, 
                         "issue the signer's certificate nearer to the root"}};
     }
     if (const auto reason = judgeDates(link, json)) return Failure{at, json, *reason};
+    if (const PELNIC_ERROR_CODE rc = codeOf(link.codes, Decision::SelfSigned); rc != 0) {
+        const std::string name = briefName(memberOf(json, "subject"));
+        const bool isCarried = rc == PELNIC_ERR_CERT_NO_ISSUER;
+        return Failure{at,
+                       json,
+                       {"wrong-root",
+                        isCarried ? "the chain ends at " + name + ", which came with the package"
+                                  : "the signature of " + name + " on itself cannot be checked",
+                        isCarried ? "sign below the root that the checker trusts"
+                                  : "use a root with an RSA key and SHA-256, SHA-384 or SHA-512"}};
+    }
     if (auto failure = tellCrls(link, json, at)) return failure;
     if (codeOf(link.codes, Decision::Issuer) != 0) return Failure{at, json, judgeTop(json)};
     return std::nullopt;
@@ -250,7 +261,8 @@ Part ChainStory::namedIssuer(const Json& json) const
     return named.empty() ? nullptr : &named[0]->first;
 }
 
-// Where the library went on: the issuer of the CRL that it chose or would have, where that is the certificate's own.
+// Where the library went on: the issuer of the CRL that it chose or would have; behind an indirect one that was good,
+// the certificate's own.
 Part ChainStory::above(const LinkTestimony& link, const Json& json) const
 {
     if (link.codes.count(Decision::SelfSigned) != 0) return nullptr;
@@ -260,8 +272,9 @@ Part ChainStory::above(const LinkTestimony& link, const Json& json) const
             crl.crl == link.chosen || (link.chosen == nullptr && (best == nullptr || crl.score > best->score));
         if (isBetter && crl.score != 0) best = &crl;
     }
-    const bool isDirect = best != nullptr && (best->score & PNV_CRL_INDIRECT) == 0;
-    const auto crlIssuer = isDirect ? signer_.crlIssuers.find(best->crl) : signer_.crlIssuers.end();
+    const bool isIndirect = link.chosen != nullptr && best != nullptr && (best->score & PNV_CRL_INDIRECT) != 0;
+    const auto crlIssuer =
+        best != nullptr && !isIndirect ? signer_.crlIssuers.find(best->crl) : signer_.crlIssuers.end();
     if (crlIssuer != signer_.crlIssuers.end()) return crlIssuer->second;
     return link.codes.count(Decision::Issuer) != 0 ? link.issuer : namedIssuer(json);
 }

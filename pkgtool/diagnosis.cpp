@@ -332,7 +332,8 @@ void Story::tellCertificate(const SignerTestimony& signer, const std::string& ti
              {"key-usage", name + " lacks digitalSignature in its key usage",
               "issue it with keyUsage = critical,digitalSignature"});
     }
-    if (!isAuthority || !failure.is_null() || codeOf(signer.codes, Decision::AuthorityDone) == 0) return;
+    if (!isAuthority || codeOf(signer.codes, Decision::ChainDone) != 0) return;
+    if (!failure.is_null() || codeOf(signer.codes, Decision::AuthorityDone) == 0) return;
     fail(at, node,
          refineBySigners({"timestamp-signature", "the signature of the timestamp does not verify",
                           "the timestamp was altered: ask the authority for a new one"}));

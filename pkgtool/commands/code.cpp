@@ -4,6 +4,7 @@
 #include "error.h"
 #include "files.h"
 #include "json.h"
+#include "reason_code.h"
 #include "text.h"
 
 #include <cerrno>
@@ -49,14 +50,17 @@ const Status* statusOf(const std::string& text)
     return value ? findStatus(*value) : nullptr;
 }
 
+constexpr const char* NOT_SIGNED_CONTENT = "the content is not what was signed"; // of a reason without a code
+
 // Answers to one word or line. A line is the checker's own, wherever a log puts it; it may have a code in it.
 struct Answer {
     std::string asked;
     const Code* code = nullptr;
     const Status* status = nullptr;
     const Line* line = nullptr;
+    std::optional<ReasonCode> reason{};
 
-    bool isThere() const { return code != nullptr || status != nullptr || line != nullptr; }
+    bool isThere() const { return code != nullptr || status != nullptr || line != nullptr || reason; }
 };
 
 // The word behind "err ", without what closes the brackets.
@@ -73,6 +77,11 @@ Answer answerTo(const std::string& text)
     Answer answer{text, codeOf(text), nullptr, nullptr};
     if (answer.code == nullptr) answer.status = statusOf(text);
     if (answer.isThere()) return answer;
+    answer.reason = readReasonCode(text);
+    if (answer.reason) {
+        answer.code = findCode(answer.reason->code);
+        return answer;
+    }
     answer.line = findLine(text);
     if (answer.line != nullptr) answer.code = codeOf(codeInLine(text));
     return answer;
@@ -119,6 +128,8 @@ void printAdvice(const char* advice)
 
 void printAnswer(const Answer& answer)
 {
+    if (answer.reason) printf("decided by %s\n", answer.reason->text.c_str());
+    if (answer.reason && answer.code == nullptr) printf("%s\n", NOT_SIGNED_CONTENT);
     if (answer.line != nullptr) printf("%s: %s\n", printable(answer.asked).c_str(), answer.line->meaning);
     if (answer.line != nullptr && answer.code == nullptr) printAdvice(answer.line->advice);
     if (answer.status != nullptr) printf("exit status %d: %s\n", answer.status->value, answer.status->meaning);
@@ -134,10 +145,12 @@ Json answerJson(const Answer& answer)
     const Code* const code = answer.code;
     const char* const meaning = code != nullptr            ? code->meaning
                                 : answer.status != nullptr ? answer.status->meaning
-                                                           : answer.line->meaning;
+                                : answer.line != nullptr   ? answer.line->meaning
+                                                           : NOT_SIGNED_CONTENT;
     const char* const advice = code != nullptr            ? code->advice
                                : answer.status != nullptr ? answer.status->advice
-                                                          : answer.line->advice;
+                               : answer.line != nullptr   ? answer.line->advice
+                                                          : "";
     return {{"asked", answer.asked},
             {"status", answer.status != nullptr ? Json(answer.status->value)
                        : answer.line != nullptr ? Json(answer.line->status)
@@ -145,7 +158,8 @@ Json answerJson(const Answer& answer)
             {"code", code != nullptr ? Json(hexadecimal(code->value)) : Json()},
             {"name", code != nullptr ? Json(code->name) : Json()},
             {"meaning", meaning},
-            {"advice", orNull(advice)}};
+            {"advice", orNull(advice)},
+            {"reason", answer.reason ? answer.reason->json : Json()}};
 }
 
 void explainCodes(const std::vector<std::string>& words, bool json)
@@ -185,7 +199,8 @@ void addCodeCommand(CLI::App& app)
     command->add_flag("--json", options->json, "print JSON")->excludes(markdown);
     command
         ->add_option("code", options->codes,
-                     "hexadecimal or decimal, or its name; an exit status; a line in quotes; - is standard input, "
+                     "hexadecimal or decimal, or its name; an exit status; a line in quotes; the 64 digits of a "
+                     "reason; - is standard input, "
                      "whose other lines are passed over")
         ->excludes(markdown);
     command->callback([options] {

@@ -1,6 +1,7 @@
 // The library with its witness compiled in: it tells of every decision and of the element that does not decode, and no
 // code, verdict or log record is another for it. A program of its own, because the other tests have the library that a
 // product has.
+#include "cmsverify/include/pelnic_cms_witness.h"
 #include "cmsverify/pelnic_cms_parse.h"
 #include "cmsverify/pelnic_witness.h"
 #include "cmsverify/pelnic_x509_parse.h"
@@ -274,6 +275,94 @@ TEST(VerificationWitness, IsOfItsThreadAndGoesWithItsOwner)
         EXPECT_FALSE(outer.decisions.empty());
     }
     EXPECT_EQ(_pnvSetWitness({nullptr, nullptr}).func, nullptr);
+}
+
+// ---- The reason code
+
+struct Reasons {
+    std::vector<Bytes> all;
+    Reasons() { pelnic_set_witness(Keep, this); }
+    ~Reasons() { pelnic_set_witness(nullptr, nullptr); }
+    static void Keep(void* user, const PNV_BYTE* reason)
+    {
+        static_cast<Reasons*>(user)->all.emplace_back(reason, reason + PELNIC_REASON_SIZE);
+    }
+};
+
+PNV_UINT32 NumberAt(const Bytes& octets, std::size_t at)
+{
+    return PNV_UINT32{octets[at]} << 24 | PNV_UINT32{octets[at + 1]} << 16 | PNV_UINT32{octets[at + 2]} << 8 |
+           octets[at + 3];
+}
+
+TEST(ReasonCode, TellsExpiredFromUnknown)
+{
+    struct {
+        Case input;
+        Decision decision;
+        PELNIC_ERROR_CODE operation;
+        PELNIC_ERROR_CODE code;
+    } const refusals[] = {
+        {cases::ExpiredSigner(), Decision::Dates, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CERT_EXPIRED},
+        {cases::SignerBelowNoCa(), Decision::Issuer, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CERT_NO_ISSUER},
+        {cases::OwnRoot(), Decision::Issuer, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CERT_NO_ISSUER},
+        {cases::RevokedSigner(), Decision::Revocation, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CERT_REVOKED},
+        {cases::NoCrl(), Decision::CrlChosen, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CRL_NOT_FOUND},
+        {cases::ExpiredCrl(), Decision::CrlUnfit, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CRL_EXPIRED},
+        {cases::SignerOfAnotherPurpose(), Decision::Usage, PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_USAGE},
+        {cases::AlteredAttributes(), Decision::Value, PELNIC_ERR_CMS_SIGNATURE, PELNIC_ERR_CMS_SIGNATURE},
+        {cases::OtherStampedSignature(), Decision::Time, PELNIC_ERR_TSP_IMPRINT_MISMATCH,
+         PELNIC_ERR_TSP_IMPRINT_MISMATCH},
+        {cases::OtherContent(cases::Good()), Decision::Payload, 0, 0},
+    };
+    for (const auto& refusal : refusals) {
+        SCOPED_TRACE(refusal.input.name);
+        const Reasons reasons;
+        const Judged judged = Judge(refusal.input);
+        EXPECT_EQ(judged.verdict.code, refusal.operation);
+        ASSERT_EQ(reasons.all.size(), 1u);
+        const Bytes& reason = reasons.all[0];
+        EXPECT_EQ(reason[0], 1);
+        EXPECT_EQ(static_cast<int>(reason[1]), static_cast<int>(refusal.decision));
+        EXPECT_EQ(NumberAt(reason, 4), refusal.operation);
+        EXPECT_EQ(NumberAt(reason, 8), refusal.code);
+    }
+}
+
+TEST(ReasonCode, NamesCertificateTimeAndElement)
+{
+    const Case expired = cases::ExpiredSigner();
+    {
+        const Reasons reasons;
+        (void)Judge(expired);
+        ASSERT_EQ(reasons.all.size(), 1u);
+        const Bytes& reason = reasons.all[0];
+        EXPECT_EQ(reason[2], 1);
+        EXPECT_EQ(reason[3], 0);
+        EXPECT_EQ(NumberAt(reason, 12), 1767225600u); // 2026-01-01
+        EXPECT_NE(Bytes(reason.begin() + 24, reason.end()), Bytes(8, 0x00));
+    }
+    CallbackPlan plan;
+    Context ctx(plan);
+    const Reasons reasons;
+    const Bytes signature = Seq(Oid(oid::signedData), Ctx(0, Seq(Octets({0x01, 0x02}), Bytes(64, 0x05))));
+    EXPECT_EQ(pnvtest::Begin(ctx, signature), PELNIC_ERR_CMS_DECODE);
+    ASSERT_EQ(reasons.all.size(), 1u);
+    const Bytes& reason = reasons.all[0];
+    EXPECT_EQ(reason[1], static_cast<PNV_BYTE>(Decision::Undecodable));
+    EXPECT_EQ(NumberAt(reason, 4), PELNIC_ERR_CMS_DECODE);
+    EXPECT_EQ(reason[20], static_cast<PNV_BYTE>(DecodeFault::Tag));
+    EXPECT_EQ(Bytes(reason.begin() + 24, reason.begin() + 28), (Bytes{0x04, 0x02, 0x01, 0x02}));
+    EXPECT_EQ(signature[NumberAt(reason, 16)], 0x04);
+}
+
+TEST(ReasonCode, OfNothingThatIsAccepted)
+{
+    for (const Case& input : {cases::Good(), cases::GoodDirect(), cases::GoodBelowCas()}) {
+        const Reasons reasons;
+        EXPECT_EQ(Judge(input).verdict, good);
+        EXPECT_TRUE(reasons.all.empty());
+    }
 }
 
 } // namespace

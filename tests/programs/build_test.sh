@@ -124,6 +124,7 @@ shared_library()
     "$here/check_binary.sh" libraries "libc libcmsverify libcrypto libsafec" "$dir/build/pkgcheck"
 
     install
+    [ ! -e "$dir/prefix/include/pelnic_cms_witness.h" ] || fail "the header of CMSVERIFY_WITNESS is installed"
     "$here/check_binary.sh" soname libcmsverify.so.1 "$dir/prefix/lib/libcmsverify.so.1.0.0"
     # In there, since the checker takes short paths only.
     (cd "$dir/prefix" && LD_LIBRARY_PATH=lib bin/pkgcheck bin/pkgcheck) | grep -q '^Error: Check cms fail'
@@ -315,6 +316,25 @@ at_most()
 {
     printf '%-45s %10s of %s\n' "$1" "$2" "$3"
     [ "$2" -le "$3" ] || too_much="$too_much $1"
+}
+
+# A library that reports why it refuses: one symbol and one header more, and an example.
+witness()
+{
+    build "$source" -DBUILD_SHARED_LIBS=ON -DCMSVERIFY_WITNESS=ON -DCMAKE_INSTALL_LIBDIR=lib
+    sort "$here/exported_symbols.txt" - <<END >"$dir/symbols"
+pelnic_set_witness
+END
+    "$here/check_binary.sh" exports "$dir/symbols" "$dir/build/libcmsverify.so"
+    install
+    cc -std=c11 -Wall -Wextra -Werror -I"$dir/prefix/include" "$source/examples/verify_why.c" -L"$dir/prefix/lib" \
+        -lcmsverify -o "$dir/verify_why"
+    output=$(LD_LIBRARY_PATH=$dir/prefix/lib "$dir/verify_why" "$dir/root.pem" "$dir/root.pem" x x) || true
+    case $output in
+    "reason 0102"*"
+refused: code 0x88200102, result 0") ;;
+    *) fail "verify_why: $output" ;;
+    esac
 }
 
 # Counts, not times, which are the same on a busy machine. A ceiling is 3 % above the figure when it was written.

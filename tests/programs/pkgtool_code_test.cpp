@@ -31,6 +31,27 @@ std::ptrdiff_t CountOf(const std::string& text, const std::string& part)
     return count;
 }
 
+// As a library with its witness reports an expired signer.
+TEST(PkgtoolCode, ReadsAReason)
+{
+    const std::string reason = "01100100882000098820001469580b8000000000000000000000000000000a0b";
+    const ProcessResult run = RunCode({reason});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out.substr(0, run.out.find("0x")),
+              "decided by the dates of a certificate, of signer 1, certificate with a serial number that ends in 0A0B, "
+              "judged at 2026-01-02T18:16:32Z\n");
+    EXPECT_NE(run.out.find("0x88200014 PELNIC_ERR_CERT_EXPIRED"), std::string::npos) << run.out;
+    const nlohmann::json answer =
+        nlohmann::json::parse(RunCode({"--json", "device: reason " + reason}).out)["codes"][0];
+    EXPECT_EQ(answer["code"], "0x88200014");
+    EXPECT_EQ(answer["reason"]["operation"], "0x88200009");
+    EXPECT_EQ(answer["reason"]["serial"], "0A0B");
+    EXPECT_EQ(answer["reason"]["is_authority"], false);
+    EXPECT_EQ(answer["reason"]["offset"], nullptr);
+    EXPECT_EQ(RunCode({"02" + reason.substr(2)}).status, 2) << "another format";
+    EXPECT_EQ(RunCode({reason.substr(2)}).status, 2);
+}
+
 TEST(PkgtoolCode, ReadsACodeHoweverItIsWritten)
 {
     const std::string unsupported = "0x88200016 PELNIC_ERR_UNSUPPORTED_ALGO: algorithm not supported\n"
