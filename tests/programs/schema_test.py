@@ -110,7 +110,8 @@ with tempfile.TemporaryDirectory() as name:
     check("verify", "verify", "--json", *root, *map(path, [*sorted(files), "missing"]))
     check("root", "root", "--json")
     check("root", "root", "--json", pki("root.pem"))
-    check("code", "code", "--json", "CERT_VERIFY", "255", "Failed to alloc memory")
+    check("code", "code", "--json", "CERT_VERIFY", "255", "Failed to alloc memory",
+          "01100100882000098820001469580b8000000000000000000000000000000a0b")
     bundles = ["--root", pki("root.pem"), "--intermediate", pki("ca.pem")]
     check("crl_show", "crl", "show", "--json", *bundles, pki("root.crl"), pki("ca.crl"))
     check("crl_compare", "crl", "compare", "--json", *bundles, pki("root.crl"), pki("root.crl"))
