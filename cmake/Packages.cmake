@@ -46,7 +46,7 @@ string(JOIN "\n" LIBRARY_TEXT
     "cmsverify verifies detached CMS signatures over firmware, with the timestamp of"
     "each signer, chains of certificates and revocation lists. It decodes everything"
     "itself and reaches memory, files and cryptography through callbacks alone; the"
-    "default ones are on libc and libcrypto.")
+    "default ones are on libc and a crypto library.")
 string(JOIN "\n" DEVELOPMENT_TEXT
     "${LIBRARY_TEXT}"
     "."
@@ -62,10 +62,18 @@ string(JOIN "\n" PKGTOOL_TEXT
     "shows what is in a package, says why one is refused, and finds what should not"
     "be shipped although it is accepted.")
 
+if(CMSVERIFY_CRYPTO STREQUAL mbedtls)
+    set(CRYPTO_PACKAGE "libmbedcrypto7 (>= 2.28.0)")
+    set(CRYPTO_DEVELOPMENT libmbedtls-dev)
+else()
+    set(CRYPTO_PACKAGE "libssl3 (>= 3.0.0)")
+    set(CRYPTO_DEVELOPMENT libssl-dev)
+endif()
+
 set(CPACK_COMPONENTS_ALL)
-debian_package(runtime libcmsverify1 libs "libc6 (>= 2.28), libsafec3 (>= 3.7.1), libssl3 (>= 3.0.0)"
+debian_package(runtime libcmsverify1 libs "libc6 (>= 2.28), libsafec3 (>= 3.7.1), ${CRYPTO_PACKAGE}"
     "verification of detached CMS signatures with timestamps" "${LIBRARY_TEXT}")
-debian_package(development libcmsverify-dev libdevel "${LIBRARY}, libssl-dev, libsafec-dev"
+debian_package(development libcmsverify-dev libdevel "${LIBRARY}, ${CRYPTO_DEVELOPMENT}, libsafec-dev"
     "verification of detached CMS signatures (development files)" "${DEVELOPMENT_TEXT}")
 debian_package(pkgcheck pkgcheck utils "${LIBRARY}${PKGCHECK_LINKS}"
     "checker of signed firmware packages" "${PKGCHECK_TEXT}")

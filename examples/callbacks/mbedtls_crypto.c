@@ -9,6 +9,7 @@
 
 #include <mbedtls/md.h>
 #include <mbedtls/rsa.h>
+#include <mbedtls/version.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -22,6 +23,38 @@ static const mbedtls_md_info_t* hash_by_id(PNV_UINT32 hash_id)
     default: return NULL;
     }
 }
+
+/* ---- What 2.28 and 3.6 do not have in common ---- */
+
+#if MBEDTLS_VERSION_NUMBER >= 0x03000000
+static const mbedtls_md_info_t* info_of(const mbedtls_md_context_t* md)
+{
+    return mbedtls_md_info_from_ctx(md);
+}
+static void init_key(mbedtls_rsa_context* key)
+{
+    mbedtls_rsa_init(key); /* its padding is that of PKCS #1 v1.5 */
+}
+static int verify_digest(mbedtls_rsa_context* key, mbedtls_md_type_t hash, unsigned length, const PNV_BYTE* digest,
+                         const PNV_BYTE* signature)
+{
+    return mbedtls_rsa_pkcs1_verify(key, hash, length, digest, signature);
+}
+#else
+static const mbedtls_md_info_t* info_of(const mbedtls_md_context_t* md)
+{
+    return md->md_info;
+}
+static void init_key(mbedtls_rsa_context* key)
+{
+    mbedtls_rsa_init(key, MBEDTLS_RSA_PKCS_V15, 0);
+}
+static int verify_digest(mbedtls_rsa_context* key, mbedtls_md_type_t hash, unsigned length, const PNV_BYTE* digest,
+                         const PNV_BYTE* signature)
+{
+    return mbedtls_rsa_pkcs1_verify(key, NULL, NULL, MBEDTLS_RSA_PUBLIC, hash, length, digest, signature);
+}
+#endif
 
 /* ---- Digests ---- */
 
@@ -61,7 +94,7 @@ static PELNIC_ERROR_CODE md_final(PELNIC_CRYPTO_MD_CTX ctx, PNV_BYTE* digest, PN
     const mbedtls_md_context_t* const md = ctx;
     if (md == NULL || digest == NULL || len == NULL) return PELNIC_ERR_FAILED;
     if (mbedtls_md_finish(ctx, digest) != 0) return PELNIC_ERR_FAILED;
-    *len = mbedtls_md_get_size(md->md_info);
+    *len = mbedtls_md_get_size(info_of(md));
     return 0;
 }
 
@@ -93,7 +126,7 @@ static PELNIC_ERROR_CODE verify_create(PELNIC_CRYPTO_VRF_CTX* out)
     if (out == NULL) return PELNIC_ERR_FAILED;
     VERIFICATION* const vrf = calloc(1, sizeof *vrf);
     if (vrf == NULL) return PELNIC_ERR_FAILED;
-    mbedtls_rsa_init(&vrf->key, MBEDTLS_RSA_PKCS_V15, 0);
+    init_key(&vrf->key);
     mbedtls_md_init(&vrf->md);
     *out = vrf;
     return 0;
@@ -102,7 +135,7 @@ static PELNIC_ERROR_CODE verify_create(PELNIC_CRYPTO_VRF_CTX* out)
 static int take_key(mbedtls_rsa_context* key, const PELNIC_BIGINT* e, const PELNIC_BIGINT* n)
 {
     mbedtls_rsa_free(key);
-    mbedtls_rsa_init(key, MBEDTLS_RSA_PKCS_V15, 0);
+    init_key(key);
     int rc = mbedtls_rsa_import_raw(key, n->aVal, n->uiLength, NULL, 0, NULL, 0, NULL, 0, e->aVal, e->uiLength);
     if (rc == 0) rc = mbedtls_rsa_complete(key);
     if (rc == 0) rc = mbedtls_rsa_check_pubkey(key);
@@ -146,7 +179,7 @@ static int check_signature(VERIFICATION* vrf, const PNV_BYTE* signature, PNV_UIN
     memcpy(padded + (size - len), signature, len);
     const int rc = mbedtls_md_finish(&vrf->md, digest);
     if (rc != 0) return rc;
-    return mbedtls_rsa_pkcs1_verify(&vrf->key, NULL, NULL, MBEDTLS_RSA_PUBLIC, vrf->hash, 0, digest, padded);
+    return verify_digest(&vrf->key, vrf->hash, mbedtls_md_get_size(info_of(&vrf->md)), digest, padded);
 }
 
 /* The third trap: a bad signature is code 0 with result 0. A code means that nothing was checked. */

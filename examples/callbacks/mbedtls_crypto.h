@@ -1,4 +1,4 @@
-/* The crypto part of a callback table on mbedTLS 2.28: SHA-2 and RSA PKCS #1 v1.5. */
+/* The crypto part of a callback table on mbedTLS 2.28 or 3.6: SHA-2 and RSA PKCS #1 v1.5. */
 #ifndef EXAMPLE_MBEDTLS_CRYPTO_H
 #define EXAMPLE_MBEDTLS_CRYPTO_H
 

@@ -372,6 +372,10 @@ mbedtls()
     "$CMAKE" --build "$dir/mbedtls" --target pkgcheck
     "$here/check_binary.sh" libraries "libc libmbedcrypto libsafec" "$dir/mbedtls/pkgcheck"
     "$here/check_binary.sh" core_calls_nothing_else "$dir/mbedtls/libcmsverify.a"
+    "$CMAKE" -S "$source" -B "$dir/mbedtls_packages" -DCMSVERIFY_CRYPTO=mbedtls -DBUILD_SHARED_LIBS=ON
+    grep 'PACKAGE_DEPENDS' "$dir/mbedtls_packages/CPackConfig.cmake" >"$dir/depends"
+    grep -q libmbedcrypto7 "$dir/depends" || fail "the packages do not depend on mbedTLS"
+    ! grep -q libssl "$dir/depends" || fail "the packages depend on OpenSSL"
     cp "$dir/package" "$dir/altered"
     printf X | dd of="$dir/altered" bs=1 seek=352 conv=notrunc 2>/dev/null # the first octet of the payload
     cd "$dir"
