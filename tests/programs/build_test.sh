@@ -347,18 +347,18 @@ counts()
     check=$dir/build/tests/pkgcheck_test_root
     too_much=
     "$counts" make "$dir"
-    at_most "instructions for a CRL entry" "$(decoding crl crl 1000)" 1403
-    at_most "instructions for a CRL entry with a reason" "$(decoding crl crl_reasons 1000)" 3628
-    at_most "instructions for a certificate" "$(decoding certificate certificate 1)" 44800
-    at_most "instructions of a check of 16 octets" "$(instructions "$check" "$dir/package")" 13316000
+    at_most "instructions for a CRL entry" "$(decoding crl crl 1000)" 1012
+    at_most "instructions for a CRL entry with a reason" "$(decoding crl crl_reasons 1000)" 2676
+    at_most "instructions for a certificate" "$(decoding certificate certificate 1)" 39938
+    at_most "instructions of a check of 16 octets" "$(instructions "$check" "$dir/package")" 12898000
     at_most "allocations of that check" \
-        "$(valgrind "$check" "$dir/package" 2>&1 | sed -n 's/,//g; s/.*total heap usage: \([0-9]*\) allocs.*/\1/p')" 3064
+        "$(valgrind "$check" "$dir/package" 2>&1 | sed -n 's/,//g; s/.*total heap usage: \([0-9]*\) allocs.*/\1/p')" 3057
     small=$("$counts" faults "$check" "$dir/package")
-    at_most "page faults of that check" "$small" 305
+    at_most "page faults of that check" "$small" 301
     if grep -q '\[never\]' /sys/kernel/mm/transparent_hugepage/enabled 2>/dev/null; then
         echo "no huge pages here"
     else
-        at_most "page faults for 16 MiB more" "$(($("$counts" faults "$check" "$dir/large") - small))" 536
+        at_most "page faults for 16 MiB more" "$(($("$counts" faults "$check" "$dir/large") - small))" 535
     fi
     [ -z "$too_much" ] || fail "too much:$too_much"
     mbedtls

@@ -1,6 +1,8 @@
 // What build_test.sh counts instructions, allocations and page faults of:
 //
 //     counts make DIR                      writes the inputs
+//     counts package FILE OCTETS ENTRIES plain|reasons
+//                                          writes a package with so much payload and so long a CRL of its signer's CA
 //     counts decode crl|certificate FILE N decodes and frees it N times
 //     counts faults PROGRAM ARGUMENT...    prints the page faults of a run, the fewest of some
 #include "cmsverify/pelnic_x509_parse.h"
@@ -15,6 +17,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <random>
 
 namespace pnvtest {
 namespace {
@@ -26,22 +29,29 @@ void Write(const std::string& path, const Bytes& octets)
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(octets.data()), Len(octets));
 }
 
-Bytes Crl(bool withReasons)
+void Revoke(CrlSpec& crl, std::size_t entries, bool withReasons)
 {
-    CrlSpec crl = CrlOf(SigningCa());
-    for (std::size_t i = 0; i < kEntries; ++i) {
-        Bytes serial(16, static_cast<std::uint8_t>(i));
-        serial[0] = 0x40;
-        serial[1] = static_cast<std::uint8_t>(i >> 8);
+    std::mt19937_64 random; // the same on every run; libcrypto sorts the entries, which costs little when they are
+    for (std::size_t i = 0; i < entries; ++i) {
+        Bytes serial(16);
+        for (std::uint8_t& octet : serial) octet = static_cast<std::uint8_t>(random());
+        serial[0] = static_cast<std::uint8_t>(0x40 | (serial[0] & 0x3F)); // positive, and 16 octets long
         crl.revoked.push_back({serial});
         if (withReasons) crl.revoked.back().reason = 1;
     }
+}
+
+Bytes Crl(bool withReasons)
+{
+    CrlSpec crl = CrlOf(SigningCa());
+    Revoke(crl, kEntries, withReasons);
     return Build(crl);
 }
 
-Bytes Package(std::size_t payloadSize)
+Bytes Package(std::size_t payloadSize, std::size_t entries = 0, bool withReasons = false)
 {
-    const DemoPki pki(KeyId::Rsa4096);
+    DemoPki pki(KeyId::Rsa4096);
+    Revoke(pki.signingCrl, entries, withReasons);
     const Bytes payload(payloadSize, 0x5A);
     return Build(SignedPackage(payload, DetachedCms(payload, DemoCms(pki)), pki.Crls()));
 }
@@ -104,6 +114,11 @@ int main(int argc, char** argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "";
     if (mode == "make" && argc == 3) return pnvtest::Make(argv[2]);
+    if (mode == "package" && argc == 6) {
+        pnvtest::Write(argv[2], pnvtest::Package(std::strtoul(argv[3], nullptr, 10), std::strtoul(argv[4], nullptr, 10),
+                                                 std::string(argv[5]) == "reasons"));
+        return 0;
+    }
     if (mode == "decode" && argc == 5) return pnvtest::Decode(argv[2], argv[3], std::atoi(argv[4]));
     if (mode == "faults" && argc > 2) return pnvtest::Faults(argv + 2);
     return 2;

@@ -458,7 +458,7 @@ TEST(WorkLaws, CrlEntries)
         const Meter meter(plan);
         EXPECT_EQ(stores.Verify(signer), 0u);
         ExpectAtMost(Times(n, "entries of a CRL, searched for one signer"), meter.Spent(),
-                     {5, 4 * n + 600, 60, 4 * Len(der), Len(der) + 150 * n + 15000});
+                     {5, 2 * n + 600, 60, 4 * Len(der), Len(der) + 150 * n + 15000});
     }
 }
 
