@@ -34,7 +34,7 @@ constexpr int kFreshBlock = 0xA5;
 constexpr int kFreedBlock = 0xDD;
 constexpr std::size_t kNone = SIZE_MAX;
 
-#define UNCHECKED __attribute__((no_sanitize("address")))
+#define UNCHECKED __attribute__((no_sanitize("address", "undefined")))
 
 // The number of a block stands in poisoned memory, where nothing else can write it.
 UNCHECKED void WriteNumber(std::uint8_t* gap, std::size_t number)
@@ -45,6 +45,14 @@ UNCHECKED void WriteNumber(std::uint8_t* gap, std::size_t number)
 UNCHECKED std::size_t ReadNumber(const std::uint8_t* gap)
 {
     return *reinterpret_cast<const std::size_t*>(gap);
+}
+
+// Poisoned octets, too: a loop, because memcpy is checked wherever it is called.
+UNCHECKED void CopyAll(std::uint8_t* to, const std::uint8_t* from, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; i += sizeof(std::uint64_t)) {
+        *reinterpret_cast<volatile std::uint64_t*>(to + i) = *reinterpret_cast<const std::uint64_t*>(from + i);
+    }
 }
 
 } // namespace
@@ -111,6 +119,7 @@ bool Arena::Give(void* block)
     if (!pnvtest::kSanitized) std::memset(block, kFreedBlock, blocks_[number].size);
     ASAN_POISON_MEMORY_REGION(block, blocks_[number].size);
     blocks_[number].live = false;
+    if (number < keptBlocks_) givenBack_.push_back(number);
     --liveBlocks_;
     liveBytes_ -= blocks_[number].size;
     return true;
@@ -122,15 +131,16 @@ void Arena::Clear()
     top_ = liveBlocks_ = liveBytes_ = peakBytes_ = 0;
     blocks_.clear();
     keptOctets_.clear();
-    keptBlocks_.clear();
-    keptLiveBlocks_ = keptLiveBytes_ = 0;
+    givenBack_.clear();
+    keptBlocks_ = keptLiveBlocks_ = keptLiveBytes_ = 0;
 }
 
 void Arena::Keep()
 {
-    ASAN_UNPOISON_MEMORY_REGION(region_, top_);
-    keptOctets_.assign(region_, region_ + top_);
-    keptBlocks_ = blocks_;
+    keptOctets_.resize(top_);
+    CopyAll(keptOctets_.data(), region_, top_);
+    givenBack_.clear();
+    keptBlocks_ = blocks_.size();
     keptLiveBlocks_ = liveBlocks_;
     keptLiveBytes_ = liveBytes_;
     Reset();
@@ -139,14 +149,15 @@ void Arena::Keep()
 void Arena::Reset()
 {
     const std::size_t kept = keptOctets_.size();
-    ASAN_UNPOISON_MEMORY_REGION(region_, kept);
-    if (kept != 0) std::memcpy(region_, keptOctets_.data(), kept);
-    ASAN_POISON_MEMORY_REGION(region_, std::max(top_, kept));
-    for (const Block& block : keptBlocks_) {
-        if (block.live) ASAN_UNPOISON_MEMORY_REGION(region_ + block.start, block.size);
+    CopyAll(region_, keptOctets_.data(), kept);
+    if (top_ > kept) ASAN_POISON_MEMORY_REGION(region_ + kept, top_ - kept);
+    for (std::size_t number : givenBack_) {
+        ASAN_UNPOISON_MEMORY_REGION(region_ + blocks_[number].start, blocks_[number].size);
+        blocks_[number].live = true;
     }
+    givenBack_.clear();
     top_ = kept;
-    blocks_ = keptBlocks_;
+    blocks_.resize(keptBlocks_);
     liveBlocks_ = keptLiveBlocks_;
     liveBytes_ = peakBytes_ = keptLiveBytes_;
 }

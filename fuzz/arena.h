@@ -51,11 +51,12 @@ private:
     std::size_t liveBytes_ = 0;
     std::size_t peakBytes_ = 0;
 
-    // What Keep found.
+    // What Keep found, and which of its blocks were given back since.
     std::vector<std::uint8_t> keptOctets_;
-    std::vector<Block> keptBlocks_;
+    std::size_t keptBlocks_ = 0;
     std::size_t keptLiveBlocks_ = 0;
     std::size_t keptLiveBytes_ = 0;
+    std::vector<std::size_t> givenBack_;
 };
 
 } // namespace pnvfuzz

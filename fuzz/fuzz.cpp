@@ -29,11 +29,36 @@ PELNIC_VRF* NewContext(Holding holding)
     return vrf;
 }
 
+template <typename List> void Hold(const List& list)
+{
+    for (PNV_UINT32 i = 0; i < list.num; ++i) ++list.data[i]->iRef;
+}
+
+// Another reference to all that a context holds, so that to release it costs little: it comes back with every input.
+void HoldAll(const PELNIC_VRF* vrf)
+{
+    if (vrf == nullptr) return;
+    const PELNIC_PKI_STORE& store = static_cast<const PELNIC_PKI*>(vrf->pki_ctx)->pki_store;
+    if (store.trust_store != nullptr) {
+        Hold(store.trust_store->ca_certs);
+        Hold(store.trust_store->crl_store);
+    }
+    if (store.local_store != nullptr) Hold(store.local_store->local_certs);
+    Hold(vrf->crl_list);
+}
+
 // The contexts of a target, which are the same for every input of it.
 struct Prepared {
     const Target* target;
     PELNIC_VRF* vrf;
     PELNIC_VRF* other;
+    std::size_t heldBlocks; // that are left when they are released
+
+    void Free() const
+    {
+        (void)pelnic_vrf_ctx_free(vrf);
+        if (other != nullptr) (void)pelnic_vrf_ctx_free(other);
+    }
 };
 const Prepared& Prepare(const Target& target)
 {
@@ -45,17 +70,23 @@ const Prepared& Prepare(const Target& target)
     }
     run.arena.Clear();
     run.crypto = Crypto::Real;
-    prepared = {&target, NewContext(target.holding), target.isDouble ? NewContext(target.holding) : nullptr};
+    prepared = {&target, NewContext(target.holding), target.isDouble ? NewContext(target.holding) : nullptr, 0};
+    HoldAll(prepared.vrf);
+    HoldAll(prepared.other);
     run.arena.Keep();
+    prepared.Free();
+    prepared.heldBlocks = run.arena.LiveBlocks();
+    run.arena.Reset();
     return prepared;
 }
 
-void CollectProblems(std::size_t size, std::vector<std::string>* problems)
+void CollectProblems(std::size_t heldBlocks, std::size_t size, std::vector<std::string>* problems)
 {
     const Run& run = TheRun();
     problems->insert(problems->end(), run.problems.begin(), run.problems.end());
-    if (run.arena.LiveBlocks() != 0) {
-        problems->push_back(std::to_string(run.arena.LiveBlocks()) + " blocks or handles were not given back");
+    if (run.arena.LiveBlocks() != heldBlocks) {
+        problems->push_back(std::to_string(run.arena.LiveBlocks()) + " blocks and handles are left instead of " +
+                            std::to_string(heldBlocks));
     }
     if (run.arena.PeakBytes() > kFixedMemory + kMemoryPerOctet * size) {
         problems->push_back(std::to_string(run.arena.PeakBytes()) + " octets of memory for " + std::to_string(size) +
@@ -79,9 +110,8 @@ Outcome RunInput(const Target& target, Crypto crypto, const std::uint8_t* data, 
         outcome.problems.push_back(problem.what());
     }
     run.lies.clear();
-    (void)pelnic_vrf_ctx_free(prepared.vrf);
-    if (prepared.other != nullptr) (void)pelnic_vrf_ctx_free(prepared.other);
-    CollectProblems(size, &outcome.problems);
+    prepared.Free();
+    CollectProblems(prepared.heldBlocks, size, &outcome.problems);
     return outcome;
 }
 

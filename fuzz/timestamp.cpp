@@ -50,13 +50,31 @@ std::vector<Shell> ShellsOfTheToken()
     return shells;
 }
 
-Bytes SignatureWith(const Bytes& token)
+void Append(Bytes* octets, const Bytes& more)
+{
+    octets->insert(octets->end(), more.begin(), more.end());
+}
+
+// In one go: lengths from the inside out, then octets from the outside in.
+Bytes SignatureWith(const std::uint8_t* token, std::size_t size)
 {
     static const std::vector<Shell> shells = ShellsOfTheToken();
-    Bytes cms = token;
-    for (auto shell = shells.rbegin(); shell != shells.rend(); ++shell) {
-        cms = Tlv(shell->tag, Cat(shell->before, cms, shell->after));
+    std::vector<Bytes> lengths(shells.size());
+    std::size_t length = size;
+    for (std::size_t i = shells.size(); i-- > 0;) {
+        length += shells[i].before.size() + shells[i].after.size();
+        lengths[i] = Length(length);
+        length += 1 + lengths[i].size();
     }
+    Bytes cms;
+    cms.reserve(length);
+    for (std::size_t i = 0; i < shells.size(); ++i) {
+        cms.push_back(shells[i].tag);
+        Append(&cms, lengths[i]);
+        Append(&cms, shells[i].before);
+    }
+    cms.insert(cms.end(), token, token + size);
+    for (auto shell = shells.rbegin(); shell != shells.rend(); ++shell) Append(&cms, shell->after);
     return cms;
 }
 
@@ -65,7 +83,7 @@ Bytes SignatureWith(const Bytes& token)
 bool FuzzTimestamp(const Trial& trial)
 {
     DecodeTstInfo(trial);
-    return Begin(trial.vrf, SignatureWith(Bytes(trial.data, trial.data + trial.size))) == 0;
+    return Begin(trial.vrf, SignatureWith(trial.data, trial.size)) == 0;
 }
 
 } // namespace pnvfuzz

@@ -43,6 +43,7 @@ public:
     // From start on, as many as there are in a row.
     Elements(const Bytes& octets, std::size_t start, std::size_t end) : octets_(octets)
     {
+        nodes_.reserve(octets.size() / 8); // more than most have
         while (Append(start, end, kNoParent, 0)) start = nodes_[last_].element.End();
     }
 
