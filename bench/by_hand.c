@@ -22,14 +22,21 @@ typedef struct {
     long length;
 } RANGE;
 
+/* A whole file, or null. */
 static unsigned char* read_file(const char* path, long* length)
 {
     FILE* const file = fopen(path, "rb");
-    if (file == NULL || fseek(file, 0, SEEK_END) != 0) return NULL;
-    *length = ftell(file);
-    unsigned char* const octets = malloc((size_t)*length);
-    rewind(file);
-    if (octets != NULL && fread(octets, 1, (size_t)*length, file) != (size_t)*length) return NULL;
+    if (file == NULL) return NULL;
+    unsigned char* octets = NULL;
+    if (fseek(file, 0, SEEK_END) == 0) {
+        *length = ftell(file);
+        octets = malloc((size_t)*length);
+        rewind(file);
+    }
+    if (octets != NULL && fread(octets, 1, (size_t)*length, file) != (size_t)*length) {
+        free(octets);
+        octets = NULL;
+    }
     (void)fclose(file);
     return octets;
 }
@@ -120,7 +127,11 @@ int main(int argc, char** argv)
     long length = 0;
     unsigned char* const anchor = argc == 3 ? read_file(argv[1], &root_length) : NULL;
     unsigned char* const package = argc == 3 ? read_file(argv[2], &length) : NULL;
-    if (anchor == NULL || package == NULL || length < HEADER) return 2;
+    if (anchor == NULL || package == NULL || length < HEADER) {
+        free(package);
+        free(anchor);
+        return 2;
+    }
     const unsigned char* der = anchor;
     X509* const root = d2i_X509(NULL, &der, root_length);
     RANGE parts[3];

@@ -26,6 +26,7 @@ int main(int argc, char** argv)
         execv(argv[1], argv + 1);
         _exit(127);
     }
+    close(nowhere);
     if (wait4(child, &status, 0, &usage) != child || status != 0) return 1;
     printf("%lld %ld\n", micros(usage.ru_utime) + micros(usage.ru_stime), usage.ru_maxrss);
     return 0;
