@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
+#include <ctime>
+#include <optional>
 #include <string>
 
 namespace pkgtool {
@@ -41,6 +43,16 @@ inline std::string textOf(const Json& value)
 {
     if (value.is_null()) return "?";
     return printable(value.is_string() ? value.get<std::string>() : value.dump());
+}
+
+// Of a time as reports have it; none of anything else.
+inline std::optional<std::time_t> secondsOf(const Json& time)
+{
+    std::tm utc{};
+    if (!time.is_string() || strptime(time.get<std::string>().c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc) == nullptr) {
+        return std::nullopt;
+    }
+    return timegm(&utc);
 }
 
 // Names are not always UTF-8; what is not is replaced. ASCII alone is printed, since what goes to a terminal as JSON

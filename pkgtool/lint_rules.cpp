@@ -20,15 +20,6 @@ std::string pointerTo(const std::string& array, std::size_t i)
     return array + "/" + std::to_string(i);
 }
 
-std::optional<std::time_t> secondsOf(const Json& time)
-{
-    std::tm utc{};
-    if (!time.is_string() || strptime(time.get<std::string>().c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc) == nullptr) {
-        return std::nullopt;
-    }
-    return timegm(&utc);
-}
-
 std::string dayOf(std::time_t time)
 {
     return timeText(time).substr(0, 10);

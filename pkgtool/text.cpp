@@ -63,4 +63,19 @@ std::string printable(const std::string& text)
     return shown;
 }
 
+std::string markupText(const std::string& text)
+{
+    std::string escaped;
+    for (char c : printable(text)) {
+        switch (c) {
+        case '&': escaped += "&amp;"; break;
+        case '<': escaped += "&lt;"; break;
+        case '>': escaped += "&gt;"; break;
+        case '"': escaped += "&quot;"; break;
+        default: escaped += c;
+        }
+    }
+    return escaped;
+}
+
 } // namespace pkgtool

@@ -14,6 +14,9 @@ namespace pkgtool {
 // has been through here once comes out the same.
 std::string printable(const std::string& text);
 
+// The same for HTML and XML, between tags and between double quotes.
+std::string markupText(const std::string& text);
+
 inline std::string hexadecimal(std::uint32_t word)
 {
     char text[11];

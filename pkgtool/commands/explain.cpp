@@ -4,6 +4,7 @@
 #include "container.h"
 #include "diagnosis.h"
 #include "fingerprint.h"
+#include "html.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -20,6 +21,8 @@ struct ExplainOptions {
     std::string package;
     std::string root;
     bool json = false;
+    std::string html;
+    Existing existing = Existing::Refuse;
     bool allowUnsigned = false;
 };
 
@@ -120,6 +123,8 @@ void printContainer(const Json& report, const Screen& screen)
                        textOf(subFile["offset"]).c_str(), textOf(subFile["length"]).c_str(),
                        subFile["is_inside"] == true ? "" : "  outside the file");
         screen.line("/sub_files/" + std::to_string(i), 1, text);
+        const Json& digest = memberOf(subFile, "sha256");
+        if (subFile["type"] == "payload" && digest.is_string()) screen.line("", 2, "SHA-256 " + textOf(digest));
     }
 }
 
@@ -239,8 +244,14 @@ void printScreen(const Json& report)
 
 void explain(const ExplainOptions& options)
 {
+    if (!options.html.empty()) requireWritable(options.html, options.existing);
     const Json report = makeReport(options);
-    options.json ? print(report) : printScreen(report);
+    if (!options.html.empty()) {
+        const std::string page = htmlPage(report);
+        writeFile(options.html, Bytes(page.begin(), page.end()), options.existing);
+    }
+    const bool isPageAlone = !options.html.empty() && isStandardOutput(options.html);
+    if (!isPageAlone) options.json ? print(report) : printScreen(report);
     if (report["verdict"] != "accepted") throw CLI::RuntimeError(REFUSED);
     if (report["signed"] == false && !options.allowUnsigned) throw CLI::RuntimeError(NOT_SIGNED);
 }
@@ -254,6 +265,8 @@ void addExplainCommand(CLI::App& app)
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_flag("--json", options->json, "print JSON");
+    command->add_option("--html", options->html, "write it to this file, too, as a page for a ticket or an audit");
+    addForceFlag(command, options->existing);
     command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 for an accepted package without signature");
     command->footer("Exit status: 0 accepted, 1 refused, 2 unreadable, or the command line is wrong,\n"
                     "3 accepted and not signed.");

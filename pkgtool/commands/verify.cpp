@@ -260,20 +260,6 @@ void printSummary(const Answers& answers)
 
 // ---- JUnit's XML, which test reports of CI systems read ----
 
-std::string xmlText(const std::string& text)
-{
-    std::string escaped;
-    for (char c : printable(text)) {
-        switch (c) {
-        case '&': escaped += "&amp;"; break;
-        case '<': escaped += "&lt;"; break;
-        case '"': escaped += "&quot;"; break;
-        default: escaped += c;
-        }
-    }
-    return escaped;
-}
-
 std::string junitText(const VerifyOptions& options, const Answers& answers)
 {
     std::string cases;
@@ -283,11 +269,11 @@ std::string junitText(const VerifyOptions& options, const Answers& answers)
         const bool isFailure =
             answer.result == Result::Refused || (answer.result == Result::NotSigned && !options.allowUnsigned);
         failures += isFailure ? 1 : 0;
-        cases += R"(  <testcase classname="pkgtool.verify" name=")" + xmlText(options.packages[i]) + "\">";
+        cases += R"(  <testcase classname="pkgtool.verify" name=")" + markupText(options.packages[i]) + "\">";
         if (isFailure || isError) {
             const std::string message =
                 answer.result == Result::NotSigned ? "accepted, NOT SIGNED" : reasonText(answer);
-            cases += std::string(isError ? "<error" : "<failure") + " message=\"" + xmlText(message) + "\"/>";
+            cases += std::string(isError ? "<error" : "<failure") + " message=\"" + markupText(message) + "\"/>";
         }
         cases += "</testcase>\n";
     }

@@ -688,6 +688,7 @@ TEST_F(PkgtoolExplain, ShowsOneScreen)
   Check cms file fail for file(err 0x88200009)
   package with 3 sub-files
     payload    offset          0  length         16
+      SHA-256 8354D20F1A8AC4E9DD7B7A9DCBA2A2BE34A5FFBEF65EEEB688885E00CC403810
     signature  offset         16  length       5103
     crl        offset       5119  length       1563
   trusts CN=Test Root (root file)
@@ -721,6 +722,49 @@ TEST_F(PkgtoolExplain, NamesInFullWhoseCommonNamesCoincide)
     const std::string out = Explain(Write(bench_.Package(cms))).out;
     EXPECT_NE(out.find("why:  CRL of C=ZZ,O=Example,CN=Test Signing CA ended"), std::string::npos) << out;
     EXPECT_NE(out.find("signer CN=Test Signer, "), std::string::npos) << out;
+}
+
+// What comes from a package is text in the page, wherever a hostile certificate puts it.
+TEST_F(PkgtoolExplain, WritesAPageWithoutAnythingOfThePackagesOwn)
+{
+    const std::string nasty = "<script>alert(1)</script>\"'&\x1B[2J";
+    bench_.pki.signer.subject = Name(Cn(nasty));
+    bench_.pki.signingCrl.nextUpdate = UtcTime("251221000000Z");
+    const std::string package = Write(bench_.Package());
+    const std::string file = dir_.Path("page<b>.html");
+    const ProcessResult run = Explain(package, {"--html", file});
+    EXPECT_EQ(run.status, 1) << run.err;
+    const Bytes octets = ReadWholeFile(file);
+    const std::string page(octets.begin(), octets.end());
+    EXPECT_EQ(page.rfind("<!DOCTYPE html>\n<html lang=\"en\">", 0), 0u);
+    EXPECT_NE(page.find("content=\"default-src 'none'; style-src 'unsafe-inline'\""), std::string::npos);
+    for (const char* active : {"<script", "javascript:", "http:", "https:", "<img", "<link", "<a ", "\x1B"}) {
+        EXPECT_EQ(page.find(active), std::string::npos) << active;
+    }
+    EXPECT_NE(page.find(R"(CN=\&lt;script\&gt;alert(1)\&lt;/script\&gt;\&quot;'&amp;\1B[2J)"), std::string::npos)
+        << page;
+    for (const char* part :
+         {">REFUSED</p>", "<dt>Why</dt>\n<dd>CRL of CN=Test Signing CA ended 2025-12-21", "<dt>What to do</dt>",
+          "<h2>Time line</h2>", "<svg role=\"img\" aria-label=", "<h2>Fingerprints</h2>", "<h2>Trusted root</h2>",
+          "8354D20F1A8AC4E9DD7B7A9DCBA2A2BE34A5FFBEF65EEEB688885E00CC403810"}) {
+        EXPECT_NE(page.find(part), std::string::npos) << part;
+    }
+    const std::size_t marked = page.find("<li class=\"failed\"><strong>It failed here. </strong>");
+    EXPECT_NE(marked, std::string::npos);
+    EXPECT_EQ(page.find("It failed here", marked + 60), std::string::npos);
+    // As many ends as beginnings of every element.
+    const auto count = [&](const std::string& text) {
+        std::size_t found = 0;
+        for (std::size_t at = 0; (at = page.find(text, at)) != std::string::npos; ++at) ++found;
+        return found;
+    };
+    for (const std::string tag :
+         {"p", "li", "ol", "ul", "table", "tr", "td", "h1", "h2", "h3", "h4", "svg", "code", "dl"}) {
+        EXPECT_EQ(count("<" + tag + ">") + count("<" + tag + " "), count("</" + tag + ">")) << tag;
+    }
+    EXPECT_EQ(Explain(package, {"--html", file}).status, 2); // it is there
+    const ProcessResult alone = Explain(package, {"--html", "-"});
+    EXPECT_EQ(alone.out, page);
 }
 
 TEST_F(PkgtoolExplain, TrustsTheCheckersRootUnlessToldOtherwise)
