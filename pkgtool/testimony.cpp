@@ -8,7 +8,9 @@ namespace pkgtool {
 
 namespace {
 
-constexpr std::size_t FOUND = 16; // octets that are shown of an element
+constexpr std::ptrdiff_t FOUND = 16; // octets that are shown of an element
+// Octets by which an input is found again. Not all of it: each CRL of a long file is first tried as a certificate.
+constexpr PNV_UINT32 BEGINNING = 64;
 
 // ---- Elements ----
 
@@ -55,10 +57,10 @@ ElementFault elementOf(const WitnessEvent& event)
     if (event.row != nullptr) element.expected = expectedText(*event.row);
     if (event.row != step.row) element.missing = event.row->name_val;
     if (step.input == nullptr) return element;
-    element.input.assign(step.input->pVal, step.input->pVal + step.input->nBufLen);
-    const auto left = element.input.size() - std::min<std::size_t>(step.offset, element.input.size());
-    element.found.assign(element.input.end() - static_cast<std::ptrdiff_t>(left),
-                         element.input.end() - static_cast<std::ptrdiff_t>(left - std::min(left, FOUND)));
+    const PELNIC_BUF& input = *step.input;
+    const PNV_BYTE* const stands = input.pVal + std::min(step.offset, input.nBufLen);
+    element.input.assign(input.pVal, input.pVal + std::min(input.nBufLen, BEGINNING));
+    element.found.assign(stands, stands + std::min(FOUND, input.pVal + input.nBufLen - stands));
     return element;
 }
 

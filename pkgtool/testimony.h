@@ -27,7 +27,7 @@ struct ElementFault {
     std::string expected; // as ASN.1 writes it, or empty
     std::string missing;  // the name of a field that is not there
     Bytes found;          // the first octets that stand there
-    Bytes input;          // what was decoded
+    Bytes input;          // the beginning of what was decoded
     std::size_t offset;   // in the input
 };
 
