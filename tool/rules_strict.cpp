@@ -208,9 +208,19 @@ static pfunc_pelnic_verify_init unlimitedInit;
 static PNV_UINT32 checks;
 static const char* stoppedBy;
 
+// Under an exponent of 1 everything is its own signature.
+static bool isBelow3(const PELNIC_BIGINT& exponent)
+{
+    PNV_UINT32 length = exponent.uiLength;
+    const PNV_BYTE* octets = exponent.aVal;
+    for (; length > 1 && *octets == 0; --length) ++octets;
+    return length == 0 || (length == 1 && *octets < 3);
+}
+
 static PELNIC_ERROR_CODE limitedInit(PELNIC_CRYPTO_VRF_CTX ctx, const PELNIC_BIGINT* e, const PELNIC_BIGINT* n,
                                      PNV_UINT32 hashId)
 {
+    if (isBelow3(*e)) stoppedBy = "an RSA exponent is below 3";
     if (e->uiLength > MAX_EXPONENT) stoppedBy = "an RSA exponent has more than 64 bits";
     if (++checks > MAX_CHECKS) stoppedBy = "there are more than 1000 signatures to check";
     return stoppedBy != nullptr ? PELNIC_ERR_FAILED : unlimitedInit(ctx, e, n, hashId);

@@ -206,6 +206,28 @@ TEST_F(StrictChecker, RefusesExponentsAbove64Bits)
     ExpectRefused(cms, "an RSA exponent has more than 64 bits");
 }
 
+// Under an exponent of 1 a block in the right form is its own signature; 2 has no inverse, and 0 is not even decoded.
+TEST_F(StrictChecker, RefusesExponentsBelow3)
+{
+    const Bytes modulus = TestKey(KeyId::Rsa2048H).modulus;
+    CertSpec stranger = SelfIssued(3, 0);
+    CmsSpec cms = DemoCms(pki_);
+    stranger.subjectPublicKey = RsaSpki(modulus, {0x03});
+    cms.certificates.push_back(Build(stranger));
+    ExpectSame(Package(cms), kAcceptedSilently);
+    for (const Bytes& exponent : {Bytes{0x02}, Bytes{0x01}, Bytes{0x00, 0x00, 0x00, 0x01}}) {
+        stranger.subjectPublicKey = RsaSpki(modulus, exponent);
+        cms.certificates.back() = Build(stranger);
+        ExpectRefused(cms, "an RSA exponent is below 3");
+    }
+    pki_.signer.subjectPublicKey = RsaSpki(modulus, {0x01});
+    cms = Direct(DemoCms(pki_));
+    const Bytes info = Seq(AlgoId(oid::sha256), Octets(Digest(Hash::Sha256, payload_)));
+    const Bytes padding(modulus.size() - info.size() - 3, 0xFF);
+    cms.signers[0].signature = Cat(Bytes{0x00, 0x01}, padding, Bytes{0x00}, info);
+    ExpectRefused(cms, "an RSA exponent is below 3");
+}
+
 TEST_F(StrictChecker, StopsAfterAThousandSignatureChecks)
 {
     CmsSpec cms = DemoCms(pki_);
