@@ -120,7 +120,10 @@ private:
         const std::string place = at + "/timestamp";
         html_ += element("h3" + mark(place), here(place) + "Timestamp " + textIn(timestamp["time"]));
         const Json& authorities = timestamp["authorities"];
-        if (authorities.empty()) html_ += element("p", "Nobody signed it.");
+        if (authorities.empty()) {
+            html_ +=
+                element("p", timestamp["time"].is_null() ? "Its signers were not looked at." : "Nobody signed it.");
+        }
         for (std::size_t i = 0; i < authorities.size(); ++i) {
             const std::string authority = place + "/authorities/" + std::to_string(i);
             html_ +=

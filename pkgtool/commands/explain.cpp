@@ -161,8 +161,10 @@ void printTimestamp(const Json& timestamp, const Screen& screen, const std::stri
 {
     if (timestamp.is_null()) return screen.line("", 1, "no timestamp that can be read");
     const Json& authorities = timestamp["authorities"];
-    screen.line(at, 1,
-                "timestamp " + textOf(timestamp["time"]) + (authorities.empty() ? ", signed by nobody" : ", by"));
+    const char* const who = !authorities.empty()          ? ", by"
+                            : timestamp["time"].is_null() ? ", whose signers were not looked at"
+                                                          : ", signed by nobody";
+    screen.line(at, 1, "timestamp " + textOf(timestamp["time"]) + who);
     for (std::size_t i = 0; i < authorities.size(); ++i) {
         const std::string place = at + "/authorities/" + std::to_string(i);
         screen.line(place, 2, "authority " + briefName(authorities[i]["subject"]));

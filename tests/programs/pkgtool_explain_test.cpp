@@ -767,6 +767,20 @@ TEST_F(PkgtoolExplain, WritesAPageWithoutAnythingOfThePackagesOwn)
     EXPECT_EQ(alone.out, page);
 }
 
+TEST_F(PkgtoolExplain, SaysNothingOfSignersThatWereNotLookedAt)
+{
+    const std::string fractions = Write(bench_.Package(bench_.Token("20260101000000.5Z")));
+    const std::string out = Explain(fractions).out;
+    EXPECT_NE(out.find("\n>   timestamp ?, whose signers were not looked at\n"), std::string::npos) << out;
+    const std::string page = Explain(fractions, {"--html", "-"}).out;
+    EXPECT_NE(page.find("Its signers were not looked at."), std::string::npos) << page;
+    EXPECT_EQ(page.find("Nobody signed it."), std::string::npos) << page;
+    TokenSpec unsignedToken = DemoToken(bench_.pki);
+    unsignedToken.cms.signers.clear();
+    const std::string accepted = Explain(Write(bench_.Package(unsignedToken))).out;
+    EXPECT_NE(accepted.find("Z, signed by nobody\n"), std::string::npos) << accepted;
+}
+
 TEST_F(PkgtoolExplain, TrustsTheCheckersRootUnlessToldOtherwise)
 {
     const ProcessResult run = RunProcess({PkgtoolPath(), "explain", Write(bench_.Package()), "--json"});
