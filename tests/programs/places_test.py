@@ -26,6 +26,9 @@ fuzzed = read("fuzz/extension.cpp").upper()
 missing.extend(f"fuzz/extension.cpp lacks AOID_CE_{name}" for name in extensions
                if f"OID::{name}" not in fuzzed and f"OID::{name.rstrip('S')}" not in fuzzed)
 
+codes = re.findall(r"^#define (PELNIC_ERR_\w+) ", read("cmsverify/include/pelnic_cms_verify.h"), re.M)
+want([f"static_assert({code} ==" for code in codes], "tests/modules/interface_layout_test.cpp")
+
 # A refusal is a sentence, and the only strings with a space; no package leads to the last one, which is lack of memory.
 strict = re.sub(r"//.*|#include.*", "", read("tool/rules_strict.cpp"))
 refusals = [text for text in re.findall(r'"([^"\n]+)"', strict) if " " in text]
@@ -51,7 +54,7 @@ want([f"| `{target}` |" for target in targets], "fuzz/README.md")
 options = re.findall(r"^(?:option|set(?=.* CACHE ))\(((?:CMSVERIFY|PKGCHECK)_\w+) ", read("CMakeLists.txt"), re.M)
 want([f"`{option}`" for option in options], "docs/building.md")
 
-print("\n".join(missing) or f"{len(extensions)} extensions, {len(refusals)} refusals of the strict checker, "
+print("\n".join(missing) or f"{len(codes)} codes, {len(extensions)} extensions, {len(refusals)} strict refusals, "
       f"{len(kinds)} kinds of failure, {len(findings)} findings, {len(targets)} fuzzers, {len(options)} options: "
       "all in their places")
 sys.exit(bool(missing))
