@@ -132,8 +132,10 @@ void printAnswer(const Answer& answer)
     if (answer.reason && answer.code == nullptr) printf("%s\n", NOT_SIGNED_CONTENT);
     if (answer.line != nullptr) printf("%s: %s\n", printable(answer.asked).c_str(), answer.line->meaning);
     if (answer.line != nullptr && answer.code == nullptr) printAdvice(answer.line->advice);
-    if (answer.status != nullptr) printf("exit status %d: %s\n", answer.status->value, answer.status->meaning);
-    if (answer.status != nullptr) printAdvice(answer.status->advice);
+    if (answer.status != nullptr) {
+        printf("exit status %d: %s\n", answer.status->value, answer.status->meaning);
+        printAdvice(answer.status->advice);
+    }
     if (answer.code == nullptr) return;
     printf("%s %s: %s\n", hexadecimal(answer.code->value).c_str(), answer.code->name, answer.code->meaning);
     printAdvice(answer.code->advice);
