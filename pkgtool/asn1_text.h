@@ -1,4 +1,4 @@
-// ASN.1 values as text, the same from whichever reader; null for what has none.
+// ASN.1 values as text, the same for both readers; null for a value without text.
 #ifndef PKGTOOL_ASN1_TEXT_H
 #define PKGTOOL_ASN1_TEXT_H
 
@@ -8,11 +8,11 @@
 
 namespace pkgtool {
 
-// How names are printed (RFC 2253).
+// The printed form of names (RFC 2253).
 constexpr unsigned long NAME_FLAGS =
     ASN1_STRFLGS_ESC_2253 | ASN1_STRFLGS_ESC_CTRL | ASN1_STRFLGS_UTF8_CONVERT | ASN1_STRFLGS_DUMP_UNKNOWN;
 
-// The short name of what OpenSSL knows, else dotted numbers.
+// OpenSSL's short name of an identifier, else dotted numbers.
 Json objectJson(const ASN1_OBJECT* object);
 // The names of the bits of a key usage: the first octet in bits 0 to 7, the second in bits 8 to 15.
 Json usageNames(unsigned bits);

@@ -11,7 +11,7 @@ namespace pkgtool {
 
 namespace {
 
-// Two times as days, or in full where the days are the same.
+// Two times as days, or in full if the days are equal.
 struct TimePair {
     TimePair(const std::string& first, const std::string& second)
         : days(first.substr(0, 10) != second.substr(0, 10)), a(cut(first)), b(cut(second))
@@ -35,7 +35,7 @@ bool isTrusted(const Json& cert)
     return cert["source"] == source::COMPILED_IN || cert["source"] == source::ROOT_FILE;
 }
 
-// Without the entries of a CRL: they are as many as it likes, and what counts of them comes with the verdict.
+// Without a CRL's entries: there can be many, and the relevant one comes with the verdict.
 Json describe(const Json& object, const char* added)
 {
     Json json;
@@ -48,7 +48,7 @@ Json describe(const Json& object, const char* added)
 
 } // namespace
 
-// The CA certificates of that subject that the checker reads.
+// The CA certificates with that subject that the checker can decode.
 std::vector<const ChainStory::Entry*> ChainStory::casNamed(const Json& name) const
 {
     std::vector<const Entry*> named;
@@ -61,8 +61,8 @@ std::vector<const ChainStory::Entry*> ChainStory::casNamed(const Json& name) con
     return named;
 }
 
-// Those of them that the library could ask: not roots that came with a signature, and of several with one issuer,
-// serial number and key the first.
+// Those of them that the library could try: no roots from a signature, and only the first of several with one issuer,
+// serial number and key.
 std::vector<const ChainStory::Entry*> ChainStory::casAsked(const Json& name) const
 {
     std::vector<const Entry*> named = casNamed(name);
@@ -95,7 +95,7 @@ std::optional<Reason> ChainStory::judgeDates(const LinkTestimony& link, const Js
                   "have it issued with UTCTime or GeneralizedTime in whole seconds, ending in Z"};
 }
 
-// Why the chain does not go on above a certificate that is no trusted root.
+// Why the chain ends at a certificate that is not a trusted root.
 Reason ChainStory::judgeTop(const Json& json) const
 {
     const std::string name = briefName(memberOf(json, "subject"));
@@ -105,7 +105,8 @@ Reason ChainStory::judgeTop(const Json& json) const
     const std::vector<const Entry*> leftOut = casNamed(memberOf(json, "issuer"));
     if (named.empty() && leftOut.empty()) {
         return {"issuer-missing",
-                "no certificate of " + issuer + ", which issued " + name + ", is there; the checker trusts " + trusted,
+                "the certificate of " + issuer + ", which issued " + name + ", is missing; the checker trusts " +
+                    trusted,
                 "put the certificate of " + issuer + " into the signature (--chain), or use a checker that trusts it"};
     }
     if (named.empty() && leftOut[0]->second["is_self_issued"] == true) {
@@ -117,8 +118,8 @@ Reason ChainStory::judgeTop(const Json& json) const
     if (named.empty()) {
         return {"issuer-missing",
                 "the certificate of " + issuer + ", which issued " + name +
-                    ", was passed over: another one of the same issuer, serial number and key came before it",
-                "issue the certificates of CAs with serial numbers of their own"};
+                    ", was ignored: an earlier one has the same issuer, serial number and key",
+                "give every CA certificate its own serial number"};
     }
     const auto mayNot = [](const Entry* ca) { return !hasUsage(ca->second, "keyCertSign"); };
     if (std::all_of(named.begin(), named.end(), mayNot)) {
@@ -135,7 +136,7 @@ Reason ChainStory::judgeTop(const Json& json) const
             "the certificate was altered, or another CA of that name issued it: use the one that did"};
 }
 
-// Why a CRL cannot speak for a certificate; the sentence lacks its subject.
+// Why a CRL does not apply to a certificate; the sentence lacks its subject.
 Reason ChainStory::judgeUnfit(const CrlTestimony& testimony, const Json& crl) const
 {
     const std::string issuer = briefName(memberOf(crl, "issuer"));
@@ -151,23 +152,23 @@ Reason ChainStory::judgeUnfit(const CrlTestimony& testimony, const Json& crl) co
                 "publish a CRL of " + issuer + " that covers the signing time, and pack it"};
     }
     case CrlUnfit::NoEnd:
-        return {"crl-undecodable", "has no nextUpdate that can be read",
-                "publish it with one in whole seconds of UTC (openssl ca -gencrl -crldays 365)"};
+        return {"crl-undecodable", "has no readable nextUpdate",
+                "publish it with a nextUpdate in whole seconds of UTC (openssl ca -gencrl -crldays 365)"};
     default: break;
     }
     if (named.empty()) {
         return {"crl-issuer-missing", "lacks the certificate of its issuer",
-                "put the certificate of " + issuer + " into the signature (--chain), or beside the CRLs"};
+                "put the certificate of " + issuer + " into the signature (--chain), or among the CRLs"};
     }
     if (std::all_of(named.begin(), named.end(), mayNot)) {
-        return {"crl-issuer-usage", "comes from a CA that may not issue any: its key usage lacks cRLSign",
+        return {"crl-issuer-usage", "comes from a CA that may not issue CRLs: its key usage lacks cRLSign",
                 "issue the certificate of " + issuer + " with keyUsage = critical,keyCertSign,cRLSign"};
     }
     return {"crl-signature", "does not verify with the key of its issuer",
             "it was altered, or another CA of that name issued it: pack the one of this CA"};
 }
 
-// What the chosen CRL says of the certificate.
+// The chosen CRL's verdict on the certificate.
 std::optional<Failure> ChainStory::readChosen(const LinkTestimony& link, const Json& json, Json& crl,
                                               const std::string& at) const
 {
@@ -183,7 +184,7 @@ std::optional<Failure> ChainStory::readChosen(const LinkTestimony& link, const J
     if (rc != PELNIC_ERR_CERT_REVOKED) {
         return Failure{at,
                        json,
-                       {"crl-undecodable", "whether " + name + " is revoked cannot be told",
+                       {"crl-undecodable", "the revocation of " + name + " cannot be determined",
                         "have certificate and CRL issued again with well-formed extensions"}};
     }
     const Json& entry = elementOf(memberOf(contents_.objects.at(*link.chosen), "revoked"), link.entry);
@@ -253,7 +254,7 @@ std::optional<Failure> ChainStory::judge(const LinkTestimony& link, Json& json, 
     return std::nullopt;
 }
 
-// The CA by whose name a certificate was issued.
+// The CA named as a certificate's issuer.
 Part ChainStory::namedIssuer(const Json& json) const
 {
     if (json["is_self_issued"] == true) return nullptr;
@@ -261,8 +262,8 @@ Part ChainStory::namedIssuer(const Json& json) const
     return named.empty() ? nullptr : &named[0]->first;
 }
 
-// Where the library went on: the issuer of the CRL that it chose or would have; behind an indirect one that was good,
-// the certificate's own.
+// The library's next certificate: the issuer of the CRL that it chose or would have chosen; after a good indirect one,
+// the certificate's issuer.
 Part ChainStory::above(const LinkTestimony& link, const Json& json) const
 {
     if (link.codes.count(Decision::SelfSigned) != 0) return nullptr;
@@ -286,7 +287,7 @@ std::optional<Failure> ChainStory::tell(Part cert, Json& links, const std::strin
         const std::string place = at + "/" + std::to_string(links.size());
         Json json = describe(contents_.objects.at(*cert), "crls");
         const auto link = signer_.links.find(cert);
-        if (link == signer_.links.end()) { // behind the failure
+        if (link == signer_.links.end()) { // after the failure
             cert = namedIssuer(json);
         } else {
             std::optional<Failure> failure = judge(link->second, json, place);

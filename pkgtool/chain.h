@@ -1,5 +1,5 @@
-// A certificate's chain, told link by link: from what the library's witness told of it, and behind a failure from the
-// names in the package.
+// The report on a certificate's chain, link by link: from the library's witness, and after a failure from the names in
+// the package.
 #ifndef PKGTOOL_CHAIN_H
 #define PKGTOOL_CHAIN_H
 
@@ -12,14 +12,14 @@
 
 namespace pkgtool {
 
-// What is wrong and what helps. The kind is a word for programs.
+// A problem and its remedy. The kind is a word for programs.
 struct Reason {
     std::string kind;
     std::string sentence;
     std::string advice;
 };
 
-// A reason and the place in the report that it is about, as a JSON pointer (RFC 6901).
+// A reason and its place in the report, as a JSON pointer (RFC 6901).
 struct Failure {
     std::string at;
     Json about; // the certificate, CRL or signer
@@ -28,15 +28,15 @@ struct Failure {
 
 class ChainStory {
 public:
-    // signer: or a timestamp authority; time: at which it was judged.
+    // signer: or a timestamp authority; time: the time of the verification.
     ChainStory(const Contents& contents, const Testimony& testimony, const SignerTestimony& signer,
                const std::string& time)
         : contents_(contents), testimony_(testimony), signer_(signer), now_(time)
     {
     }
 
-    // Appends the links from a certificate up to a report's array at this place; the first failure, if any, says why
-    // the chain is refused.
+    // Appends the links from a certificate upwards to a report's array at this place; the first failure, if any, is the
+    // reason of the refusal.
     std::optional<Failure> tell(Part cert, Json& links, const std::string& at) const;
 
 private:

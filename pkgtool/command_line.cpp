@@ -15,7 +15,7 @@ using Words = std::vector<std::string>;
 constexpr std::size_t COLUMNS = 80;
 constexpr std::size_t TEXT_COLUMN = 29; // where the descriptions begin
 
-// On lines of that length; those behind the first are indented.
+// Wrapped to that length; all lines but the first are indented.
 std::string wrapped(const std::string& text, std::size_t width, std::size_t indent)
 {
     std::istringstream words(text);
@@ -48,7 +48,7 @@ std::string valueOf(const CLI::Option* option)
 
 // ---- Errors ----
 
-// Insertions, deletions, changes and swaps of neighbours that lead from one to the other.
+// The number of insertions, deletions, changes and swaps of neighbours between two words.
 std::size_t distance(const std::string& a, const std::string& b)
 {
     std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
@@ -67,10 +67,10 @@ std::size_t distance(const std::string& a, const std::string& b)
     return d[a.size()][b.size()];
 }
 
-// The name that may have been meant; empty when none is near.
+// The likely intended name; empty if none is near.
 std::string nearest(const std::string& word, const Words& names)
 {
-    constexpr std::size_t MAX_WORD = 64; // which no name has
+    constexpr std::size_t MAX_WORD = 64; // longer than any name
     if (names.empty() || word.size() > MAX_WORD) return "";
     const std::string& name = *std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
         return distance(word, a) < distance(word, b);
@@ -101,7 +101,7 @@ Words optionsOf(const CLI::App& command)
     return names;
 }
 
-// The command that the words lead to, and what to call it: "crl show", say; nothing for the program itself.
+// The command selected by the words, and its name, such as "crl show"; empty for the program itself.
 const CLI::App* commandMeant(const CLI::App& app, std::string& name)
 {
     const CLI::App* command = &app;
@@ -112,7 +112,7 @@ const CLI::App* commandMeant(const CLI::App& app, std::string& name)
     return command;
 }
 
-// Of the words that were left over the one to speak of. The value behind a wrong option may be a secret.
+// The unparsed word to report. The value after a wrong option may be a secret.
 std::string firstWrong(const Words& words)
 {
     const auto isOption = [](const std::string& word) { return word.size() > 1 && word[0] == '-'; };
@@ -160,7 +160,7 @@ std::string HelpFormatter::make_expanded(const CLI::App* group) const
     return text;
 }
 
-// Paragraphs, which stand apart.
+// Paragraphs, separated by empty lines.
 std::string HelpFormatter::make_footer(const CLI::App* app) const
 {
     const std::string footer = app->get_footer();

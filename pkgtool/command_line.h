@@ -11,7 +11,7 @@
 
 namespace pkgtool {
 
-// Help on 80 columns, without what CLI11 tells of needs and exclusions: whoever violates one is told.
+// Help in 80 columns, without CLI11's needs and exclusions: an error message explains a violated one.
 class HelpFormatter : public CLI::Formatter {
 public:
     std::string make_option(const CLI::Option* option, bool isPositional) const override;
@@ -20,10 +20,10 @@ public:
     std::string make_footer(const CLI::App* app) const override;
 };
 
-// The words behind the program's name, the last one first, as CLI11 wants them. "help sign" is "sign --help".
+// The words after the program's name, in reverse order for CLI11. "help sign" becomes "sign --help".
 std::vector<std::string> commandLine(int argc, char** argv);
 
-// What is wrong with the words that the app could not parse: the wrong one is named, and one that is nearly it.
+// The error for words that the app could not parse: it names the wrong word and a similar valid one.
 UserError explainParseError(const CLI::App& app, const CLI::ParseError& error);
 
 } // namespace pkgtool

@@ -66,7 +66,7 @@ Bytes encodeHeader(Header header, const std::vector<SubFile>& subFiles)
 Header decodeHeader(ByteView package)
 {
     Header header;
-    if (package.size < sizeof header) throw UserError("shorter than a package header, which has 352 bytes");
+    if (package.size < sizeof header) throw UserError("shorter than a package header of 352 octets");
     std::memcpy(&header, package.data, sizeof header);
     return swapped(header);
 }

@@ -15,13 +15,13 @@ namespace pkgtool {
 
 namespace {
 
-// Reads certificates, CRLs and signatures as the device does, and by OpenSSL what only that takes. Keeps the first of
-// equal objects.
+// Reads certificates, CRLs and signatures as the device does, and with OpenSSL those that only OpenSSL decodes. Keeps
+// the first of equal objects.
 class PackageReader {
 public:
     explicit PackageReader(std::map<Bytes, Json>& objects) : objects_(objects) {}
 
-    // Certificates and CRLs one behind the other, in DER or in PEM, up to what is neither.
+    // Concatenated certificates and CRLs, in DER or in PEM, up to anything else.
     Json readObjects(const Bytes& content, const char* source);
     Json readSignature(const Bytes& content);
 
@@ -123,12 +123,12 @@ void PackageReader::putParts(const SignedParts& parts, const char* source, Json&
     for (const SignerParts& signer : parts.signers) {
         json["signers"].push_back(signer.json);
         Json& timestamps = json["signers"].back()["timestamps"] = Json::array();
-        if (source == source::TOKEN) continue; // no checker looks at a token inside a token, however deep they go
+        if (source == source::TOKEN) continue; // no checker looks at a token inside a token, whatever the depth
         for (const Bytes& token : signer.tokens) timestamps.push_back(tokenJson(token));
     }
 }
 
-// How many bytes an element says it has, with its identifier and length octets; null when it does not say.
+// The claimed length of an element, with its identifier and length octets; null if unknown.
 Json claimedLength(const Bytes& der)
 {
     constexpr std::size_t MAX_LENGTH_OCTETS = 4; // more are refused
@@ -141,7 +141,7 @@ Json claimedLength(const Bytes& der)
     return 2 + octets + length;
 }
 
-// What is around a signature: the length that it claims, or its armour.
+// The frame of a signature: its claimed length, or its armour.
 void putEnvelope(const Bytes& content, Json& json)
 {
     if (!isPem(content)) {

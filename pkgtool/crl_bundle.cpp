@@ -30,7 +30,7 @@ constexpr Refusal REFUSALS[] = {
     {PELNIC_ERR_CMS_FORMAT, "holds no certificate", "certificates are DER, or PEM from the first byte on"},
     {PELNIC_ERR_CERT_INVALID, "holds no certificate", "certificates are DER, or PEM from the first byte on"},
     {PELNIC_ERR_CERT_VERSION, "holds a certificate of version 1 or 2", "only version 3 is accepted"},
-    {PELNIC_ERR_CRL_DECODE, "holds no CRL that can be used",
+    {PELNIC_ERR_CRL_DECODE, "holds no usable CRL",
      "CRLs are DER, or PEM from the first byte on; each needs a nextUpdate, and certificates among them version 3"},
     {PELNIC_ERR_CRL_TOO_MANY, "holds more than 16 CRLs", ""},
 };
@@ -51,7 +51,7 @@ BundleSummary decode(PELNIC_VRF_CTX ctx, const std::string& path)
     return BundleSummary(summary, {ctx});
 }
 
-// The library opens them itself. What would make it wait is refused.
+// The library opens them itself. Files that would make it wait are refused.
 void requireFile(const std::string& path)
 {
     if (path == "-") throw UserError("CRL bundles and their certificates are read from files, not from standard input");
@@ -105,7 +105,7 @@ const PELNIC_CRL_INFO* findExcuse(const CrlInfos& newer, const PELNIC_CRL_INFO& 
     return root != newer.end() && revokes(**root, dropped.issuer_sn) ? *root : nullptr;
 }
 
-// Unless the offered bundle is newer, the device's is held to have what the offered one has.
+// Unless the offered bundle is newer, the device's must have every issuer of the offered one.
 void markDropped(std::vector<IssuerChange>& changes, const CrlInfos& offered, const CrlInfos& device)
 {
     const bool later = has(changes, Relation::Newer);

@@ -1,4 +1,4 @@
-// CRL bundles as the device's verifier sees them, and what tells two of them apart.
+// CRL bundles as the device's verifier sees them, and the differences between two.
 #ifndef PKGTOOL_CRL_BUNDLE_H
 #define PKGTOOL_CRL_BUNDLE_H
 
@@ -25,8 +25,8 @@ using BundleSummary = std::unique_ptr<PELNIC_CRL_BUNDLE_INFO, ReleaseSummary>;
 
 using CrlInfos = std::vector<const PELNIC_CRL_INFO*>;
 
-// A bundle is summarised in a context of its own: its issuers are verified by these certificates and by what the bundle
-// itself holds.
+// Each bundle is summarised in its own context: its issuers are verified with these certificates and those in the
+// bundle.
 class CrlBundle {
 public:
     CrlBundle(const std::string& path, const std::vector<std::string>& certFiles);
@@ -61,13 +61,13 @@ enum class Relation {
 // One issuer in both bundles.
 struct IssuerChange {
     Relation relation;
-    const PELNIC_CRL_INFO* offered; // null when the bundle has none
+    const PELNIC_CRL_INFO* offered; // null if the bundle has none
     const PELNIC_CRL_INFO* device;
     const PELNIC_CRL_INFO* excuse; // of a dropped issuer: the newer bundle's CRL that revokes it, or null
 };
 
-// The reasons behind a verdict, from the summaries alone. Each issuer once, in the order of the offered bundle and then
-// of the device's.
+// The reasons of a verdict, from the summaries alone. Each issuer once, in the order of the offered bundle, then of the
+// device's.
 std::vector<IssuerChange> explain(const CrlInfos& offered, const CrlInfos& device);
 
 } // namespace pkgtool

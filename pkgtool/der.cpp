@@ -11,7 +11,7 @@ namespace pkgtool {
 
 namespace {
 
-// Bits of what ASN1_get_object returns.
+// Bits of the result of ASN1_get_object.
 constexpr int INDEFINITE = 0x01;
 constexpr int CONSTRUCTED = 0x20;
 constexpr int MALFORMED = 0x80;
@@ -27,7 +27,7 @@ bool hasIndefiniteLength(const Bytes& ber)
         const int form = ASN1_get_object(&in, &length, &tag, &tagClass, end - in);
         if ((form & MALFORMED) != 0) break;
         if ((form & INDEFINITE) != 0) return true;
-        if ((form & CONSTRUCTED) == 0) in += length; // the elements inside a constructed one come next
+        if ((form & CONSTRUCTED) == 0) in += length; // next are the elements inside a constructed one
     }
     ERR_clear_error();
     return false;
@@ -48,8 +48,8 @@ void requireNothingBeforePem(const Bytes& content, const std::string& origin, co
     const std::string begin = "\n" + PEM_BEGIN + " ";
     if (isDer || std::search(content.begin(), content.end(), begin.begin(), begin.end()) == content.end()) return;
     if (isPem(content)) return;
-    throw Refusal(origin + " has text in front of -----BEGIN, and the checker reads PEM from its first byte on",
-                  "take the text away: openssl " + kind + " -in FILE -out NEW");
+    throw Refusal(origin + " has text before -----BEGIN, and the checker reads PEM from the first octet",
+                  "remove the text: openssl " + kind + " -in FILE -out NEW");
 }
 
 void requireDefiniteLengths(const Bytes& ber, const std::string& what)

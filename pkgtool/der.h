@@ -1,4 +1,4 @@
-// Encodings as the checker tells them apart.
+// Encodings, recognised as the checker does.
 #ifndef PKGTOOL_DER_H
 #define PKGTOOL_DER_H
 
@@ -8,14 +8,14 @@
 
 namespace pkgtool {
 
-// What begins with "-----BEGIN" is PEM, and anything else DER.
+// Whether it begins with "-----BEGIN"; anything else is DER.
 bool isPem(const Bytes& content);
-// Throws when a line that begins PEM stands in the content, and text before it: nothing but PEM's own first line tells
-// the checker that it is not DER. The content's kind is "x509", say, as openssl calls the command that mends it.
+// Throws if there is text before a line that begins PEM: the checker recognises PEM only at the first octet. The
+// content's kind, such as "x509", is the openssl command that removes the text.
 void requireNothingBeforePem(const Bytes& content, const std::string& origin, const std::string& kind);
-// The DER inside a PEM block labelled CMS or PKCS7; throws when there is none.
+// The DER inside a PEM block labelled CMS or PKCS7; throws if there is none.
 Bytes withoutArmour(const Bytes& pem, const std::string& origin);
-// Throws when an element has an indefinite length (X.690, 8.1.3.6). Anything else that is malformed passes.
+// Throws if an element has an indefinite length (X.690, 8.1.3.6). Other malformed input passes.
 void requireDefiniteLengths(const Bytes& ber, const std::string& what);
 
 } // namespace pkgtool

@@ -1,4 +1,4 @@
-// What a device reads of a package: the library's own decoder, and its answers about what it decoded.
+// The device's reader: the library's decoder, and its queries on decoded objects.
 #include "reader.h"
 
 #include "asn1_text.h"
@@ -31,7 +31,7 @@ Bytes bytesOf(const PELNIC_ASN_OCTS& octets)
     return Bytes(octets.octs, octets.octs + octets.len);
 }
 
-// The element that was kept as its tag and its content.
+// An element kept as tag and content.
 Bytes encodingOf(const PELNIC_ASN_OCTS& octets)
 {
     const int form = octets.tag.form == CBF_CONS ? 1 : 0;
@@ -44,7 +44,7 @@ Bytes encodingOf(const PELNIC_ASN_OCTS& octets)
     return element;
 }
 
-// ---- Values as text; null when there is none ----
+// ---- Values as text; null if there is none ----
 
 Json oidJson(const PELNIC_ASN_OID& oid)
 {
@@ -60,7 +60,7 @@ std::string valueText(const PELNIC_ASN_OCTS& value)
     ensure(string != nullptr && bio != nullptr &&
                ASN1_STRING_set(string.get(), value.octs, static_cast<int>(value.len)) == 1,
            "allocating");
-    // Not every string is what its tag says.
+    // Not every string has the type that its tag says.
     if (ASN1_STRING_print_ex(bio.get(), string.get(), NAME_FLAGS) < 0) return "#" + hexText(value.octs, value.len);
     char* text = nullptr;
     const long length = BIO_get_mem_data(bio.get(), &text);
@@ -85,7 +85,7 @@ Json serialJson(const PELNIC_ASN_BIGINT& serial)
     return hexText(serial.octs, serial.len);
 }
 
-// ---- Questions to the library ----
+// ---- Queries to the library ----
 
 class Questions {
 public:
@@ -149,7 +149,7 @@ Json Questions::certificateJson(const PELNIC_X509_CERT& cert) const
 {
     const PELNIC_X509_CERTINFO& tbs = *cert.toBeSigned;
     PNV_BOOL isCa = 0;
-    (void)pelnic_pki_is_ca_cert(vrf_, &cert, &isCa); // of version 1 it cannot be said
+    (void)pelnic_pki_is_ca_cert(vrf_, &cert, &isCa); // unknown for version 1
     Json json = {{"subject", nameJson(*tbs.subject)},
                  {"issuer", nameJson(*tbs.issuer)},
                  {"serial", serialJson(*tbs.serialNumber)},
@@ -166,7 +166,7 @@ Json Questions::certificateJson(const PELNIC_X509_CERT& cert) const
 Json Questions::revokedJson(const PELNIC_X509_REVOKED_ENTRY& entry) const
 {
     PELNIC_X509_REVOKE_REASON reason = RVRS_NONE;
-    (void)pelnic_x509_revoke_entry_get_reason(vrf_, &entry, &reason); // one that does not decode is none
+    (void)pelnic_x509_revoke_entry_get_reason(vrf_, &entry, &reason); // an undecodable one counts as none
     return {{"serial", serialJson(*entry.user_cert)},
             {"date", timeJson(*entry.revocation_date)},
             {"reason", reasonJson(reason)}};
@@ -196,7 +196,7 @@ Json Questions::crlJson(const PELNIC_X509_CRL& crl) const
 {
     const PELNIC_X509_CRLINFO& tbs = *crl.tbs_cert_list;
     PNV_BOOL isIndirect = 0;
-    (void)pelnic_x509_crl_is_indirect(vrf_, &crl, &isIndirect); // one that cannot tell is direct
+    (void)pelnic_x509_crl_is_indirect(vrf_, &crl, &isIndirect); // without an answer it is direct
     Json json = {{"issuer", nameJson(*tbs.issuer)},
                  {"this_update", timeJson(*tbs.this_update)},
                  {"next_update", timeJson(*tbs.next_update)},
@@ -355,7 +355,7 @@ private:
         parts.isTaken = isTaken;
         return parts;
     }
-    // All but its certificates, one of which would be refused.
+    // Everything except its certificates, one of which would be refused.
     std::optional<SignedParts> readTable(const Bytes& der) const
     {
         PELNIC_PKCS7_CONTENT* decoded = nullptr;
@@ -377,7 +377,7 @@ std::vector<Object> DeviceReader::readPem(const Bytes& pem)
     LIST_TYPE_PELNIC_X509_CRL crls{};
     const bool isRead =
         pelnic_list_init(vrf_, _pnvAsList(&certs), 0) == 0 && pelnic_list_init(vrf_, _pnvAsList(&crls), 0) == 0;
-    if (isRead) (void)_pnvDecodeCertCrl(vrf_, pem.data(), sizeOf(pem.size()), &certs, &crls); // what came so far counts
+    if (isRead) (void)_pnvDecodeCertCrl(vrf_, pem.data(), sizeOf(pem.size()), &certs, &crls); // earlier objects count
     std::vector<Object> objects;
     for (PNV_UINT32 i = 0; i < certs.num; ++i) objects.push_back(objectOf(*certs.data[i], {}));
     for (PNV_UINT32 i = 0; i < crls.num; ++i) objects.push_back(objectOf(*crls.data[i], {}));

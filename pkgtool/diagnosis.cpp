@@ -13,8 +13,8 @@ namespace pkgtool {
 
 namespace {
 
-// The release tools' own check says more about an input than the library's code; where it finds nothing, the words
-// given are used.
+// The release tools' checks say more about an input than the library's code; if they find nothing, the given words are
+// used.
 Reason refine(Reason reason, const std::function<void()>& check)
 {
     try {
@@ -31,20 +31,21 @@ Reason refine(Reason reason, const std::function<void()>& check)
 std::string faultText(const ElementFault& element)
 {
     switch (element.fault) {
-    case DecodeFault::End: return "nothing is left for it";
+    case DecodeFault::End: return "no octets are left for it";
     case DecodeFault::TagForm: return "its tag has more than one byte";
-    case DecodeFault::Tag: return element.expected.empty() ? "it is another element" : "it is no " + element.expected;
+    case DecodeFault::Tag:
+        return element.expected.empty() ? "it is not the expected element" : "it is no " + element.expected;
     case DecodeFault::LengthForm: return "its length is indefinite, or in more than four bytes";
     case DecodeFault::Length: return "it claims more bytes than are left";
     case DecodeFault::Missing: return "it ends before " + element.missing;
-    case DecodeFault::Overrun: return "what is inside does not end where it does";
-    case DecodeFault::Value: return "its content is none of its type";
-    case DecodeFault::Type: return "it is of a type that the checker does not know";
+    case DecodeFault::Overrun: return "its contents do not end where it does";
+    case DecodeFault::Value: return "its content is invalid for its type";
+    case DecodeFault::Type: return "its type is unknown to the checker";
     default: return "";
     }
 }
 
-// Where an input stands in the sub-file that it comes from, or null; of equal ones the first.
+// The offset of an input in its sub-file, or null; of equal ones the first.
 Json placeIn(const Bytes& subFile, const ElementFault& element)
 {
     const Bytes& input = element.input;
@@ -106,7 +107,7 @@ void Story::fail(const std::string& at, const Json& about, const Reason& reason)
                {"element", nullptr}};
 }
 
-// Of two sub-files of one type the checker takes the later one.
+// Of two sub-files with one type the checker uses the later one.
 std::optional<std::size_t> Story::indexOf(std::uint32_t type) const
 {
     for (std::size_t i = contents_.subFiles.size(); i-- > 0;) {
@@ -131,7 +132,7 @@ Reason Story::refineBySigners(const Reason& reason) const
     return refine(reason, [&] { requireSigners(subFile(SUB_FILE_CMS), "the signature"); });
 }
 
-// ---- What the library was not asked about, or does not tell
+// ---- Cases before the library's verification, or without its report
 
 void Story::judgeContainer(const PELNIC_VERIFY_SIGNATURE_S& sig)
 {
@@ -162,7 +163,7 @@ void Story::judgeContainer(const PELNIC_VERIFY_SIGNATURE_S& sig)
 
 // ---- Inputs
 
-// An input that does not decode, with the element that is to blame.
+// An undecodable input, with the element at fault.
 void Story::failToDecode(std::uint32_t type, const std::string& at, const Json& about, const Reason& reason)
 {
     const bool isFirst = failure.is_null();
@@ -182,7 +183,7 @@ void Story::failToDecode(std::uint32_t type, const std::string& at, const Json& 
                           {"fault", faultText(element)}};
 }
 
-// What is around a signature that does not decode; nothing when that is in order.
+// A fault in the frame of an undecodable signature, or nothing.
 std::optional<Reason> Story::judgeEnvelope(const Json& json) const
 {
     const Json& content = memberOf(json, "content");
@@ -190,7 +191,7 @@ std::optional<Reason> Story::judgeEnvelope(const Json& json) const
     const bool isKnown = label == "CMS" || label == "PKCS7";
     if (isKnown && content["pem_end"] == "missing") {
         return Reason{"signature-undecodable", "the signature's PEM text has no -----END " + label + "-----",
-                      "pack the signature's file whole; that line is its last one"};
+                      "pack the complete signature file; that line is its last"};
     }
     if (isKnown && content["pem_end"] == "shares dashes") {
         return Reason{"signature-undecodable", "the signature's PEM text ends in the line that begins it",
@@ -201,10 +202,10 @@ std::optional<Reason> Story::judgeEnvelope(const Json& json) const
         return judgeCertificates(memberOf(content, "certificates"));
     return Reason{"signature-undecodable",
                   "the signature claims " + textOf(claimed) + " bytes, and the sub-file has " + textOf(json["length"]),
-                  "it was cut off, or its first bytes were altered: pack the signature's file whole"};
+                  "it was cut off, or its first bytes were altered: pack the complete signature file"};
 }
 
-// The element of the certificate set that was decoded last, if it is to blame.
+// The last decoded element of the certificate set, if it is at fault.
 std::optional<Reason> Story::judgeCertificates(const Json& certificates) const
 {
     const std::string path = testimony_.element ? testimony_.element->path : "";
@@ -214,8 +215,8 @@ std::optional<Reason> Story::judgeCertificates(const Json& certificates) const
     const Json& cert = elementOf(certificates, index);
     const std::string number = "element " + std::to_string(index + 1) + " of the signature's certificates";
     if (!cert.contains("subject")) {
-        return Reason{"signature-undecodable", number + " is no certificate",
-                      "put nothing but X.509 certificates into the signature"};
+        return Reason{"signature-undecodable", number + " is not a certificate",
+                      "put only X.509 certificates into the signature"};
     }
     const bool isZero = textOf(cert["serial"]).find_first_not_of('0') == std::string::npos;
     return Reason{"signature-undecodable",
@@ -227,14 +228,14 @@ std::optional<Reason> Story::judgeCertificates(const Json& certificates) const
 
 void Story::judgeInputs()
 {
-    // What has no bytes is refused without being looked at.
+    // An empty input is refused without being decoded.
     if (testimony_.codes.count(Decision::Roots) == 0 || codeOf(testimony_.codes, Decision::Roots) != 0) {
         return fail("/root", {},
                     {"root-unusable", "the root certificate cannot be used",
                      "give a certificate of a CA, of version 3, in DER or PEM"});
     }
     if (testimony_.codes.count(Decision::Crls) == 0 || codeOf(testimony_.codes, Decision::Crls) != 0) {
-        const Reason reason{"crl-file-undecodable", "the CRL sub-file holds no CRL that can be decoded",
+        const Reason reason{"crl-file-undecodable", "the CRL sub-file holds no decodable CRL",
                             "pack CRLs in DER or PEM, each with a nextUpdate"};
         return failToDecode(SUB_FILE_CRL, placeOf(SUB_FILE_CRL), {},
                             refine(reason, [&] { requireCrls(subFile(SUB_FILE_CRL), "the CRL sub-file"); }));
@@ -243,12 +244,11 @@ void Story::judgeInputs()
     const Json& json = contents_.subFiles[*indexOf(SUB_FILE_CMS)];
     const Json& content = memberOf(json, "content");
     std::optional<Reason> reason = judgeEnvelope(json);
-    // Where OpenSSL decodes it, or it is nothing like a signature, the release tools know what helps.
+    // If OpenSSL decodes it, or it is nothing like a signature, the release tools know the remedy.
     const bool isInside = testimony_.element && testimony_.element->path.rfind("signed_data.", 0) == 0;
     const Reason damaged{"signature-undecodable", "the signature cannot be decoded",
-                         isInside
-                             ? "it was damaged, or made by a program that does not write DER: pack it as it was made"
-                             : "pack the CMS signature as it was made, in DER or PEM"};
+                         isInside ? "it was damaged, or made by a program that does not write DER: pack it unchanged"
+                                  : "pack the CMS signature unchanged, in DER or PEM"};
     if (!reason) reason = isInside && memberOf(content, "read_by").is_null() ? damaged : refineBySigners(damaged);
     failToDecode(SUB_FILE_CMS, placeOf(SUB_FILE_CMS), {}, *reason);
 }
@@ -263,7 +263,7 @@ void Story::tellTimestamp(const SignerTestimony& signer, const Json& view, Json&
             token.is_null() ? Reason{"timestamp-missing", "the signature has no timestamp",
                                      "sign with a timestamp (pkgtool sign --tsa-url or --tsa-cert)"}
                             : Reason{"timestamp-undecodable", "the timestamp cannot be decoded",
-                                     "let the authority make a token in DER, set up as docs/interoperation.md says"};
+                                     "let the authority make a token in DER, configured as in docs/interoperation.md"};
         return token.is_null() ? fail(at, node, reason) : failToDecode(SUB_FILE_CMS, at, node, refineBySigners(reason));
     }
     if (token.is_null()) return;
@@ -280,7 +280,7 @@ void Story::tellTimestamp(const SignerTestimony& signer, const Json& view, Json&
                      "ask the authority for a timestamp of this signature"});
     }
     if (rc != 0) {
-        const Reason reason{"timestamp-undecodable", "what the timestamp says cannot be decoded",
+        const Reason reason{"timestamp-undecodable", "the timestamp's TSTInfo cannot be decoded",
                             "let the authority give whole seconds and no tsa name"};
         return failToDecode(SUB_FILE_CMS, place, {}, refineBySigners(reason));
     }
@@ -307,11 +307,11 @@ void Story::tellCertificate(const SignerTestimony& signer, const std::string& ti
         return fail(at, node,
                     refineBySigners({isAuthority ? "authority-certificate-missing" : "signer-certificate-missing",
                                      "the certificate of the " + who + " with serial " + textOf(node["serial"]) +
-                                         " of " + briefName(node["issuer"]) + " is not there",
+                                         " of " + briefName(node["issuer"]) + " is missing",
                                      isAuthority ? "ask for it (openssl ts -query -cert), or add it with --chain"
                                                  : "put the signer's certificate into the signature"}));
     }
-    for (const auto& [signedPart, object] : contents_.objects) { // behind the failure
+    for (const auto& [signedPart, object] : contents_.objects) { // after the failure
         if (cert != nullptr) break;
         if (memberOf(object, "serial") == node["serial"] && object["issuer"] == node["issuer"]) cert = &signedPart;
     }
@@ -339,14 +339,14 @@ void Story::tellCertificate(const SignerTestimony& signer, const std::string& ti
                           "the timestamp was altered: ask the authority for a new one"}));
 }
 
-// The signer's own signature over its attributes; without them its algorithm alone, so far.
+// The signer's signature over its attributes; without attributes only its algorithm so far.
 void Story::judgeValue(const SignerTestimony& signer, const Json& node, const std::string& at)
 {
     const PELNIC_ERROR_CODE rc = codeOf(signer.codes, Decision::SignerDone);
     if (rc == 0 || !failure.is_null()) return;
     if (node["has_signed_attributes"] == false) {
         return fail(at, node,
-                    refineBySigners({"signature-algorithm", "the signature's algorithm is not known",
+                    refineBySigners({"signature-algorithm", "the signature's algorithm is not supported",
                                      "sign with RSA PKCS #1 v1.5 and SHA-256, for instance"}));
     }
     if (codeOf(signer.codes, Decision::Value) != 0) {
@@ -362,7 +362,7 @@ void Story::judgeValue(const SignerTestimony& signer, const Json& node, const st
     fail(at, node,
          refineBySigners({"message-digest",
                           node["message_digest"] == "" ? "the message digest in the signed attributes is empty"
-                                                       : "the signed attributes have no message digest to go by",
+                                                       : "the signed attributes have no usable message digest",
                           "sign with the message-digest attribute, or without signed attributes"}));
 }
 
@@ -379,14 +379,14 @@ void Story::tellSigner(const SignerTestimony& signer, const Json& view, const st
     Json& node = signers.back();
     tellTimestamp(signer, view, node, at);
     const Json time = memberOf(node["timestamp"], "time");
-    if (time.is_null()) return; // no time to judge anything at
+    if (time.is_null()) return; // no time for the verification
     tellCertificate(signer, textOf(time), false, node, at);
     judgeValue(signer, node, at);
 }
 
 void Story::tell(const Verdict& verdict)
 {
-    Header raw; // as it is in the file
+    Header raw; // in the file's byte order
     std::copy_n(package_.data, sizeof raw, reinterpret_cast<unsigned char*>(&raw));
     if (!verdict.isAccepted()) judgeContainer(pkgcheck_locate(package_.data, &raw));
     if (!verdict.code && testimony_.codes.empty()) return;
@@ -404,7 +404,7 @@ void Story::tell(const Verdict& verdict)
     }
     fail(placeOf(SUB_FILE_PAYLOAD), {},
          {"payload-altered", "the payload is not what was signed",
-          "pack the payload that was signed, as it was; line ends count (openssl cms -binary)"});
+          "pack the signed payload unchanged; line endings count (openssl cms -binary)"});
 }
 
 } // namespace

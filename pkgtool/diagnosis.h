@@ -1,5 +1,5 @@
-// Why the library refused a package: what its witness told of the one verification, in words. What lies behind the
-// first failure is told from the contents.
+// Why the library refused a package: the witness's report on the one verification, in words. Everything after the first
+// failure is described from the contents.
 #ifndef PKGTOOL_DIAGNOSIS_H
 #define PKGTOOL_DIAGNOSIS_H
 
@@ -8,10 +8,10 @@
 
 namespace pkgtool {
 
-// The members are described in docs/explain.md.
+// docs/explain.md describes the members.
 struct Diagnosis {
-    Json signers; // each with its timestamp and its chain, as far as they can be told
-    Json failure; // null for an accepted package, and when nothing is found that explains the refusal
+    Json signers; // each with its timestamp and its chain, as far as known
+    Json failure; // null for an accepted package, and if no reason of the refusal is found
 };
 Diagnosis diagnose(ByteView package, const Contents& contents, const Verdict& verdict);
 

@@ -1,4 +1,4 @@
-// What the user got wrong, and what to do about it. Any other exception is a fault of this program or its machine.
+// A user's error and its remedy. Any other exception is a fault of this program or its machine.
 #ifndef PKGTOOL_ERROR_H
 #define PKGTOOL_ERROR_H
 
@@ -19,7 +19,7 @@ private:
     std::string hint_;
 };
 
-// What the checker would refuse, however the command is spelled.
+// An input that the checker would refuse, whatever the options.
 class Refusal : public UserError {
 public:
     using UserError::UserError;

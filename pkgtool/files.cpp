@@ -30,7 +30,7 @@ UserError fileError(const std::string& doing, const std::string& path)
     return UserError("cannot " + doing + " " + path + ": " + std::strerror(errno));
 }
 
-// The file behind a name, whatever other names it has.
+// The identity of a file, independent of its names.
 using Identity = std::pair<dev_t, ino_t>;
 
 Identity identityOf(const struct stat& status)
@@ -40,7 +40,7 @@ Identity identityOf(const struct stat& status)
 
 // ---- Reading ----
 
-// Every regular file that was read: none of them is written.
+// Every regular file that was read; none of them may be written.
 std::set<Identity> inputs;
 
 const char* kindOf(mode_t mode)
@@ -58,24 +58,24 @@ struct Input {
     struct stat status;
 };
 
-// Standard input may be of any kind, since a user who names it means to wait for it.
+// Standard input may be of any kind: a user who names it is ready to wait.
 Input openInput(const std::string& path)
 {
     static bool usedStandardInput = false;
     const bool isStandard = path == "-";
     if (isStandard && std::exchange(usedStandardInput, true)) throw UserError("standard input can be read only once");
-    // Opening a FIFO that nobody writes to would wait.
+    // Opening a FIFO without a writer would block.
     const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     Input input{Descriptor(isStandard ? dup(STDIN_FILENO) : open(path.c_str(), flags)), {}};
     if (!input.file.isOpen()) throw fileError("open", path);
     if (fstat(input.file.get(), &input.status) != 0) throw fileError("read", path);
     const bool isNull =
-        S_ISCHR(input.status.st_mode) && input.status.st_rdev == makedev(1, 3); // by custom an empty file
+        S_ISCHR(input.status.st_mode) && input.status.st_rdev == makedev(1, 3); // conventionally an empty file
     if (S_ISREG(input.status.st_mode)) {
         inputs.insert(identityOf(input.status));
     } else if (!isNull && (!isStandard || S_ISDIR(input.status.st_mode))) {
         throw UserError("cannot read " + path + ": it " + kindOf(input.status.st_mode) + ", not a regular file",
-                        "what comes out of another command is read from standard input, which is called -");
+                        "read another command's output from standard input, which is called -");
     }
     return input;
 }
@@ -90,7 +90,7 @@ UserError changed(const std::string& path)
     return UserError("cannot read " + path + ": it changed while it was read");
 }
 
-// Of a regular file; 0 for what tells none.
+// The size of a regular file; 0 if unknown.
 std::size_t lengthOf(const Input& input, const std::string& path)
 {
     if (!S_ISREG(input.status.st_mode)) return 0;
@@ -123,8 +123,8 @@ Bytes readAll(const Input& input, const std::string& path)
 
 // ---- Writing ----
 
-// The names of the only file and the only directory under way, for a signal's handler, and how many files were named in
-// the directory.
+// The names of the one unfinished file and directory, for a signal handler, and the number of files named in the
+// directory.
 std::array<char, PATH_MAX> unfinished;
 std::array<char, PATH_MAX> unfinishedDirectory;
 std::array<std::array<char, PATH_MAX>, 32> unfinishedInside;
@@ -148,10 +148,10 @@ void endBySignal(int signal)
 {
     removeUnfinished();
     removeUnfinishedDirectory();
-    (void)raise(signal); // for which the default is set again
+    (void)raise(signal); // its default action is set again
 }
 
-// Whatever ends a process from outside; what is ignored stays so.
+// The signals that end a process from outside; ignored ones stay ignored.
 void removeUnfinishedOnSignals()
 {
     struct sigaction action {};
@@ -165,7 +165,7 @@ void removeUnfinishedOnSignals()
 
 std::string followLinks(const std::string& path)
 {
-    constexpr int MAX_LINKS = 40; // as the kernel has it
+    constexpr int MAX_LINKS = 40; // the kernel's limit
     std::filesystem::path place(path);
     std::error_code failed;
     for (int i = 0; i < MAX_LINKS && std::filesystem::is_symlink(place, failed); ++i) {
@@ -174,7 +174,7 @@ std::string followLinks(const std::string& path)
     return place;
 }
 
-// What is there already, links followed.
+// The existing file, links followed.
 std::optional<struct stat> statusOf(const std::string& path)
 {
     struct stat status {};
@@ -183,7 +183,7 @@ std::optional<struct stat> statusOf(const std::string& path)
     return std::nullopt;
 }
 
-// By any of its names, /dev/stdout for one.
+// By any of its names, such as /dev/stdout.
 bool isStandardOutput(const std::optional<struct stat>& status)
 {
     struct stat out {};
@@ -194,7 +194,7 @@ void requireWritable(const std::string& path, const std::optional<struct stat>& 
 {
     if (!status) return;
     if (existing != Existing::Update && inputs.count(identityOf(*status)) != 0) {
-        throw UserError("cannot write " + path + ": it is one of the files that were read", "name another output");
+        throw UserError("cannot write " + path + ": it is one of the input files", "name another output");
     }
     if (S_ISDIR(status->st_mode)) throw UserError("cannot write " + path + ": it is a directory");
     if (S_ISREG(status->st_mode) && existing == Existing::Refuse && !isStandardOutput(status)) {
@@ -209,7 +209,7 @@ mode_t modeOfNewFiles()
     return 0666 & ~mask;
 }
 
-// Beside the place, so that it can be renamed.
+// In the same directory, so that it can be renamed.
 Descriptor makeUnfinished(const std::string& place, const std::optional<struct stat>& replaced)
 {
     const std::string name = std::filesystem::path(place).parent_path() / ".pkgtool.XXXXXX";
@@ -221,7 +221,7 @@ Descriptor makeUnfinished(const std::string& place, const std::optional<struct s
     std::strcpy(unfinished.data(), name.c_str());
     Descriptor file(mkostemp(unfinished.data(), O_CLOEXEC));
     if (!file.isOpen()) return file;
-    // Only root gives files away; for others the file is their own, as any new one.
+    // Only root can change owners; others own the file like any new one.
     if (replaced) (void)!fchown(file.get(), replaced->st_uid, replaced->st_gid);
     if (fchmod(file.get(), replaced ? replaced->st_mode & 07777 : modeOfNewFiles()) != 0) return Descriptor();
     return file;
@@ -269,7 +269,7 @@ MappedFile::MappedFile(const std::string& path) : path_(path)
     }
     const std::size_t size = lengthOf(input, path);
     file_ = std::move(input.file);
-    if (size == 0) return; // which cannot be mapped
+    if (size == 0) return; // cannot be mapped
     (void)std::signal(SIGBUS, endByShrunkFile);
     void* const memory = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file_.get(), 0);
     if (memory == MAP_FAILED) throw fileError("read", path);
@@ -289,7 +289,7 @@ ByteView MappedFile::content() const
 
 void MappedFile::forget() const
 {
-    if (memory_ != nullptr) (void)madvise(memory_, content().size, MADV_DONTNEED); // a hint, which may be ignored
+    if (memory_ != nullptr) (void)madvise(memory_, content().size, MADV_DONTNEED); // a hint that may be ignored
 }
 
 void MappedFile::requireUnchanged() const

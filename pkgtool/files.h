@@ -1,6 +1,6 @@
-// Files. What is read is a regular file, or standard input by the name "-", and no more of it than the checker would
-// read: whatever makes a reader wait or has no end is refused. What is written appears whole or not at all, and never
-// in the place of something that this process has read.
+// Files. An input is a regular file, or standard input by the name "-", and not larger than the checker would read:
+// files that make a reader wait or have no end are refused. An output is complete or absent, and never replaces an
+// input of this process.
 #ifndef PKGTOOL_FILES_H
 #define PKGTOOL_FILES_H
 
@@ -14,7 +14,7 @@ namespace pkgtool {
 
 using Bytes = std::vector<unsigned char>;
 
-// Octets that somebody else keeps.
+// Octets owned by somebody else.
 struct ByteView {
     const unsigned char* data;
     std::size_t size;
@@ -23,7 +23,7 @@ struct ByteView {
     ByteView(const Bytes& bytes) : data(bytes.data()), size(bytes.size()) {}
 };
 
-// The checker reads a package by one read call, and Linux delivers no more than this to one.
+// The checker reads a package with one read call, and Linux returns at most this much.
 constexpr std::size_t MAX_READ = 0x7FFFF000;
 
 // An open descriptor, -1 for none.
@@ -44,7 +44,7 @@ private:
 
 Bytes readFile(const std::string& path);
 
-// A file that is looked at where it lies. Should it shrink meanwhile, the process ends with a message.
+// A memory-mapped file. If it shrinks meanwhile, the process ends with a message.
 class MappedFile {
 public:
     explicit MappedFile(const std::string& path);
@@ -53,35 +53,35 @@ public:
     MappedFile& operator=(const MappedFile&) = delete;
 
     ByteView content() const;
-    // Gives the memory back until somebody looks again.
+    // Releases the memory until the next access.
     void forget() const;
-    // Throws when somebody has written to it since it was opened.
+    // Throws if somebody has written to it since it was opened.
     void requireUnchanged() const;
 
 private:
     std::string path_;
     Descriptor file_;
     struct stat status_ {};
-    Bytes bytes_; // of standard input when that is no file
+    Bytes bytes_; // of standard input if that is not a file
     void* memory_ = nullptr;
 };
 
-// What becomes of a file that is there already.
+// The treatment of an existing file.
 enum class Existing {
     Refuse,
     Replace, // unless it was read
-    Update,  // by its successor, so that it may have been read
+    Update,  // by its successor, so it may have been read
 };
 
-// By any of its names: nothing else is to be printed there.
+// By any of its names; nothing else may be printed there.
 bool isStandardOutput(const std::string& path);
 
-// Throws what OutputFile would, before any work is done for it.
+// Throws the errors of OutputFile, before any work is done.
 void requireWritable(const std::string& path, Existing existing);
 
-// A file under way, or standard output by the name "-". Links are followed. What is no regular file is written straight
-// into; a regular one is made beside its place, put there by commit() and until then removed by whatever ends the
-// process but SIGKILL. A replaced file's owner and mode are kept. One at a time.
+// An unfinished output file, or standard output by the name "-". Links are followed. A special file is written
+// directly. A regular file is created in the same directory and moved into place by commit(); until then every end of
+// the process but SIGKILL removes it. A replaced file keeps its owner and mode. One at a time.
 class OutputFile {
 public:
     OutputFile(const std::string& path, Existing existing);
@@ -90,21 +90,21 @@ public:
     OutputFile& operator=(const OutputFile&) = delete;
 
     void write(ByteView content);
-    // What was written, before it is in its place; null when it went straight somewhere else.
+    // The written file before commit(); null if the output was written directly.
     std::unique_ptr<MappedFile> written() const;
     void commit();
 
 private:
     std::string path_;
-    std::string place_; // where a regular file goes, links followed; empty for any other
+    std::string place_; // the final path of a regular file, links followed; empty for any other
     Existing existing_;
     Descriptor file_;
 };
 
 void writeFile(const std::string& path, ByteView content, Existing existing);
 
-// A directory under way, beside the place that it may take. It and the files that were named in it are removed by
-// whatever ends the process but SIGKILL, and by its own end. One at a time.
+// An unfinished directory, beside its final place. Its destructor and every end of the process but SIGKILL remove it
+// and the files named in it. One at a time.
 class UnfinishedDirectory {
 public:
     explicit UnfinishedDirectory(const std::string& place);
@@ -112,9 +112,9 @@ public:
     UnfinishedDirectory(const UnfinishedDirectory&) = delete;
     UnfinishedDirectory& operator=(const UnfinishedDirectory&) = delete;
 
-    // A path inside, for a file that is made next.
+    // A path inside, for the next new file.
     std::string file(const std::string& name);
-    // Puts it in its place, where nothing or an empty directory may be.
+    // Moves it into place, where nothing or an empty directory may be.
     void complete();
 
 private:

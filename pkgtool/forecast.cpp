@@ -14,7 +14,7 @@ namespace pkgtool {
 namespace {
 
 #ifdef PKGTOOL_TRUSTS_NOBODY
-constexpr bool TRUSTS_NOBODY = true; // the placeholder is compiled in, whose key nobody has
+constexpr bool TRUSTS_NOBODY = true; // the placeholder root is compiled in
 #else
 constexpr bool TRUSTS_NOBODY = false;
 #endif
@@ -23,7 +23,7 @@ constexpr bool TRUSTS_NOBODY = false;
 
 void addForecastOptions(CLI::App* command, ForecastOptions& options)
 {
-    command->add_option("--root", options.root, "foretell the verdict below this root, not the one compiled in");
+    command->add_option("--root", options.root, "predict the verdict with this root, not the compiled-in one");
     command->add_flag("--check", options.check, "write nothing that the checker would refuse");
 }
 

@@ -1,4 +1,4 @@
-// What goes into a package, and what the checker will say of it while that can still be mended.
+// The inputs of a package, and the checker's verdict in advance, while they can still be corrected.
 #ifndef PKGTOOL_FORECAST_H
 #define PKGTOOL_FORECAST_H
 
@@ -17,11 +17,11 @@ struct ForecastOptions {
 };
 void addForecastOptions(CLI::App* command, ForecastOptions& options);
 
-// Warns of a package under way that the checker would refuse; with --check throws. Silent when no root is to be
-// trusted.
+// Warns of an unfinished package that the checker would refuse; with --check throws. Silent if there is no trusted
+// root.
 void foretell(const ForecastOptions& options, const OutputFile& package);
 
-// One file behind the other, as the checker reads them: all DER or all PEM.
+// Concatenates the files as the checker reads them: all DER or all PEM.
 Bytes readCrlFiles(const std::vector<std::string>& paths, bool isChecked = true);
 
 } // namespace pkgtool

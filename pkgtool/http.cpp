@@ -29,7 +29,7 @@ struct Exchange {
     bool isTooLong = false;
 };
 
-// Taking fewer octets than there are ends the transfer with an error.
+// Accepting fewer octets than offered ends the transfer with an error.
 std::size_t collect(char* data, std::size_t, std::size_t count, void* target)
 {
     Exchange& exchange = *static_cast<Exchange*>(target);
@@ -39,7 +39,7 @@ std::size_t collect(char* data, std::size_t, std::size_t count, void* target)
     return count;
 }
 
-// A URL may have a password in it, which no message shows.
+// A URL may contain a password, which no message may show.
 std::string withoutCredentials(const std::string& url)
 {
     const std::unique_ptr<CURLU, Cleanup> parts(curl_url());

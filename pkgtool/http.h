@@ -1,4 +1,4 @@
-// The one exchange with a server that RFC 3161, 3.4 asks for.
+// The exchange with a server of RFC 3161, 3.4.
 #ifndef PKGTOOL_HTTP_H
 #define PKGTOOL_HTTP_H
 

@@ -1,4 +1,4 @@
-// The reports of this tool: a document that is printed as it is with --json, or told in words.
+// The reports of this tool: a document, printed with --json or described in words.
 #ifndef PKGTOOL_JSON_H
 #define PKGTOOL_JSON_H
 
@@ -15,8 +15,8 @@ namespace pkgtool {
 
 using Json = nlohmann::ordered_json;
 
-// The version of all reports, whichever command prints them: raised when a member of any report changes its meaning or
-// goes. Members may be added without, and each has its line in packaging/pkgtool.schema.json.
+// The version of the reports of all commands: raised when a member of any report changes its meaning or disappears. New
+// members do not raise it, and each has its line in packaging/pkgtool.schema.json.
 constexpr int SCHEMA = 2;
 
 inline Json orNull(const std::string& text)
@@ -26,7 +26,7 @@ inline Json orNull(const std::string& text)
 
 inline const Json NO_VALUE;
 
-// A member inside an object, or null when there is no such object or member.
+// A member of an object, or null if there is no such object or member.
 inline const Json& memberOf(const Json& object, const char* name)
 {
     const auto found = object.find(name);
@@ -45,7 +45,7 @@ inline std::string textOf(const Json& value)
     return printable(value.is_string() ? value.get<std::string>() : value.dump());
 }
 
-// Of a time as reports have it; none of anything else.
+// A report's time in seconds; none for any other value.
 inline std::optional<std::time_t> secondsOf(const Json& time)
 {
     std::tm utc{};
@@ -55,8 +55,8 @@ inline std::optional<std::time_t> secondsOf(const Json& time)
     return timegm(&utc);
 }
 
-// Names are not always UTF-8; what is not is replaced. ASCII alone is printed, since what goes to a terminal as JSON
-// can do there what any other text can.
+// Names are not always UTF-8; invalid octets are replaced. Only ASCII is printed, because JSON on a terminal can do as
+// much harm as any other text.
 inline std::string dump(const Json& json, int indent = 2)
 {
     return json.dump(indent, ' ', true, Json::error_handler_t::replace);

@@ -1,4 +1,4 @@
-// OpenSSL's store tells the formats apart, and knows the URIs of the providers that its configuration loads.
+// OpenSSL's store recognises the formats, and the URIs of the providers that its configuration loads.
 #include "keys.h"
 
 #include "error.h"
@@ -37,11 +37,11 @@ std::optional<std::string> readPassword(const std::string& source)
         const Bytes content = readFile(source.substr(5));
         return std::string(content.begin(), std::find(content.begin(), content.end(), '\n'));
     }
-    throw UserError("a password is given as env:NAME or file:PATH", // without what was given, which may be one
-                    "a password on the command line is there for every user of the machine to see");
+    throw UserError("a password is given as env:NAME or file:PATH", // without the given value, which may be a password
+                    "every user of the machine can see a password on the command line");
 }
 
-// At the terminal, without showing it; none where nobody sits.
+// Reads it from the terminal, without echo; none without a terminal.
 std::optional<std::string> askUser(const std::string& location)
 {
     constexpr int MAX_LENGTH = 256;
@@ -56,8 +56,8 @@ std::optional<std::string> askUser(const std::string& location)
     return text;
 }
 
-// Answers OpenSSL's question for a password, and remembers that it was asked. What nobody has named is asked of whoever
-// sits at the terminal.
+// Answers OpenSSL's request for a password, and remembers the request. Without a given password it asks at the
+// terminal.
 class Password {
 public:
     Password(const std::string& source, std::string location)
@@ -103,8 +103,8 @@ void take(const OSSL_STORE_INFO* info, Content& content)
     }
 }
 
-// Keys may be in what OpenSSL's configuration loads, which main keeps OpenSSL from reading by itself. As leniently as
-// OpenSSL would.
+// Keys may need a provider from OpenSSL's configuration, which main keeps OpenSSL from reading by itself. As lenient as
+// OpenSSL.
 void loadProviders()
 {
     OPENSSL_load_builtin_modules();
@@ -114,14 +114,14 @@ void loadProviders()
     ERR_clear_error();
 }
 
-// A URI of a provider, if it is not the name of a file.
+// A provider's URI, unless it is the name of a file.
 bool isUri(const std::string& location)
 {
     struct stat status {};
     return location.find(':') != std::string::npos && stat(location.c_str(), &status) != 0;
 }
 
-// What is there of this type, or of any type when it is 0.
+// The objects of this type, or of any type if it is 0.
 Content readStore(const std::string& location, int type, Password& password)
 {
     static std::once_flag once;
@@ -143,7 +143,7 @@ Content readStore(const std::string& location, int type, Password& password)
     return content;
 }
 
-// Says why there is nothing of what was looked for.
+// Says why no such object was found.
 [[noreturn]] void throwNothingFound(const std::string& what, const std::string& location, const Password& password)
 {
     if (password.isMissing() && isPkcs11Uri(location)) {

@@ -1,5 +1,5 @@
-// Certificates and private keys from wherever they are kept. Keys are read into memory or stay in their token; nothing
-// here writes one.
+// Certificates and private keys from files and tokens. Keys are read into memory or stay in their token; nothing here
+// writes one.
 #ifndef PKGTOOL_KEYS_H
 #define PKGTOOL_KEYS_H
 
@@ -10,7 +10,7 @@
 
 namespace pkgtool {
 
-// A certificate with its private key, which is null when it is out of reach.
+// A certificate with its private key, which is null if it is elsewhere.
 struct Identity {
     Cert cert;
     Pkey key;
@@ -21,12 +21,12 @@ struct Identity {
 Pkey loadKey(const std::string& location, const std::string& passwordSource);
 // All certificates of a PEM, DER or PKCS #12 file, at least one, in their order.
 std::vector<Cert> loadCertificates(const std::string& location, const std::string& passwordSource = {});
-// The certificates of these files behind those that are there.
+// Appends the certificates of these files.
 void appendCertificates(const std::vector<std::string>& locations, std::vector<Cert>& certs);
-// The certificate is the first one in its file. Throws when the key is another certificate's.
+// The certificate is the first one in its file. Throws if the key belongs to another certificate.
 Identity loadIdentity(const std::string& certLocation, const std::string& keyLocation,
                       const std::string& passwordSource);
-// A certificate whose key signs elsewhere.
+// A certificate whose key is elsewhere.
 Identity loadCertificate(const std::string& certLocation);
 // A PKCS #12 file with one key; its other certificates are appended to chain.
 Identity loadPkcs12(const std::string& path, const std::string& passwordSource, std::vector<Cert>& chain);

@@ -1,4 +1,4 @@
-// What the library hands out, owned.
+// Owners of the library's objects.
 #ifndef PKGTOOL_LIBRARY_H
 #define PKGTOOL_LIBRARY_H
 

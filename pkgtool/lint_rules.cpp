@@ -25,7 +25,7 @@ std::string dayOf(std::time_t time)
     return timeText(time).substr(0, 10);
 }
 
-// The index of the sub-file of that type that the checker takes: the later of two.
+// The index of the sub-file of that type that the checker uses: the later of two.
 std::optional<std::size_t> indexOf(const Contents& contents, std::uint32_t type)
 {
     for (std::size_t i = contents.subFiles.size(); i-- > 0;) {
@@ -34,7 +34,7 @@ std::optional<std::size_t> indexOf(const Contents& contents, std::uint32_t type)
     return std::nullopt;
 }
 
-// What was decoded of it, or null.
+// Its decoded content, or null.
 const Json& contentOf(const Contents& contents, std::uint32_t type)
 {
     const std::optional<std::size_t> index = indexOf(contents, type);
@@ -54,7 +54,7 @@ struct Range {
     std::size_t index;
 };
 
-// The sub-files with anything in them that lie inside the file, by their place; offsets as in the table.
+// The non-empty sub-files inside the file, by position; offsets as in the table.
 std::vector<Range> rangesOf(const Json& subFiles)
 {
     std::vector<Range> ranges;
@@ -110,19 +110,19 @@ void lintUnsigned(const Contents& contents, Findings& findings)
 {
     if (contents.header["sub_file_count"] == 1) {
         findings.push_back({"unsigned-by-count", Severity::Error, "/header/sub_file_count",
-                            "the header counts one sub-file: every device accepts it without a look at it"});
+                            "the header counts one sub-file: every device accepts it without examining it"});
         return;
     }
-    if (contents.header["sub_file_count"] != 3) return; // which no device accepts
+    if (contents.header["sub_file_count"] != 3) return; // no device accepts it
     const std::optional<std::size_t> index = indexOf(contents, SUB_FILE_CMS);
     if (index && contents.subFiles[*index]["length"] != 0) return;
     findings.push_back({"unsigned-without-signature", Severity::Error,
                         index ? pointerTo("/sub_files", *index) : "/sub_files",
-                        index ? "the signature is empty: every device accepts the package without a word"
-                              : "there is no signature: every device accepts the package without a word"});
+                        index ? "the signature is empty: every device silently accepts the package"
+                              : "there is no signature: every device silently accepts the package"});
 }
 
-// ---- What only one of two readers takes ----
+// ---- Objects that only one of two readers decodes ----
 
 std::string whatIs(const Json& object, const char* member)
 {
@@ -137,11 +137,11 @@ void lintReaders(const Json& object, const std::string& at, Findings& findings)
     for (const char* member : {"read_by", "tst_info_read_by"}) {
         if (memberOf(object, member) == read_by::CHECKER) {
             findings.push_back({"read-by-checker-alone", Severity::Warning, at,
-                                whatIs(object, member) + " is taken by the checker, and OpenSSL refuses to decode it"});
+                                whatIs(object, member) + " can be decoded by the checker but not by OpenSSL"});
         }
         if (memberOf(object, member) == read_by::OPENSSL) {
             findings.push_back({"read-by-openssl-alone", Severity::Warning, at,
-                                whatIs(object, member) + " can be decoded by OpenSSL, and not by the checker"});
+                                whatIs(object, member) + " can be decoded by OpenSSL but not by the checker"});
         }
     }
     for (const char* member : {"certificates", "crls", "signers", "timestamps"}) {
@@ -160,7 +160,7 @@ void lintAttributes(const Json& signer, const std::string& at, Findings& finding
     if (attributes.is_null() || std::find(attributes.begin(), attributes.end(), "contentType") != attributes.end())
         return;
     findings.push_back({"no-content-type", Severity::Warning, at,
-                        "the signed attributes lack the content type, which RFC 5652 wants"});
+                        "the signed attributes lack the content type, which RFC 5652 requires"});
 }
 
 void lintTimestamps(const Json& signer, const std::string& at, Findings& findings)
@@ -196,8 +196,8 @@ void lintSigners(const Json& signers, const std::string& at, Findings& findings)
         if (!signers[i]["signed_attributes"].is_null()) continue;
         ++direct;
         findings.push_back({"signer-without-attributes", Severity::Warning, place,
-                            "the signer has no signed attributes: what another of its signatures signed as "
-                            "attributes would pass for a payload"});
+                            "the signer has no signed attributes: the signed attributes of another of its "
+                            "signatures would pass for a payload"});
     }
     if (direct < 2) return;
     findings.push_back(
@@ -205,7 +205,7 @@ void lintSigners(const Json& signers, const std::string& at, Findings& findings)
          std::to_string(direct) + " signers have no signed attributes, and of these only the last counts"});
 }
 
-// Whether a certificate of that kind and issuer is there. A root's own does not count: no CRL speaks for it.
+// Whether there is a certificate of that kind and issuer. A root's own does not count: no CRL covers it.
 bool hasIssued(const Contents& contents, const Json& issuer, bool isCa)
 {
     return std::any_of(contents.objects.begin(), contents.objects.end(), [&](const auto& entry) {
@@ -219,7 +219,7 @@ void lintCertificates(const Contents& contents, const Json& certificates, const 
 {
     for (std::size_t i = 0; i < certificates.size(); ++i) {
         const Json& cert = certificates[i];
-        if (!cert.contains("subject")) continue; // no certificate, and the package is refused for it
+        if (!cert.contains("subject")) continue; // not a certificate, and the package is refused for it
         const std::string place = at + pointerTo("/certificates", i);
         const std::string name = briefName(cert["subject"]);
         if (cert["is_self_issued"] == true) {
@@ -229,13 +229,13 @@ void lintCertificates(const Contents& contents, const Json& certificates, const 
                    !hasIssued(contents, cert["subject"], false)) {
             findings.push_back({"ca-carried", Severity::Note, place,
                                 "the CA " + name +
-                                    " comes with the package, and issued nothing in it: devices take "
+                                    " comes with the package but issued nothing in it: devices accept "
                                     "every CA below their root"});
         }
         if (cert["key"] == "RSA" && cert["key_bits"] < WEAK_KEY_BITS) {
             findings.push_back(
                 {"weak-key", Severity::Warning, place,
-                 "the key of " + name + " has " + cert["key_bits"].dump() + " bits; 2048 are the least"});
+                 "the key of " + name + " has " + cert["key_bits"].dump() + " bits; at least 2048 are expected"});
         }
     }
 }
@@ -251,7 +251,7 @@ void lintRenewedCas(const Contents& contents, Findings& findings)
         if (count < 2) continue;
         findings.push_back({"ca-twice", Severity::Warning, "/sub_files",
                             "there are several certificates of the CA " + briefName(Json::parse(name)) +
-                                ": a CRL by one key speaks for certificates by another, whose CA goes unchecked"});
+                                ": a CRL by one key covers certificates by another, whose CA is not checked"});
     }
 }
 
@@ -272,15 +272,15 @@ std::optional<std::time_t> latestTimestamp(const Contents& contents)
     return latest;
 }
 
-// A CRL for CA certificates only, or for others only, is in order where its issuer issued no others.
+// A CRL for CA certificates only, or for others only, is in order if its issuer issued no others.
 void lintScope(const Contents& contents, const Json& crl, const std::string& at, Findings& findings)
 {
     for (const Json& limit : crl["scope"]) {
         if (limit == "CA certificates" && !hasIssued(contents, crl["issuer"], false)) continue;
         if (limit == "user certificates" && !hasIssued(contents, crl["issuer"], true)) continue;
         findings.push_back({"crl-limited", Severity::Warning, at,
-                            "the CRL of " + briefName(crl["issuer"]) + " is a limited one (" + textOf(limit) +
-                                "): devices take it for the whole, and what it leaves out passes"});
+                            "the CRL of " + briefName(crl["issuer"]) + " is limited (" + textOf(limit) +
+                                "): devices treat it as complete, and certificates that it omits pass"});
     }
 }
 
@@ -291,7 +291,7 @@ void lintCrl(const Json& crl, const std::string& at, std::optional<std::time_t> 
     const std::optional<std::time_t> begin = secondsOf(crl["this_update"]);
     const std::optional<std::time_t> end = secondsOf(crl["next_update"]);
     if (crl["is_indirect"] == true) {
-        findings.push_back({"crl-indirect", Severity::Warning, at, name + " speaks for other issuers as well"});
+        findings.push_back({"crl-indirect", Severity::Warning, at, name + " covers other issuers as well"});
     }
     if (signedAt && end && *end >= *signedAt && *end - *signedAt < limits.crlMarginDays * DAY) {
         findings.push_back({"crl-ends-soon", Severity::Warning, at,
@@ -300,12 +300,12 @@ void lintCrl(const Json& crl, const std::string& at, std::optional<std::time_t> 
     if (signedAt && begin && *begin > *signedAt) {
         findings.push_back({"crl-begins-later", Severity::Note, at,
                             name + " begins " + dayOf(*begin) + ", after the timestamp " + dayOf(*signedAt) +
-                                ", and is used all the same"});
+                                ", and is used nevertheless"});
     }
     if (begin && end && *end - *begin > limits.crlDays * DAY) {
         findings.push_back({"crl-too-long", Severity::Warning, at,
                             name + " is valid for " + std::to_string((*end - *begin) / DAY) +
-                                " days: for so long it can hide a later revocation"});
+                                " days: a later revocation can stay hidden that long"});
     }
 }
 
@@ -359,7 +359,7 @@ Findings lintCrls(const Contents& contents, const Limits& limits)
     }
     if (file["unread_bytes"] != 0) {
         findings.push_back({"crl-unread-bytes", Severity::Warning, place,
-                            file["unread_bytes"].dump() + " bytes behind the CRLs are passed over"});
+                            file["unread_bytes"].dump() + " bytes after the CRLs are ignored"});
     }
     return findings;
 }

@@ -1,4 +1,4 @@
-// What lint finds: whatever a device would accept although its owner should not ship it.
+// The findings of lint: everything that a device would accept although its owner should not ship it.
 #ifndef PKGTOOL_LINT_RULES_H
 #define PKGTOOL_LINT_RULES_H
 
@@ -24,12 +24,12 @@ struct Finding {
 using Findings = std::vector<Finding>;
 
 struct Limits {
-    int crlMarginDays; // a CRL should go on for so long after the timestamp, which is nothing that a device asks for
-    int crlDays;       // and be valid for no longer than this
+    int crlMarginDays; // how long a CRL should stay valid after the timestamp; devices do not require it
+    int crlDays;       // the longest validity of a CRL
 };
 
 Findings lintContainer(const Contents& contents, std::size_t size);
-// What only one of the two readers takes.
+// Objects that only one of the two readers decodes.
 Findings lintReading(const Contents& contents);
 Findings lintSignature(const Contents& contents);
 Findings lintCrls(const Contents& contents, const Limits& limits);

@@ -19,7 +19,7 @@ namespace pkgtool {
 void addForceFlag(CLI::App* command, Existing& existing)
 {
     command->add_flag_callback(
-        "--force", [&existing] { existing = Existing::Replace; }, "replace files that are there");
+        "--force", [&existing] { existing = Existing::Replace; }, "replace existing files");
 }
 
 } // namespace pkgtool
@@ -39,7 +39,7 @@ int run(int argc, char** argv)
     app.set_help_flag("-h,--help", "show this help; pkgtool help COMMAND does, too");
     app.set_version_flag("--version", "pkgtool " CMSVERIFY_VERSION);
     app.require_subcommand(1);
-    app.footer("Exit status: 0 done, 1 an input that the checker would refuse, 2 anything else that is wrong. Output "
+    app.footer("Exit status: 0 done, 1 an input that the checker would refuse, 2 any other error. Output "
                "files are written whole or not at all, and replace nothing without --force; private keys are only ever "
                "read.");
     pkgtool::addPkiCommand(app);
@@ -91,11 +91,11 @@ int runAndExplain(int argc, char** argv)
     return TROUBLE;
 }
 
-// A file that is opened must not become a standard stream that whoever started this has closed.
+// An opened file must not become a standard stream that the caller has closed.
 void openStandardStreams()
 {
     int fd = 0;
-    while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDONLY); // to which nothing can be written
+    while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDONLY); // which cannot be written to
     if (fd > STDERR_FILENO) close(fd);
 }
 

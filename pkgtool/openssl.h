@@ -1,4 +1,4 @@
-// Owners of OpenSSL's objects, and its encodings as bytes.
+// Owners of OpenSSL's objects, and its encodings as octets.
 #ifndef PKGTOOL_OPENSSL_H
 #define PKGTOOL_OPENSSL_H
 
@@ -45,14 +45,14 @@ using TsReq = Owned<TS_REQ, TS_REQ_free>;
 using TsResp = Owned<TS_RESP, TS_RESP_free>;
 using TsTstInfo = Owned<TS_TST_INFO, TS_TST_INFO_free>;
 
-// What a package says depends on no configuration of this machine, and no provider that one names is loaded. To be
-// called before anything else of OpenSSL is.
+// Reports must not depend on this machine's configuration, nor load a provider that it names. Call this before any
+// other function of OpenSSL.
 inline void ignoreConfiguration()
 {
-    (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr); // what follows fails too, and says so
+    (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr); // later calls fail too, and say so
 }
 
-// Throws what OpenSSL's error queue holds, unless ok.
+// Throws the contents of OpenSSL's error queue, unless ok.
 inline void ensure(bool ok, const char* doing)
 {
     if (ok) return;
@@ -70,7 +70,7 @@ template <typename T> Bytes toDer(int (*i2d)(const T*, unsigned char**), const T
     return der;
 }
 
-// Null unless the bytes are exactly one such object.
+// Null unless the octets are exactly one such object.
 template <auto release, typename T>
 Owned<T, release> fromDer(T* (*d2i)(T**, const unsigned char**, long), const Bytes& der)
 {

@@ -1,4 +1,4 @@
-// What OpenSSL reads of a package.
+// OpenSSL's reader.
 #include "reader.h"
 
 #include "asn1_text.h"
@@ -18,7 +18,7 @@ using ExtendedUsage = Owned<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free>;
 using IssuingPoint = Owned<ISSUING_DIST_POINT, ISSUING_DIST_POINT_free>;
 using RevocationReason = Owned<ASN1_ENUMERATED, ASN1_ENUMERATED_free>;
 
-// ---- Values as text; null when there is none ----
+// ---- Values as text; null if there is none ----
 
 Json nameJson(const X509_NAME* name)
 {
@@ -107,13 +107,13 @@ Json crlJson(X509_CRL* crl)
             {"next_update", timeJson(X509_CRL_get0_nextUpdate(crl))},
             {"signature_algorithm", objectJson(OBJ_nid2obj(X509_CRL_get_signature_nid(crl)))},
             {"is_indirect", point != nullptr && point->indirectCRL > 0},
-            {"scope", nullptr}, // of interest where the device reads it
+            {"scope", nullptr}, // only the device's reader has it
             {"revoked", revoked}};
 }
 
 // ---- Objects ----
 
-// What a signature covers of a certificate or CRL: the first element inside the outermost one.
+// The signed part of a certificate or CRL: the first element inside the outermost one.
 Bytes signedPartOf(const Bytes& der)
 {
     const unsigned char* in = der.data();

@@ -1,4 +1,4 @@
-// Engines are OpenSSL's older way to a token, and the only one where no PKCS #11 provider is packaged.
+// Engines are OpenSSL's older access to tokens, and the only one where no PKCS #11 provider is packaged.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "pkcs11.h"
@@ -53,7 +53,7 @@ Engine openEngine()
     return Engine(engine);
 }
 
-// Takes what the engine says by itself, in words that do not tell its user what to do.
+// Captures the engine's own output, which does not say what to do.
 class ErrorOutput {
 public:
     ErrorOutput() : original_(dup(STDERR_FILENO)), file_(memfd_create("pkcs11", MFD_CLOEXEC))
@@ -81,27 +81,26 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-// The engine returns no reason; its words have it.
+// The engine returns no reason; its output has it.
 [[noreturn]] void throwNoKey(const std::string& uri, const std::string& words)
 {
     const std::string where = withoutPin(uri);
-    if (contains(words, "Unable to load module")) throw UserError("the token's library does not load", NO_ENGINE);
+    if (contains(words, "Unable to load module")) throw UserError("the token's library cannot be loaded", NO_ENGINE);
     if (contains(words, "Login")) {
-        throw UserError("the token does not take the PIN for " + where,
-                        "most tokens lock after a few wrong ones; p11tool --list-tokens tells how it stands");
+        throw UserError("the token refuses the PIN for " + where,
+                        "most tokens lock after a few wrong ones; p11tool --list-tokens shows their state");
     }
     if (contains(words, "No matching")) {
-        throw UserError("no such token: " + where, "p11tool --list-tokens shows those that there are");
+        throw UserError("no such token: " + where, "p11tool --list-tokens lists the existing ones");
     }
-    throw UserError("no private key at " + where,
-                    "p11tool --login --list-all-privkeys TOKEN shows those that there are");
+    throw UserError("no private key at " + where, "p11tool --login --list-all-privkeys TOKEN lists the existing ones");
 }
 
 } // namespace
 
 Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin, UI_METHOD* askPin, void* asked)
 {
-    const Engine engine = openEngine(); // a key holds a reference of its own
+    const Engine engine = openEngine(); // a key holds its own reference
     if (pin) ensure(ENGINE_ctrl_cmd_string(engine.get(), "PIN", pin->c_str(), 0) == 1, "handing over the PIN");
     ERR_clear_error();
     const ErrorOutput output;

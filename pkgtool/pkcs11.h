@@ -12,10 +12,10 @@
 namespace pkgtool {
 
 bool isPkcs11Uri(const std::string& location);
-// For messages: a URI may have a PIN in it.
+// For messages: a URI may contain a PIN.
 std::string withoutPin(const std::string& location);
-// The key that the URI (RFC 7512) names, through OpenSSL's pkcs11 engine; null when the PIN is asked for and the method
-// has none. The PIN is the URI's own unless given here.
+// The key named by the URI (RFC 7512), through OpenSSL's pkcs11 engine; null if a PIN is requested and the method has
+// none. The PIN is the URI's unless given here.
 Pkey loadEngineKey(const std::string& uri, const std::optional<std::string>& pin, UI_METHOD* askPin, void* asked);
 
 } // namespace pkgtool

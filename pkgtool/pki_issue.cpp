@@ -78,7 +78,7 @@ void setSubject(X509* cert, const CertRequest& request)
             return;
         }
         ERR_clear_error();
-        throw UserError("'" + text + "' is no part of a name", "take 1 to 64 characters of UTF-8");
+        throw UserError("'" + text + "' cannot be part of a name", "use 1 to 64 characters of UTF-8");
     };
     add(NID_organizationName, request.organization);
     add(NID_commonName, request.commonName);
@@ -86,7 +86,7 @@ void setSubject(X509* cert, const CertRequest& request)
 
 // ---- CRLs ----
 
-// One more than that of the CRL before; it begins at 1.
+// One more than in the previous CRL; it begins at 1.
 Asn1Integer nextNumber(const X509_CRL* previous)
 {
     const Asn1Integer last(previous == nullptr ? nullptr
@@ -106,7 +106,7 @@ int reasonCode(const std::string& name)
                                      "superseded",  "cessationOfOperation", "certificateHold"};
     const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
     if (found != std::end(NAMES)) return static_cast<int>(found - NAMES);
-    throw UserError("'" + name + "' is no reason for a revocation",
+    throw UserError("'" + name + "' is not a revocation reason",
                     "keyCompromise, CACompromise, affiliationChanged, superseded, cessationOfOperation, "
                     "certificateHold or unspecified");
 }
@@ -116,7 +116,7 @@ using Revoked = Owned<X509_REVOKED, X509_REVOKED_free>;
 void addEntry(X509_CRL* crl, Revoked entry)
 {
     ensure(entry != nullptr && X509_CRL_add0_revoked(crl, entry.get()) == 1, "adding to a CRL");
-    (void)entry.release(); // the CRL's now
+    (void)entry.release(); // now owned by the CRL
 }
 
 Revoked makeEntry(const Revocation& revocation)

@@ -1,5 +1,5 @@
-// What a CA of one's own issues, as the checker wants it: RSA and SHA-256, with the extensions of each kind of
-// certificate. All of it begins to be valid now.
+// Certificates and CRLs of your own CA, as the checker needs them: RSA and SHA-256, with the extensions of each kind of
+// certificate. Their validity begins now.
 #ifndef PKGTOOL_PKI_ISSUE_H
 #define PKGTOOL_PKI_ISSUE_H
 
@@ -19,16 +19,15 @@ struct CertRequest {
 };
 
 Pkey makeKey(unsigned bits);
-// Of the key's public half; a root is issued by itself, and its issuer is not looked at.
+// For the key's public half; a root issues itself, and the issuer argument is ignored.
 Cert issueCertificate(const CertRequest& request, EVP_PKEY* key, const Identity& issuer);
 
 struct Revocation {
     X509* cert;
-    std::string reason; // by its name in RFC 5280, 5.3.1; empty for none
+    std::string reason; // as in RFC 5280, 5.3.1; empty for none
 };
 
-// The issuer's first CRL, or the one after previous: it lists what that one lists, and the revocation unless it is
-// null.
+// The issuer's first CRL, or the successor of previous with the same entries, plus the revocation unless it is null.
 Crl issueCrl(const Identity& issuer, X509_CRL* previous, const Revocation* revocation, int days);
 
 bool isRevokedBy(X509_CRL* crl, X509* cert);

@@ -1,4 +1,4 @@
-// What is under way when it takes long.
+// Reports a long operation.
 #ifndef PKGTOOL_PROGRESS_H
 #define PKGTOOL_PROGRESS_H
 
@@ -9,11 +9,11 @@
 
 namespace pkgtool {
 
-// While it lives and a second has gone by, the error output says what is being done and for how long, if that is a
-// terminal; the line goes when it is done. One at a time.
+// After a second of its life, a terminal on the error output shows the operation and its duration; the line disappears
+// at the end. One at a time.
 class Progress {
 public:
-    // A log is told too, once, after ten seconds, of what somebody outside could be the cause of.
+    // Told: also writes one line to a log, after ten seconds, for delays that may have an outside cause.
     enum class Log { Silent, Told };
 
     explicit Progress(std::string doing, Log log = Log::Silent);

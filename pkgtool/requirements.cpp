@@ -35,15 +35,16 @@ void requireKey(const X509* cert, const std::string& name)
 {
     const EVP_PKEY* const key = X509_get0_pubkey(cert);
     if (key == nullptr || EVP_PKEY_get_base_id(key) != EVP_PKEY_RSA) {
-        throw Refusal("the key of " + name + " is not an RSA key",
-                      "the checker knows RSA PKCS #1 v1.5 alone: elliptic curves, EdDSA and RSA-PSS keys are refused");
+        throw Refusal(
+            "the key of " + name + " is not an RSA key",
+            "the checker supports only RSA PKCS #1 v1.5: elliptic curves, EdDSA and RSA-PSS keys are refused");
     }
     if (EVP_PKEY_get_bits(key) > MAX_KEY_BITS) {
         throw Refusal("the key of " + name + " is longer than 4096 bits", "use RSA with 2048 to 4096 bits");
     }
 }
 
-// What holds for the certificate of whoever signs; the purpose is an extended key usage.
+// The requirements on a signer's certificate; the purpose is an extended key usage.
 void requireEndEntity(X509* cert, unsigned purpose, const std::string& purposeName)
 {
     const std::string name = "certificate " + nameOf(cert);
@@ -55,9 +56,9 @@ void requireEndEntity(X509* cert, unsigned purpose, const std::string& purposeNa
     const unsigned flags = X509_get_extension_flags(cert);
     if ((flags & (EXFLAG_CA | EXFLAG_SS)) != 0) {
         throw Refusal(name + " is " + ((flags & EXFLAG_CA) != 0 ? "a CA's" : "self-signed"),
-                      "the checker takes signers only from certificates that a CA issued and that are none themselves");
+                      "a signer's certificate must be issued by a CA and must not be a CA itself");
     }
-    // Without the extension OpenSSL reports every usage there is; the checker wants to see it written down.
+    // Without the extension OpenSSL reports every usage; the checker requires the extension.
     if ((flags & EXFLAG_KUSAGE) == 0 || (X509_get_key_usage(cert) & X509v3_KU_DIGITAL_SIGNATURE) == 0) {
         throw Refusal(name + " lacks digitalSignature in its key usage",
                       "issue it with keyUsage = critical,digitalSignature");
@@ -95,15 +96,15 @@ void requireImprint(TS_TST_INFO* info, const Bytes& signature)
     X509_ALGOR_get0(&algorithm, nullptr, nullptr, TS_MSG_IMPRINT_get_algo(imprint));
     const int digest = OBJ_obj2nid(algorithm);
     if (!isSha2(digest)) {
-        throw Refusal("the timestamp's imprint is not by SHA-256, SHA-384 or SHA-512", "ask with another digest");
+        throw Refusal("the timestamp's imprint is not by SHA-256, SHA-384 or SHA-512", "query with another digest");
     }
     if (bytesOf(TS_MSG_IMPRINT_get_msg(imprint)) != digestOf(EVP_get_digestbynid(digest), signature)) {
         throw Refusal("the timestamp is for another signature",
-                      "a response belongs to the query of exactly this payload, key, digest and signing time");
+                      "a response belongs to the query made with exactly this payload, key, digest and signing time");
     }
 }
 
-// others: where the authority's certificate may be besides the token.
+// others: may contain the authority's certificate instead of the token.
 void requireTimestamp(const Bytes& token, const Bytes& signature, STACK_OF(X509) * others)
 {
     requireDefiniteLengths(token, "the timestamp");
@@ -146,7 +147,7 @@ void requireAlgorithms(CMS_SignerInfo* signer)
                       "sign with -md sha256, for instance");
     }
     if (OBJ_obj2nid(schemeType) == NID_rsassaPss) {
-        throw Refusal("the signature is RSA-PSS; the checker knows PKCS #1 v1.5 alone",
+        throw Refusal("the signature is RSA-PSS; the checker supports only PKCS #1 v1.5",
                       "sign without rsa_padding_mode:pss");
     }
 }
@@ -158,7 +159,7 @@ void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs, Timestamp
     ASN1_OCTET_STRING* keyId = nullptr;
     CMS_SignerInfo_get0_signer_id(signer, &keyId, nullptr, nullptr);
     if (keyId != nullptr) {
-        throw Refusal("a signer is named by key identifier; the checker wants issuer and serial number",
+        throw Refusal("a signer is named by key identifier; the checker needs issuer and serial number",
                       "sign without -keyid");
     }
     X509* cert = nullptr;
@@ -169,7 +170,7 @@ void requireSignerInfo(CMS_SignerInfo* signer, STACK_OF(X509) * certs, Timestamp
     const ASN1_STRING* const token = timestampOf(signer);
     if (token == nullptr && timestamps == Timestamps::Missing) return;
     if (token == nullptr) {
-        throw Refusal("the signature of " + nameOf(cert) + " has no timestamp, and the checker wants one",
+        throw Refusal("the signature of " + nameOf(cert) + " has no timestamp, and the checker needs one",
                       "pkgtool stamp adds it");
     }
     requireTimestamp(bytesOf(token), bytesOf(CMS_SignerInfo_get0_signature(signer)), certs);
@@ -183,7 +184,7 @@ Cms readSigners(const Bytes& signature, const std::string& origin, Timestamps ti
     Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, der);
     if (cms == nullptr || CMS_get0_SignerInfos(cms.get()) == nullptr || signature.size() < MIN_INPUT) {
         throw Refusal(origin + " is not a CMS signature in DER or PEM",
-                      "PEM begins with its first byte; S/MIME is made DER by openssl cms -cmsout -outform DER");
+                      "PEM begins at the first octet; openssl cms -cmsout -outform DER converts S/MIME to DER");
     }
     STACK_OF(CMS_SignerInfo)* const signers = CMS_get0_SignerInfos(cms.get());
     if (sk_CMS_SignerInfo_num(signers) < 1) throw Refusal("nobody signed " + origin);
@@ -200,7 +201,7 @@ Cms readSigners(const Bytes& signature, const std::string& origin, Timestamps ti
 void requireCrl(const X509_CRL* crl, const std::string& origin)
 {
     if (X509_CRL_get0_nextUpdate(crl) == nullptr) {
-        throw Refusal("a CRL in " + origin + " has no nextUpdate, which the checker wants",
+        throw Refusal("a CRL in " + origin + " has no nextUpdate, which the checker needs",
                       "publish it with openssl ca -gencrl -crldays 365, for instance");
     }
     if (!isSignedWithRsaAndSha2(X509_CRL_get_signature_nid(crl))) {
@@ -224,7 +225,7 @@ void requireDerCrls(const Bytes& crls, const std::string& origin)
     } while (in < end);
 }
 
-// Blocks of other kinds are passed over, as the checker does.
+// Other kinds of blocks are ignored, as in the checker.
 void requirePemCrls(const Bytes& crls, const std::string& origin)
 {
     const Bio bio = memoryBio(crls);
@@ -269,8 +270,8 @@ void requireStampable(const Bytes& signature, const std::string& origin)
     for (int i = 0; i < sk_CMS_SignerInfo_num(signers); ++i) {
         CMS_SignerInfo* const signer = sk_CMS_SignerInfo_value(signers, i);
         if (CMS_signed_get_attr_count(signer) >= 0 && CMS_SignerInfo_verify(signer) != 1) {
-            throw Refusal(origin + " is damaged: what a signer signed is not what its attributes say",
-                          "sign again, and carry the signature as bytes, not as text");
+            throw Refusal(origin + " is damaged: a signature over its signed attributes does not verify",
+                          "sign again, and transfer the signature as binary, not as text");
         }
     }
 }
@@ -283,7 +284,7 @@ void requireSignature(const Bytes& signature, ByteView payload, const std::strin
     const unsigned flags = CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY;
     if (CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, flags) != 1) {
         throw Refusal(origin + " is not a signature over this payload",
-                      "pack the payload that was signed, as it was; line ends count (openssl cms -binary)");
+                      "pack the signed payload unchanged; line endings count (openssl cms -binary)");
     }
 }
 

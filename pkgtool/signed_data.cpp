@@ -8,7 +8,7 @@ namespace pkgtool {
 
 namespace {
 
-// The DER that a signature covers: a SET OF, whose elements X.690, 11.6 orders as octet strings.
+// The DER covered by a signature: a SET OF, whose elements are ordered as octet strings (X.690, 11.6).
 Bytes encodeSignedAttributes(const CMS_SignerInfo* signer)
 {
     std::vector<Bytes> attributes;
@@ -90,7 +90,7 @@ Cms newAround(int contentType, const Bytes& content)
 CMS_SignerInfo* addSigner(CMS_ContentInfo* cms, const Identity& identity, const SignerOptions& options)
 {
     const unsigned flags = CMS_PARTIAL | CMS_NOSMIMECAP | CMS_NOCERTS | (options.nameCertificate ? CMS_CADES : 0u);
-    // The public key will do: nothing is signed yet.
+    // The public key suffices: nothing is signed yet.
     EVP_PKEY* const key = X509_get0_pubkey(identity.cert.get());
     CMS_SignerInfo* const signer = CMS_add1_signer(cms, identity.cert.get(), key, options.md, flags);
     ensure(signer != nullptr, "adding a signer");

@@ -1,6 +1,6 @@
-// SignedData (RFC 5652) in DER, for packages and for timestamp tokens. OpenSSL's own signing always puts the present
-// time into the signed attributes; here a signature depends on nothing but what it is given, so the same inputs give
-// the same bytes.
+// SignedData (RFC 5652) in DER, for packages and for timestamp tokens. OpenSSL's own signing always puts the current
+// time into the signed attributes; here a signature depends only on its inputs, so the same inputs give the same
+// octets.
 #ifndef PKGTOOL_SIGNED_DATA_H
 #define PKGTOOL_SIGNED_DATA_H
 
@@ -10,30 +10,30 @@
 
 namespace pkgtool {
 
-// A SignedData without signers, over a content that stays outside.
+// A SignedData without signers, over detached content.
 Cms newDetached();
-// The same around a content of this type.
+// The same with encapsulated content of this type.
 Cms newAround(int contentType, const Bytes& content);
 
-// The signature over these bytes, from wherever the key is.
+// The signature over these octets, from the place of the key.
 using MakeSignature = std::function<Bytes(const Bytes& toBeSigned)>;
 
 struct SignerOptions {
     const EVP_MD* md;
-    Bytes contentDigest;                    // by md
-    const ASN1_TIME* signingTime = nullptr; // no such attribute without it
-    bool nameCertificate = false;           // adds signingCertificateV2 (RFC 5035), which a timestamp token wants
-    MakeSignature makeSignature = {};       // when the identity has no key
+    Bytes contentDigest;                    // with md
+    const ASN1_TIME* signingTime = nullptr; // null for no such attribute
+    bool nameCertificate = false;           // adds signingCertificateV2 (RFC 5035), required in a timestamp token
+    MakeSignature makeSignature = {};       // if the identity has no key
 };
 
-// The signer's entry, signed; the certificate is not put into the SignedData. The SignedData owns the result.
+// Adds the signer's signed entry, without its certificate. The SignedData owns the result.
 CMS_SignerInfo* addSigner(CMS_ContentInfo* cms, const Identity& identity, const SignerOptions& options);
-// Whether the signature is one by the certificate's key.
+// Whether the certificate's key made the signature.
 bool isSignature(X509* cert, const EVP_MD* md, const Bytes& message, const Bytes& signature);
 Bytes signatureOf(CMS_SignerInfo* signer);
-// Makes the token the signer's unsigned attribute (RFC 3161, appendix A), as it stands.
+// Adds the token, unchanged, as the signer's unsigned attribute (RFC 3161, appendix A).
 void attachTimestamp(CMS_SignerInfo* signer, const Bytes& token);
-// Leaves out what is there already, and roots: nobody takes a root from a signature.
+// Skips duplicates and roots: nobody accepts a root from a signature.
 void addCertificate(CMS_ContentInfo* cms, X509* cert);
 
 Bytes encode(CMS_ContentInfo* cms);

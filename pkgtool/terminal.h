@@ -1,4 +1,4 @@
-// What only a terminal gets.
+// Output for terminals only.
 #ifndef PKGTOOL_TERMINAL_H
 #define PKGTOOL_TERMINAL_H
 
@@ -11,7 +11,7 @@ namespace pkgtool {
 
 enum class Colour { Red, Green, Yellow };
 
-// Coloured where standard output is a terminal and the user has not set NO_COLOR.
+// Coloured if standard output is a terminal and the user has not set NO_COLOR.
 inline std::string coloured(Colour colour, const std::string& text)
 {
     const char* const no = std::getenv("NO_COLOR");

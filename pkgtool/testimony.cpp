@@ -68,7 +68,7 @@ ElementFault elementOf(const WitnessEvent& event)
 
 // ---- Decisions ----
 
-// Copied once, however often it is told of: CRLs are long.
+// Copied only once: CRLs are long.
 template <typename Record> Part Listening::partOf(const Record* record)
 {
     if (record == nullptr) return nullptr;
@@ -89,7 +89,7 @@ void Listening::keepLink(LinkTestimony& link, const WitnessEvent& event)
 {
     link.codes[event.decision] = event.code;
     switch (event.decision) {
-    case Decision::Dates: return link.crls.clear(); // looked at anew, maybe at another depth
+    case Decision::Dates: return link.crls.clear(); // examined again, perhaps at another depth
     case Decision::Issuer: return (void)(link.issuer = partOf(event.other));
     case Decision::CrlUnfit: return (void)(crlIn(link, event.crl).unfit = event.unfit);
     case Decision::CrlScored: return (void)(crlIn(link, event.crl).score = event.number); // an expired one, too
@@ -99,7 +99,7 @@ void Listening::keepLink(LinkTestimony& link, const WitnessEvent& event)
     }
 }
 
-// Of a signer or of an authority.
+// For a signer or an authority.
 void Listening::keepSigner(SignerTestimony& signer, const WitnessEvent& event)
 {
     switch (event.decision) {
@@ -124,7 +124,7 @@ void Listening::keepInput(const WitnessEvent& event)
 {
     const bool isRefused = event.code == 0 && event.decision == Decision::Payload && event.number == 0;
     testimony_.codes[event.decision] = isRefused ? PELNIC_ERR_FAILED : event.code;
-    if (event.code == 0) testimony_.element.reset(); // something was tried before that it is not
+    if (event.code == 0) testimony_.element.reset(); // an earlier attempt to decode it as something else failed
 }
 
 void Listening::keep(void* listening, const WitnessEvent& event)
@@ -144,7 +144,7 @@ void Listening::keep(void* listening, const WitnessEvent& event)
     case Decision::Authority: return (void)signers.back().authorities.emplace_back();
     default: break;
     }
-    if (signers.empty()) return; // an issuer that is looked for while inputs are taken in
+    if (signers.empty()) return; // a search for an issuer while inputs are added
     std::vector<SignerTestimony>& authorities = signers.back().authorities;
     const bool isOfAuthority = !authorities.empty() && authorities.back().codes.count(Decision::AuthorityDone) == 0;
     self.keepSigner(isOfAuthority ? authorities.back() : signers.back(), event);

@@ -1,4 +1,4 @@
-// What the library's witness tells of one verification, kept beyond it.
+// The witness's report on one verification, kept after it.
 #ifndef PKGTOOL_TESTIMONY_H
 #define PKGTOOL_TESTIMONY_H
 
@@ -14,13 +14,13 @@
 
 namespace pkgtool {
 
-// A certificate or CRL by its signed part, which is what Contents knows it by; null for none.
+// A certificate or CRL by its signed part, its key in Contents; null for none.
 using Part = const Bytes*;
 
-// The codes of the decisions that were come to, 0 for yes.
+// The codes of the decisions made, 0 for yes.
 using Codes = std::map<Decision, PELNIC_ERROR_CODE>;
 
-// The element that does not decode.
+// The undecodable element.
 struct ElementFault {
     DecodeFault fault;
     std::string path;     // by the names of the tables' rows; empty for the whole input
@@ -37,20 +37,20 @@ struct CrlTestimony {
     PNV_UINT32 score;
 };
 
-// What was looked at of a certificate in a chain.
+// The checks of a certificate in a chain.
 struct LinkTestimony {
     Codes codes;
     std::vector<CrlTestimony> crls;
     Part chosen = nullptr; // CRL
-    std::size_t entry = 0; // of the chosen CRL, the one that decided
+    std::size_t entry = 0; // of the chosen CRL: the one that decided
     Part issuer = nullptr;
 };
 
-// What was looked at of a signer or a timestamp authority.
+// The checks of a signer or a timestamp authority.
 struct SignerTestimony {
     Codes codes;
     Part cert = nullptr;
-    bool isPurposeAsked = false; // the failing usage is the purpose, and not the key usage
+    bool isPurposeAsked = false; // the failing usage is the extended key usage
     PNV_TIME_T time = 0;
     std::map<Part, LinkTestimony> links;
     std::map<Part, Part> crlIssuers;
@@ -61,18 +61,18 @@ struct Testimony {
     Codes codes; // of the inputs and the payload
     std::vector<SignerTestimony> signers;
     std::optional<ElementFault> element; // the last one before the end
-    std::set<Part> taken;                // certificates that came with a signature and went into a store
-    std::set<Bytes> parts;               // what the others point to
+    std::set<Part> taken;                // certificates of a signature that were added to a store
+    std::set<Bytes> parts;               // the storage that the others point to
 };
 
-// 0 also when it was not come to.
+// 0 also for a decision that was not reached.
 inline PELNIC_ERROR_CODE codeOf(const Codes& codes, Decision decision)
 {
     const auto found = codes.find(decision);
     return found != codes.end() ? found->second : 0;
 }
 
-// Keeps what this thread's one verification tells while it lives.
+// Records the report on this thread's one verification during its life.
 class Listening {
 public:
     explicit Listening(Testimony& testimony) : testimony_(testimony), before_(_pnvSetWitness({keep, this})) {}
@@ -89,7 +89,7 @@ private:
     void keepInput(const WitnessEvent& event);
 
     Testimony& testimony_;
-    std::map<const void*, Part> known_; // the library's records, which stay where they are
+    std::map<const void*, Part> known_; // the library's records, whose addresses do not change
     Witness before_;
 };
 

@@ -6,7 +6,7 @@ namespace pkgtool {
 
 namespace {
 
-// A character by its number, and the octets that it takes; of none where the text is no UTF-8 (RFC 3629, 4).
+// A character's number and its count of octets; 0 octets if the text is not UTF-8 (RFC 3629, 4).
 struct Character {
     std::uint32_t number;
     std::size_t length;
@@ -15,7 +15,7 @@ struct Character {
 Character characterAt(const std::string& text, std::size_t at)
 {
     struct Form {
-        std::uint32_t mask, lead, least; // of the first octet; the least number that needs so many octets
+        std::uint32_t mask, lead, least; // of the first octet; the least number that needs this many octets
     };
     constexpr Form FORMS[] = {{0x80, 0x00, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
     const auto octet = [&](std::size_t i) { return std::uint32_t{static_cast<unsigned char>(text[at + i])}; };
@@ -36,7 +36,7 @@ Character characterAt(const std::string& text, std::size_t at)
     return {0, 0};
 }
 
-// Controls (C0, DEL and C1), separators of lines, and what turns the direction of writing.
+// Controls (C0, DEL and C1), line separators, and changes of the writing direction.
 bool isDangerous(std::uint32_t c)
 {
     return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x061C || c == 0x200E || c == 0x200F ||

@@ -9,9 +9,9 @@
 
 namespace pkgtool {
 
-// Foreign text, from a package, a server or a file's name, on its way to a terminal. What could take the terminal over
-// or show one thing as another is escaped: control characters, changes of direction, and octets that are no UTF-8. What
-// has been through here once comes out the same.
+// Makes foreign text, from a package, a server or a file's name, safe for a terminal. It escapes characters that could
+// control the terminal or disguise text: control characters, changes of direction, and octets that are not UTF-8.
+// Escaped text stays the same.
 std::string printable(const std::string& text);
 
 // The same for HTML and XML, between tags and between double quotes.
@@ -24,7 +24,7 @@ inline std::string hexadecimal(std::uint32_t word)
     return text;
 }
 
-// Two digits for each octet, without anything between.
+// Two digits per octet, without separators.
 inline std::string hexText(const unsigned char* octets, std::size_t count)
 {
     std::string text;
@@ -36,7 +36,7 @@ inline std::string hexText(const unsigned char* octets, std::size_t count)
     return text;
 }
 
-// 2025-01-01T00:00:00Z; empty for 0, which stands for a time that could not be read.
+// 2025-01-01T00:00:00Z; empty for 0, an unreadable time.
 inline std::string timeText(std::time_t time)
 {
     std::tm utc{};

@@ -57,7 +57,7 @@ void setRandomNonce(TS_REQ* request)
     ensure(TS_REQ_set_nonce(request, toInteger(random).get()) == 1, "setting the nonce");
 }
 
-// One second, as a clock that is set by the network keeps it: verifiers of RFC 3161 may want to know.
+// One second, as for a clock set over the network: verifiers of RFC 3161 may need it.
 void setAccuracy(TS_TST_INFO* info)
 {
     const Owned<TS_ACCURACY, TS_ACCURACY_free> accuracy(TS_ACCURACY_new());
@@ -68,7 +68,7 @@ void setAccuracy(TS_TST_INFO* info)
            "setting the accuracy");
 }
 
-// The nonce tells the answer to this query from a recorded one.
+// The nonce distinguishes the answer to this query from a recorded one.
 void requireSameNonce(const Bytes& token, const TS_REQ* request, const std::string& url)
 {
     const Cms cms = fromDer<CMS_ContentInfo_free>(d2i_CMS_ContentInfo, token);
@@ -94,7 +94,7 @@ std::string statusTextOf(TS_STATUS_INFO* status)
 
 Asn1Time parseTime(const std::string& text)
 {
-    constexpr char LONG_FORM[] = "dddd-dd-ddTdd:dd:ddZ"; // as this tool prints times
+    constexpr char LONG_FORM[] = "dddd-dd-ddTdd:dd:ddZ"; // this tool's output form
     constexpr std::size_t LENGTH = sizeof "YYYYMMDDhhmmssZ" - 1;
     const bool isLong = text.size() == sizeof LONG_FORM - 1 &&
                         std::equal(text.begin(), text.end(), LONG_FORM,

@@ -1,5 +1,4 @@
-// Timestamps (RFC 3161) from wherever they come: made here with a local authority's key, from a response file, or from
-// an authority's URL.
+// Timestamps (RFC 3161) from a local authority's key, from a response file, or from an authority's URL.
 #ifndef PKGTOOL_TIMESTAMP_H
 #define PKGTOOL_TIMESTAMP_H
 
@@ -21,19 +20,19 @@ struct LocalAuthority {
     Asn1Object policy;
 };
 
-// Each returns the token's ContentInfo in DER, unchecked as far as an authority made it.
-// A token that depends on its arguments only: even its serial number is taken from the imprint.
+// Each returns the token's ContentInfo in DER; tokens of an authority are not checked.
+// A token that depends only on its arguments: even its serial number comes from the imprint.
 Bytes makeToken(const LocalAuthority& authority, const Bytes& signature, const EVP_MD* md);
 // A response (RFC 3161, 2.4.2), or a token alone.
 Bytes tokenOfResponse(const Bytes& response, const std::string& origin);
 Bytes fetchToken(const std::string& url, const Bytes& signature, const EVP_MD* md);
 
-// A query to be carried to an authority. It has no nonce: whoever brings the response has only the signature to match.
+// A query for an authority, carried as a file. It has no nonce: only the signature links the response to it.
 Bytes makeQuery(const Bytes& signature, const EVP_MD* md);
 
-// 2025-01-01T00:00:00Z; empty when there is none that can be read.
+// 2025-01-01T00:00:00Z; empty if there is no readable one.
 std::string timeOfToken(const Bytes& token);
-// The TSTInfo inside a token; null when there is none.
+// The TSTInfo inside a token; null if there is none.
 TsTstInfo tstInfoOf(CMS_ContentInfo* token);
 
 } // namespace pkgtool

@@ -41,13 +41,13 @@ CLI::Option_group* addTimestampOptions(CLI::App* command, TimestampOptions& opti
     CLI::Option* const key = when->add_option("--tsa-key", options.tsaKey, "its private key: a file, or a pkcs11: URI");
     when->add_option("--tsa-pass", options.tsaPassword, "its password or PIN: env:NAME or file:PATH")->needs(cert);
     addRepeatable(when, "--tsa-chain", options.tsaChain, "certificates of the CAs above it")->needs(cert);
-    when->add_option("--tsa-time", options.tsaTime, "the time it states, 2026-01-31T12:00:00Z; now otherwise")
+    when->add_option("--tsa-time", options.tsaTime, "the time it states, 2026-01-31T12:00:00Z; by default now")
         ->needs(cert);
     when->add_option("--tsa-policy", options.tsaPolicy, "the policy it states, an object identifier")->needs(cert);
-    addRepeatable(when, "--tsa-response", options.tsaResponses, "an authority's response, one for each signer");
+    addRepeatable(when, "--tsa-response", options.tsaResponses, "an authority's response, one per signer");
     when->add_option("--tsa-url", options.tsaUrl, "ask this authority (RFC 3161 over HTTP)");
     CLI::Option* const requests = addRepeatable(when, "--tsa-request-out", options.tsaRequests,
-                                                "write the query to this file, one for each signer, and nothing else");
+                                                "write only the query to this file, one per signer");
     cert->needs(key);
     key->needs(cert);
     output->excludes(requests);
@@ -74,8 +74,8 @@ void requireEach(const TimestampOptions& options, std::size_t signers)
 
 void throwNoSource(int sources)
 {
-    throw UserError(sources == 0 ? "where is the timestamp to come from?" : "only one timestamp for each signer",
-                    "the checker wants a timestamp of every signer: --tsa-cert, --tsa-response or --tsa-url, or "
+    throw UserError(sources == 0 ? "no source of the timestamp is given" : "only one timestamp per signer",
+                    "the checker needs a timestamp for every signer: --tsa-cert, --tsa-response or --tsa-url, or "
                     "--tsa-request-out to ask for one");
 }
 

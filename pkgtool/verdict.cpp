@@ -14,13 +14,13 @@ namespace pkgtool {
 
 namespace {
 
-// The log callback is told nothing of whom it logs for.
+// The log callback has no argument for its owner.
 std::vector<LogRecord>* recording = nullptr;
 
 void record(PELNIC_LOG_TYPE level, const PNV_CHAR* file, PNV_INT line, const PNV_CHAR* function, PNV_THREAD_ID,
             PNV_TIME_T, PELNIC_ERROR_CODE code, const PNV_CHAR* message)
 {
-    std::string path = file; // as the compiler was called, from a build tree
+    std::string path = file; // as given to the compiler, from a build tree
     while (path.rfind("../", 0) == 0) path.erase(0, 3);
     recording->push_back({level, code, message, path, line, function});
 }
@@ -54,13 +54,13 @@ private:
     FILE* file_;
 };
 
-// As the caller of a process sees what its main returns.
+// The result of main as the caller of a process sees it.
 int exitStatus(int result)
 {
     return result & 0xFF;
 }
 
-// Of an accepted package: the checker wants no signature of some, and no signature on some timestamps.
+// For an accepted package: the checker accepts some packages, and some timestamps, without a signature.
 bool isSignedPackage(const Testimony& testimony)
 {
     const auto isTimeSigned = [](const SignerTestimony& signer) { return !signer.authorities.empty(); };
@@ -83,9 +83,7 @@ Verdict judge(ByteView package, const Root& root)
         (void)decodeHeader(package);
         requireReadable(package.size);
     } catch (const UserError& error) {
-        return {exitStatus(-1), error.what(),
-                std::nullopt,   {},
-                false,          {}}; // no more than the checker's reading of the file
+        return {exitStatus(-1), error.what(), std::nullopt, {}, false, {}}; // only the checker's reading of the file
     }
     Verdict verdict{};
     recording = &verdict.log;

@@ -1,4 +1,4 @@
-// The checker's verdict on a package, reached by the checker's own code, with what the library logged on the way.
+// The checker's verdict on a package, reached by the checker's own code, with the library's log records.
 #ifndef PKGTOOL_VERDICT_H
 #define PKGTOOL_VERDICT_H
 
@@ -17,7 +17,7 @@ struct Root {
     Bytes content;
     const char* source; // of contents.h
 };
-// The one in the file, DER or PEM; without a path the one compiled into the checker.
+// The one in the file, DER or PEM; without a path the checker's compiled-in one.
 Root loadRoot(const std::string& path);
 
 struct LogRecord {
@@ -32,16 +32,16 @@ struct LogRecord {
 struct Verdict {
     int status;                            // the checker's exit status
     std::string message;                   // its line, without the line end
-    std::optional<PELNIC_ERROR_CODE> code; // with which the library refused
+    std::optional<PELNIC_ERROR_CODE> code; // of the library's refusal
     std::vector<LogRecord> log;
-    bool isSigned; // by somebody at a time that somebody signed; without that an acceptance says nothing of the payload
+    bool isSigned; // both payload and timestamp have a signer; otherwise an acceptance says nothing about the payload
     Testimony testimony;
 
     bool isAccepted() const { return status == 0; }
 };
 Verdict judge(ByteView package, const Root& root);
 
-// The exit status for packages that are accepted and not signed, unless the user allows them.
+// The exit status for accepted but unsigned packages, unless the user allows them.
 constexpr int NOT_SIGNED = 3;
 
 } // namespace pkgtool

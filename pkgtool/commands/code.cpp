@@ -19,9 +19,9 @@ namespace pkgtool {
 
 namespace {
 
-// ---- What is asked about ----
+// ---- Questions ----
 
-// The 32 bits of a number as programs print it, signed or not; none when there is more or anything else in the text.
+// The 32 bits of a number as programs print it, signed or not; none if it has more bits or the text anything else.
 std::optional<PELNIC_ERROR_CODE> parseNumber(const std::string& text, int base)
 {
     char* end = nullptr;
@@ -33,7 +33,7 @@ std::optional<PELNIC_ERROR_CODE> parseNumber(const std::string& text, int base)
     return static_cast<PELNIC_ERROR_CODE>(number);
 }
 
-// A code looks the same with its 0x left out, and some of them then look decimal.
+// A code may lack its 0x, and some codes then look decimal.
 const Code* codeOf(const std::string& text)
 {
     for (int base : {16, 10}) {
@@ -52,7 +52,7 @@ const Status* statusOf(const std::string& text)
 
 constexpr const char* NOT_SIGNED_CONTENT = "the content is not what was signed"; // of a reason without a code
 
-// Answers to one word or line. A line is the checker's own, wherever a log puts it; it may have a code in it.
+// Answers to one word or line. A line of the checker may be anywhere in a log's line, and may contain a code.
 struct Answer {
     std::string asked;
     const Code* code = nullptr;
@@ -63,7 +63,7 @@ struct Answer {
     bool isThere() const { return code != nullptr || status != nullptr || line != nullptr || reason; }
 };
 
-// The word behind "err ", without what closes the brackets.
+// The word after "err ", without the closing bracket.
 std::string codeInLine(const std::string& text)
 {
     const std::string mark = "(err 0x";
@@ -89,12 +89,12 @@ Answer answerTo(const std::string& text)
 
 [[noreturn]] void throwUnknown(const std::string& text)
 {
-    throw UserError("'" + printable(text) + "' is no code of the library, no exit status and no line of the checker",
+    throw UserError("'" + printable(text) + "' is not a code of the library, an exit status or a line of the checker",
                     "codes are like 0x88200009, CERT_VERIFY or PELNIC_ERR_CERT_VERIFY; a line goes in quotes, or to "
                     "standard input by the name -");
 }
 
-// Lines that say nothing to this command are passed over: they come from a log.
+// Unknown lines are ignored: they come from a log.
 std::vector<Answer> answersToInput()
 {
     const Bytes content = readFile("-");
@@ -141,7 +141,7 @@ void printAnswer(const Answer& answer)
     printAdvice(answer.code->advice);
 }
 
-// The most that is known: a code says more than the line that it stands in.
+// The most specific answer: a code says more than its line.
 Json answerJson(const Answer& answer)
 {
     const Code* const code = answer.code;
@@ -203,7 +203,7 @@ void addCodeCommand(CLI::App& app)
         ->add_option("code", options->codes,
                      "hexadecimal or decimal, or its name; an exit status; a line in quotes; the 64 digits of a "
                      "reason; - is standard input, "
-                     "whose other lines are passed over")
+                     "whose other lines are ignored")
         ->excludes(markdown);
     command->callback([options] {
         if (options->markdown) return printMarkdown();

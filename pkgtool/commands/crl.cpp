@@ -29,7 +29,7 @@ struct CrlOptions {
     }
 };
 
-// ---- Values as text; empty when the summary has none ----
+// ---- Values as text; empty if the summary has none ----
 
 std::string serialText(const PELNIC_SERIAL_NUM& serial)
 {
@@ -64,7 +64,7 @@ const char* reasonText(const CrlVerdict& verdict)
     default: break;
     }
     switch (verdict.stat) {
-    case SCPS_SAME: return "the bundles are of the same dates";
+    case SCPS_SAME: return "the bundles have the same dates";
     case SCPS_NEW: return "the offered bundle is newer";
     case SCPS_OLD: return "the offered bundle is older";
     case SCPS_MIX: break;
@@ -88,14 +88,14 @@ const char* relationText(Relation relation)
 
 // ---- Tables ----
 
-// The verifier looks at the day of the CRL, not at today.
+// The verifier judges at the CRL's date, not today.
 const char* unverifiedText(const PELNIC_CRL_INFO& crl)
 {
-    if (crl.issuer_sn.sn_len == 0) return "not verified: no certificate of its issuer fits it";
+    if (crl.issuer_sn.sn_len == 0) return "not verified: no certificate of its issuer matches it";
     return "not verified: its issuer was out of date or revoked, is below no known root, or lacks the root's CRL here";
 }
 
-// Long lists are cut; --json has them whole.
+// Long lists are truncated; --json has them in full.
 std::string revokedText(const PELNIC_CRL_INFO& crl)
 {
     constexpr std::size_t SHOWN = 8;

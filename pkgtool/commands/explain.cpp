@@ -1,4 +1,4 @@
-// pkgtool explain: the checker's verdict on a package, and what stands behind it on one screen.
+// pkgtool explain: the checker's verdict on a package and its reasons, on one screen.
 #include "codes.h"
 #include "commands.h"
 #include "container.h"
@@ -42,7 +42,7 @@ Json logJson(const std::vector<LogRecord>& log)
     return records;
 }
 
-// Without what is in the sub-files, which pkgtool inspect shows.
+// Without the contents of the sub-files, which pkgtool inspect shows.
 Json tableJson(const Json& subFiles)
 {
     Json table = subFiles;
@@ -91,7 +91,7 @@ std::string dayOf(const Json& time)
     return textOf(time).substr(0, 10);
 }
 
-// Prints lines, and marks the one that stands for the failing place.
+// Prints lines, and marks the line of the failing place.
 class Screen {
 public:
     explicit Screen(const Json& report) : failing_(report["failure"].is_null() ? "" : textOf(report["failure"]["at"]))
@@ -131,7 +131,7 @@ void printContainer(const Json& report, const Screen& screen)
 void printRoot(const Json& root, const Screen& screen)
 {
     screen.line("/root", 0,
-                root.is_null() ? "trusts no certificate that can be read"
+                root.is_null() ? "trusts no readable certificate"
                                : "trusts " + briefName(root["subject"]) + " (" + textOf(root["source"]) + ")");
     if (root.is_object()) screen.line("", 1, "SHA-256 " + textOf(root["sha256"]));
 }
@@ -159,7 +159,7 @@ void printChain(const Json& chain, const Screen& screen, const std::string& at, 
 
 void printTimestamp(const Json& timestamp, const Screen& screen, const std::string& at)
 {
-    if (timestamp.is_null()) return screen.line("", 1, "no timestamp that can be read");
+    if (timestamp.is_null()) return screen.line("", 1, "no readable timestamp");
     const Json& authorities = timestamp["authorities"];
     const char* const who = !authorities.empty()          ? ", by"
                             : timestamp["time"].is_null() ? ", whose signers were not looked at"
@@ -188,7 +188,7 @@ void printSigners(const Json& signers, const Screen& screen)
     }
 }
 
-// The element that does not decode, by the names of the decoder's tables.
+// The undecodable element, with the names of the decoder's tables.
 void printElement(const Json& element)
 {
     if (element.is_null()) return;
@@ -211,7 +211,7 @@ void printWhy(const Json& report)
         return;
     }
     if (report["code"].is_null()) return; // the checker's own line has said it
-    printf("\nwhy:  nothing was found that explains this refusal. The library's own log:\n");
+    printf("\nwhy:  no reason for this refusal was found. The library's log:\n");
     for (const Json& record : report["log"]) {
         printf("      %s:%s %s %s %s\n", textOf(record["file"]).c_str(), textOf(record["line"]).c_str(),
                textOf(record["level"]).c_str(), record["code"].is_null() ? "" : textOf(record["code"]).c_str(),
@@ -237,9 +237,8 @@ void printScreen(const Json& report)
     if (report["header"].is_object()) printRoot(report["root"], screen);
     printSigners(report["signers"], screen);
     if (report["signed"] == false) {
-        printf("  %s\n", report["signers"].empty()
-                             ? "nobody signed it: the checker did not look at what is in it"
-                             : "nobody signed a timestamp of it: anybody could have chosen the time");
+        printf("  %s\n", report["signers"].empty() ? "nobody signed it: the checker did not examine its contents"
+                                                   : "nobody signed its timestamp: anybody could have chosen the time");
     }
     printWhy(report);
 }

@@ -1,4 +1,4 @@
-// pkgtool inspect: what is in a package, without a word on whether it is good.
+// pkgtool inspect: the contents of a package, without a verdict.
 #include "commands.h"
 #include "container.h"
 #include "contents.h"
@@ -18,7 +18,7 @@ std::string listText(const Json& values)
     return text;
 }
 
-// Which reader took it, unless both did.
+// The only reader that decodes it, unless both do.
 std::string readersText(const Json& object)
 {
     if (object["read_by"] == read_by::CHECKER) return ", which OpenSSL cannot decode";
@@ -93,7 +93,7 @@ void printSignedData(const Json& data, const std::string& indent)
     if (data["signers"].empty()) printf("%snobody signed\n", indent.c_str());
 }
 
-// What is around a signature, where it is not as it should be.
+// Unexpected data around a signature.
 void printEnvelope(const Json& content, const Json& length)
 {
     const Json& claimed = memberOf(content, "claimed_length");
@@ -156,7 +156,8 @@ void addInspectCommand(CLI::App& app)
         bool json = false;
     };
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("inspect", "Show what is in a package without judging it");
+    CLI::App* const command =
+        app.add_subcommand("inspect", "Show the contents of a package without verifying anything");
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_flag("--json", options->json, "print JSON");
     command->callback([options] { inspect(options->package, options->json); });

@@ -102,9 +102,10 @@ void addLintCommand(CLI::App& app)
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command
-        ->add_option("--crl-margin", options->limits.crlMarginDays, "days that CRLs have to go on after the timestamp")
+        ->add_option("--crl-margin", options->limits.crlMarginDays,
+                     "days that CRLs must stay valid after the timestamp")
         ->capture_default_str();
-    command->add_option("--crl-days", options->limits.crlDays, "days that a CRL is valid at most")
+    command->add_option("--crl-days", options->limits.crlDays, "the longest validity of a CRL in days")
         ->capture_default_str();
     command->add_flag("--json", options->json, "print JSON");
     command->footer("Exit status: 0 nothing but notes, 10 warnings, 11 errors, 2 unreadable, or the\n"

@@ -40,15 +40,17 @@ void requireSubFiles(const PackOptions& options, const std::vector<SubFile>& sub
 {
     requireReadable(packageLength(subFiles));
     if (options.isUnsigned) {
-        if (subFiles.size() != 1) throw UserError("an unsigned package holds a payload and nothing else");
+        if (subFiles.size() != 1) throw UserError("an unsigned package holds only a payload");
         return;
     }
     if (subFiles.size() != 3) {
-        throw UserError("a signed package needs --cms and --crl",
-                        "a package of one sub-file is accepted by every device without a check; if that is meant, say "
-                        "--unsigned");
+        throw UserError(
+            "a signed package needs --cms and --crl",
+            "a package of one sub-file is accepted by every device without a check; if that is intended, say "
+            "--unsigned");
     }
-    if (subFiles[0].content.size == 0) throw Refusal(options.payload + " is empty, and the checker refuses that");
+    if (subFiles[0].content.size == 0)
+        throw Refusal(options.payload + " is empty, and the checker refuses an empty payload");
     requireSignature(signature, subFiles[0].content, options.cms);
     requireCrls(crls, CLI::detail::join(options.crls, ", "));
 }
@@ -78,10 +80,10 @@ void pack(const PackOptions& options)
         image.requireUnchanged();
         return digestOf(EVP_sha256(), image.content());
     }();
-    image.forget(); // the package is as long again
+    image.forget(); // the package needs as much memory again
     if (options.forecast.check || !options.unchecked) foretell(options.forecast, package);
     package.commit();
-    if (isStandardOutput(options.output)) return; // where a package goes alone
+    if (isStandardOutput(options.output)) return; // which gets only the package
     printf("packed %u octets, SHA256 of the payload %s\n", packageLength(subFiles),
            hexText(digest.data(), digest.size()).c_str());
 }
@@ -104,7 +106,7 @@ void unpack(const std::string& path, const std::string& directory, Existing exis
         return directory + "/" + std::to_string(i + 1) + "-" + typeName(entries[i].ulSubFileID);
     };
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        // The user has not chosen these names, so none leads out of the directory.
+        // The user did not choose these names, so none may lead out of the directory.
         if (std::filesystem::is_symlink(nameOf(i), failed))
             throw UserError("cannot write " + nameOf(i) + ": it is a link");
         requireWritable(nameOf(i), existing);
@@ -132,7 +134,7 @@ void addPackCommand(CLI::App& app)
     command->add_option("-o,--output", options->output, "the package; - is standard output")->required();
     addForceFlag(command, options->existing);
     command->add_flag("--unsigned", options->isUnsigned, "pack a payload alone: every device accepts it unchecked");
-    command->add_flag("--unchecked", options->unchecked, "pack whatever there is, even what the checker will refuse");
+    command->add_flag("--unchecked", options->unchecked, "pack anything, even if the checker will refuse it");
 
     addForecastOptions(command, options->forecast);
 
@@ -142,10 +144,10 @@ void addPackCommand(CLI::App& app)
     fields->add_option("--image-version", options->header.ulVersion, "version of the image");
     fields->add_option("--compress-type", options->header.ulCompressType, "compression type");
     fields->add_option("--reserved", options->header.ulReserved4RPS, "the reserved word");
-    fields->add_option("--header-crc", options->header.ulHeaderCrc, "checksum of the header, which nobody reads");
-    fields->add_option("--file-crc", options->header.ulFileCRC, "checksum of the file, which nobody reads");
-    fields->add_option("--length", options->length, "the package's own length otherwise");
-    fields->add_option("--sub-file-count", options->count, "the true number otherwise");
+    fields->add_option("--header-crc", options->header.ulHeaderCrc, "checksum of the header, which is not checked");
+    fields->add_option("--file-crc", options->header.ulFileCRC, "checksum of the file, which is not checked");
+    fields->add_option("--length", options->length, "the package's length by default");
+    fields->add_option("--sub-file-count", options->count, "the true number by default");
     command->footer(app.get_footer());
     command->callback([options] { pack(*options); });
 }
@@ -160,7 +162,7 @@ void addUnpackCommand(CLI::App& app)
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("unpack", "Write a package's sub-files into a directory");
     command->add_option("package", options->package, "the package; - is standard input")->required();
-    command->add_option("-d,--directory", options->directory, "made if it is not there")->required();
+    command->add_option("-d,--directory", options->directory, "created if it does not exist")->required();
     addForceFlag(command, options->existing);
     command->footer("The files are named after place and type: 1-payload, 2-signature, 3-crl, 1-0x20000000.\n\n" +
                     app.get_footer());
@@ -170,7 +172,8 @@ void addUnpackCommand(CLI::App& app)
 void addListCommand(CLI::App& app)
 {
     const auto package = std::make_shared<std::string>();
-    CLI::App* const command = app.add_subcommand("list", "Show a package's header and table without judging them");
+    CLI::App* const command =
+        app.add_subcommand("list", "Show a package's header and table without verifying anything");
     command->add_option("package", *package, "the package; - is standard input")->required();
     command->callback([package] { list(*package); });
 }

@@ -1,6 +1,6 @@
-// pkgtool pki: a PKI of one's own, for a trial or with its keys in a token. A PKI is a directory: NAME.pem for each
+// pkgtool pki: your own PKI, for a trial or with its keys in a token. A PKI is a directory: NAME.pem for each
 // certificate, NAME.crl for each CA, NAME.key unless the keys are in a token, and release.toml for pkgtool release. The
-// CRLs are all that is remembered: a new one takes over what the one before lists.
+// CRLs are the only state: a new one takes over the entries of its predecessor.
 #include "commands.h"
 #include "error.h"
 #include "pki_issue.h"
@@ -29,8 +29,8 @@ namespace fs = std::filesystem;
 constexpr mode_t PRIVATE_FILE = 0600;
 constexpr mode_t PUBLIC_FILE = 0644;
 
-// The members of a PKI, each after its issuer. Whoever keeps keys in a token means it, so that what signs every day is
-// changed more often than what signs once a year.
+// The members of a PKI, each after its issuer. Keys in a token are for real use, so certificates that sign every day
+// are replaced more often than those that sign once a year.
 struct Member {
     const char* name; // of its files, and of its key in a token
     const char* title;
@@ -56,7 +56,7 @@ bool isCa(const Member& member)
 struct PkiOptions {
     std::string directory;
     std::string organization = "Trial";
-    unsigned keyBits = 0; // each member's own
+    unsigned keyBits = 0; // 0: each member's default
     std::string token;
     std::string password;
     int crlDays = 90;
@@ -68,7 +68,7 @@ struct PkiOptions {
 
 // ---- Keys ----
 
-// Where the key of that name is: the URI (RFC 7512) of the token with the object's name, in front of a query.
+// The location of the key with that name: the token's URI (RFC 7512) with the object's name, before any query.
 std::string keyLocation(const PkiOptions& options, const std::string& name)
 {
     if (options.token.empty()) return options.file(name, ".key");
@@ -89,7 +89,7 @@ Identity loadCa(const PkiOptions& options, const std::string& name)
 
 // ---- Files ----
 
-// Never in the place of another file.
+// Never replaces another file.
 void writeNew(const std::string& path, const Bytes& content, mode_t mode)
 {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
@@ -100,7 +100,7 @@ void writeNew(const std::string& path, const Bytes& content, mode_t mode)
     }
 }
 
-// Whatever PEM function writes it.
+// Writes with any PEM function.
 template <typename Write> Bytes toPem(Write write)
 {
     const Bio bio(BIO_new(BIO_s_mem()));
@@ -138,7 +138,7 @@ Crl loadCrl(const std::string& path)
     return crl;
 }
 
-// What the same PKI signs with; paths are relative to the file itself.
+// The settings for signing with this PKI; paths are relative to the file itself.
 std::string releaseConfig(const PkiOptions& options)
 {
     const auto key = [&](const char* name) {
@@ -172,7 +172,7 @@ void requireFree(const std::string& directory)
     std::error_code failed;
     if (!fs::exists(directory, failed) || (fs::is_directory(directory, failed) && fs::is_empty(directory, failed)))
         return;
-    throw UserError(directory + " is there already", "keys are never overwritten: name another directory");
+    throw UserError(directory + " exists already", "keys are never overwritten: name another directory");
 }
 
 std::map<std::string, Identity> issueMembers(const PkiOptions& options)
@@ -274,7 +274,7 @@ void addDirectory(CLI::App* command, PkiOptions& options, const char* text)
     CLI::Option* const token =
         command->add_option("--token", options.token, "the keys are in this PKCS #11 token, pkcs11:token=NAME");
     command->add_option("--pass", options.password, "its PIN: env:NAME or file:PATH")->needs(token);
-    command->add_option("--crl-days", options.crlDays, "days that a CRL is valid, 90 otherwise")
+    command->add_option("--crl-days", options.crlDays, "validity of a CRL in days, by default 90")
         ->check(CLI::Range(1, 36500));
 }
 
@@ -288,9 +288,11 @@ void addPkiCommand(CLI::App& app)
     pki->require_subcommand(1);
 
     CLI::App* const create = pki->add_subcommand("new", "Make root, CAs, signer, timestamp authority and CRLs");
-    addDirectory(create, o, "the PKI's directory, which must not be there yet");
-    create->add_option("--name", o.organization, "the organization in all names, Trial otherwise");
-    create->add_option("--key-bits", o.keyBits, "length of all keys; the root has 4096 and the others 3072 otherwise")
+    addDirectory(create, o, "the PKI's directory, which must not exist yet");
+    create->add_option("--name", o.organization, "the organization in all names, by default Trial");
+    create
+        ->add_option("--key-bits", o.keyBits,
+                     "length of all keys; by default 4096 for the root and 3072 for the others")
         ->check(CLI::Range(2048, 4096));
     create->footer(
         "Without a token the private keys are files of mode 0600, and everything is valid for ten years: for\n"
@@ -307,7 +309,7 @@ void addPkiCommand(CLI::App& app)
     addDirectory(revocation, o, "the PKI's directory");
     revocation->add_option("certificate", o.certificate, "ca, tsa-ca, signer, tsa, or a certificate's file")
         ->required();
-    revocation->add_option("--reason", o.reason, "as RFC 5280 names it: keyCompromise, superseded ...; none otherwise");
+    revocation->add_option("--reason", o.reason, "as in RFC 5280: keyCompromise, superseded ...; by default none");
     revocation->callback([options] { revoke(*options); });
 }
 

@@ -1,5 +1,5 @@
-// pkgtool release: an image becomes a checked package in one step. It runs sign, pack and lint as their user would,
-// with the options of a configuration file, so that a release can do whatever those commands can.
+// pkgtool release: turns an image into a checked package in one step. It runs sign, pack and lint as a user would, with
+// the options of a configuration file, so that a release can do whatever those commands can.
 #include "commands.h"
 #include "error.h"
 #include "files.h"
@@ -55,8 +55,7 @@ Config readConfig(const std::string& path)
     for (const CLI::ConfigItem& item : CLI::ConfigTOML().from_config(text)) {
         const std::string section = item.parents.size() == 1 ? item.parents.front() : "";
         if (!isCommand(section)) {
-            throw UserError(path + ": " + item.fullname() +
-                            " is in none of the sections [sign], [pack], [verify] and [lint]");
+            throw UserError(path + ": " + item.fullname() + " is not in a section [sign], [pack], [verify] or [lint]");
         }
         if (item.name == "++" || item.name == "--") continue; // a section begins or ends
         for (const std::string& value : item.inputs) {
@@ -76,7 +75,7 @@ int run(const char* command, AddCommand add, Words words)
     CLI::App app;
     add(app);
     words.insert(words.begin(), command);
-    std::reverse(words.begin(), words.end()); // as CLI11 wants them
+    std::reverse(words.begin(), words.end()); // CLI11's order
     try {
         app.parse(words);
     } catch (const CLI::RuntimeError& status) {
@@ -94,7 +93,7 @@ Words operator+(Words words, const Words& more)
     return words;
 }
 
-// The root of [verify], which is what lint and explain trust, too.
+// The root of [verify], which lint and explain trust, too.
 std::string rootOf(const Words& verifyOptions)
 {
     constexpr const char* ROOT = "--root=";
@@ -109,7 +108,7 @@ std::string rootOf(const Words& verifyOptions)
 void release(const ReleaseOptions& options)
 {
     if (options.image == "-" || options.output == "-") {
-        throw UserError("release reads the image several times, and tells on standard output what it does",
+        throw UserError("release reads the image several times, and reports its steps on standard output",
                         "name files; pkgtool sign and pack take the name -");
     }
     const fs::path configPath = fs::absolute(options.pki.empty() ? options.config : options.pki + "/release.toml");
@@ -117,7 +116,7 @@ void release(const ReleaseOptions& options)
     const std::string output = fs::absolute(options.output);
     requireWritable(output, options.existing);
     Config config = readConfig(configPath);
-    fs::current_path(configPath.parent_path()); // where its paths begin
+    fs::current_path(configPath.parent_path()); // its paths are relative to it
     const std::string root = rootOf(config.of("verify"));
     const Words rootWords = root.empty() ? Words{} : Words{"--root=" + root};
 

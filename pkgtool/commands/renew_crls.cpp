@@ -1,4 +1,4 @@
-// pkgtool renew-crls: other CRLs in a package, and everything else in it as it was.
+// pkgtool renew-crls: replaces the CRLs of a package and nothing else.
 #include "commands.h"
 #include "container.h"
 #include "error.h"
@@ -33,8 +33,7 @@ std::size_t findCrls(const std::string& path, const Header& header, ByteView pac
     const auto isCrls = [](const SSubFileInfo_S& entry) { return entry.ulSubFileID == SUB_FILE_CRL; };
     const auto found = std::find_if(entries.begin(), entries.end(), isCrls);
     if (header.ulSubFileNum != 3 || std::count_if(entries.begin(), entries.end(), isCrls) != 1) {
-        throw UserError(path + " is not a package of three sub-files with one of CRLs",
-                        "pkgtool list shows what it is");
+        throw UserError(path + " is not a package of three sub-files with one of CRLs", "pkgtool list shows its table");
     }
     const std::size_t begin = found->ulSubFileOffset;
     const std::size_t end = begin + found->ulSubFileLen;
@@ -45,14 +44,14 @@ std::size_t findCrls(const std::string& path, const Header& header, ByteView pac
     };
     if (std::any_of(entries.begin(), entries.end(), isInTheWay)) {
         throw UserError(path + ": a sub-file lies outside the file, or shares octets with the CRLs",
-                        "unpack it, and pack it anew");
+                        "unpack it and pack it again");
     }
     return static_cast<std::size_t>(found - entries.begin());
 }
 
 // ---- Whether they are newer ----
 
-// Of each issuer the latest date, 2026-01-01T00:00:00Z, which sorts by time.
+// The latest date of each issuer; the form 2026-01-01T00:00:00Z sorts by time.
 std::map<std::string, std::string> datesOf(const Bytes& crls)
 {
     std::map<std::string, std::string> dates;
@@ -64,21 +63,22 @@ std::map<std::string, std::string> datesOf(const Bytes& crls)
     return dates;
 }
 
-// An older CRL could take a revocation back that the package knows of.
+// An older CRL could undo a revocation that the package already has.
 void requireNoneOlder(const Bytes& before, const Bytes& after)
 {
     const std::map<std::string, std::string> dates = datesOf(after);
     for (const auto& [issuer, date] : datesOf(before)) {
         const auto found = dates.find(issuer);
         if (found == dates.end() || found->second >= date) continue;
-        throw UserError("the CRL of " + issuer + " is of " + found->second + ", and the package has one of " + date,
-                        "an older CRL may lack a revocation; if that is meant, unpack the package and pack it anew");
+        throw UserError(
+            "the CRL of " + issuer + " is of " + found->second + ", and the package has one of " + date,
+            "an older CRL may lack a revocation; if that is intended, unpack the package and pack it again");
     }
 }
 
 // ---- The new package ----
 
-// The same with `length` octets at the place of the CRLs: what lies behind them moves.
+// The same header with `length` octets in place of the CRLs: everything after them moves.
 Header movedHeader(Header header, std::size_t index, std::uint32_t length, std::size_t size)
 {
     const SSubFileInfo_S crls = header.stSubFileInfo[index];
@@ -129,7 +129,7 @@ void renewCrls(const RenewOptions& options)
         fprintf(stderr, "pkgtool: warning: the header's checksums are as they were; pkgtool does not know how they are "
                         "made\n");
     }
-    if (isStandardOutput(options.output)) return; // where a package goes alone
+    if (isStandardOutput(options.output)) return; // which gets only the package
     printf("packed %zu octets, with CRLs of %zu in place of %u\n", size, crls.size(), place.ulSubFileLen);
 }
 
@@ -138,13 +138,12 @@ void renewCrls(const RenewOptions& options)
 void addRenewCrlsCommand(CLI::App& app)
 {
     const auto options = std::make_shared<RenewOptions>();
-    CLI::App* const command = app.add_subcommand("renew-crls", "Put other CRLs into a package");
+    CLI::App* const command = app.add_subcommand("renew-crls", "Replace the CRLs of a package");
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--crl", options->crls, "CRLs, DER or PEM: one of each CA; may be repeated")
         ->allow_extra_args(false)
         ->required();
-    command->add_option("-o,--output", options->output, "the new package; the old one's name renews it in its place")
-        ->required();
+    command->add_option("-o,--output", options->output, "the new package; the old name overwrites it")->required();
     addForceFlag(command, options->existing);
     addForecastOptions(command, options->forecast);
     command->footer(

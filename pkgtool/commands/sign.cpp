@@ -42,7 +42,7 @@ struct Signer {
     const EVP_MD* md;
 };
 
-// The only value, or that of signer i.
+// The single value, or that of signer i.
 const std::string& valueFor(const Strings& values, std::size_t i)
 {
     return values.size() == 1 ? values.front() : values[i];
@@ -56,7 +56,7 @@ void requireOneOrEach(const char* option, const Strings& values, std::size_t sig
                     "give it once for all signers or once for each, in the order of the signers");
 }
 
-// In a room of its own, say: the bytes are carried in, the signature is carried out.
+// For example in a separate room: the octets are carried in, the signature is carried out.
 bool isKeyElsewhere(const SignOptions& options)
 {
     return !options.signatures.empty() || !options.toBeSigned.empty();
@@ -67,13 +67,14 @@ void requireConsistent(const SignOptions& options)
     const std::size_t signers = options.certs.size() + options.pkcs12.size();
     if (isKeyElsewhere(options)) {
         if (!options.keys.empty() || !options.pkcs12.empty()) {
-            throw UserError("a key that signs elsewhere and one that is here", "sign for them in one way");
+            throw UserError("--signature and --to-be-signed-out do not go with --key or --p12",
+                            "use one way for all signers");
         }
     } else if (options.certs.size() != options.keys.size()) {
         throw UserError("every --cert needs its --key",
                         "or name a PKCS #12 file with --p12, or let the key sign elsewhere with --to-be-signed-out");
     }
-    if (signers == 0) throw UserError("nobody signs", "name a signer with --cert and --key, or with --p12");
+    if (signers == 0) throw UserError("there is no signer", "name a signer with --cert and --key, or with --p12");
     requireEach("--signature", options.signatures, signers);
     requireEach("--to-be-signed-out", options.toBeSigned, signers);
     requireOneOrEach("--digest", options.digests, signers);
@@ -110,7 +111,7 @@ std::vector<Signer> loadSigners(const SignOptions& options, std::vector<Cert>& c
     return signers;
 }
 
-// UTCTime up to 2049 and GeneralizedTime from then on (RFC 5652, 11.3); null when no time is given.
+// UTCTime up to 2049, GeneralizedTime later (RFC 5652, 11.3); null if no time is given.
 Asn1Time signingTimeOf(const SignOptions& options)
 {
     if (options.signingTime.empty()) return nullptr;
@@ -121,7 +122,7 @@ Asn1Time signingTimeOf(const SignOptions& options)
     return time;
 }
 
-// Takes signer i's signature from its file, or leaves the bytes for it in one.
+// Reads signer i's signature from its file, or writes the octets to sign to one.
 MakeSignature signElsewhere(const SignOptions& options, const Signer& signer, std::size_t i)
 {
     return [&options, &signer, i](const Bytes& toBeSigned) {
@@ -140,7 +141,7 @@ MakeSignature signElsewhere(const SignOptions& options, const Signer& signer, st
     };
 }
 
-// Now rather than after an authority was asked, or some of the files were written.
+// Checked before an authority is asked or a file written.
 void requireOutputs(const SignOptions& options)
 {
     for (const Strings& paths : {options.toBeSigned, options.timestamp.tsaRequests, Strings{options.output}}) {
@@ -156,7 +157,7 @@ Bytes digestOfImage(const SignOptions& options, const EVP_MD* md, ByteView paylo
     return digestOf(md, payload);
 }
 
-// What a signer's part of the signature is, in a line.
+// A line that describes a signer's part of the signature.
 std::string summary(const Signer& signer, const Bytes& digest, const std::string& time)
 {
     return "signed by " + nameOf(signer.identity.cert.get()) + ", " +
@@ -174,7 +175,7 @@ void sign(const SignOptions& options)
     const Asn1Time signingTime = signingTimeOf(options);
     const MappedFile image(options.payload);
     const ByteView payload = image.content();
-    if (payload.size == 0) throw Refusal(options.payload + " is empty, and the checker refuses that");
+    if (payload.size == 0) throw Refusal(options.payload + " is empty, and the checker refuses an empty payload");
     requireReadable(sizeof(Header) + payload.size);
     requireOutputs(options);
 
@@ -205,7 +206,7 @@ void sign(const SignOptions& options)
     if (stamp) requireSignature(der, payload, "the signature");
     image.requireUnchanged();
     writeFile(options.output, options.pem ? armour(der) : der, options.existing);
-    if (isStandardOutput(options.output)) return; // where a signature goes alone
+    if (isStandardOutput(options.output)) return; // which gets only the signature
     for (const std::string& text : summaries) printf("%s\n", printable(text).c_str());
 }
 
@@ -224,11 +225,10 @@ void addSignCommand(CLI::App& app)
     CLI::Option_group* const who = command->add_option_group("signers", "Who signs; repeat for several signers");
     addRepeatable(who, "--cert", o.certs, "signer's certificate: PEM, DER");
     addRepeatable(who, "--key", o.keys, "its private key: PEM, DER, PKCS #12 or a pkcs11: URI");
-    CLI::Option* const toBeSigned =
-        addRepeatable(who, "--to-be-signed-out", o.toBeSigned,
-                      "write what a key elsewhere has to sign to this file, and nothing else");
+    CLI::Option* const toBeSigned = addRepeatable(who, "--to-be-signed-out", o.toBeSigned,
+                                                  "write only the octets for a key elsewhere to sign to this file");
     CLI::Option* const signature =
-        addRepeatable(who, "--signature", o.signatures, "what that key made of it: RSA PKCS #1 v1.5, bare");
+        addRepeatable(who, "--signature", o.signatures, "that key's bare signature value, RSA PKCS #1 v1.5");
     addRepeatable(who, "--p12", o.pkcs12, "certificate, key and chain in a PKCS #12 file");
     addRepeatable(who, "--pass", o.passwords, "password or PIN of the keys: env:NAME or file:PATH");
     addRepeatable(who, "--chain", o.chain, "certificates of the CAs between signer and root");

@@ -1,4 +1,4 @@
-// pkgtool stamp: timestamps for a signature that was made elsewhere, by a signing service say.
+// pkgtool stamp: timestamps for a signature made elsewhere, such as by a signing service.
 #include "commands.h"
 #include "der.h"
 #include "error.h"
@@ -31,7 +31,7 @@ struct Signer {
     const EVP_MD* md;
 };
 
-// In their order. Those who have a timestamp keep it.
+// In order. Signers with a timestamp keep it.
 std::vector<Signer> unstampedSigners(CMS_ContentInfo* cms)
 {
     std::vector<Signer> signers;
@@ -49,7 +49,7 @@ std::vector<Signer> unstampedSigners(CMS_ContentInfo* cms)
     return signers;
 }
 
-// Either way of looking tells the signers' certificates to the signature.
+// Both checks tell the signature its signers' certificates.
 Cms readStampable(const StampOptions& options, const Bytes& content)
 {
     requireStampable(content, options.signature);
@@ -59,7 +59,7 @@ Cms readStampable(const StampOptions& options, const Bytes& content)
     return cms;
 }
 
-// What came out is looked at as if somebody else had made it: encoding it again must have changed nothing.
+// The output is checked as if somebody else had made it: encoding it again must not have changed anything.
 void requireStamped(const StampOptions& options, const Bytes& der)
 {
     requireStampable(der, options.signature);
@@ -67,7 +67,7 @@ void requireStamped(const StampOptions& options, const Bytes& der)
     requireSignature(der, MappedFile(options.payload).content(), options.signature);
 }
 
-// In the order of the files: the first is the first unstamped signer's.
+// In the order of the files: the first belongs to the first unstamped signer.
 void writeQueries(const StampOptions& options, const std::vector<Signer>& signers)
 {
     const Strings& paths = options.timestamp.tsaRequests;
@@ -85,7 +85,7 @@ void stamp(const StampOptions& options)
     const Cms cms = readStampable(options, content);
     const std::vector<Signer> signers = unstampedSigners(cms.get());
     if (signers.empty()) {
-        throw UserError("every signer of " + options.signature + " has a timestamp already", "pack it as it is");
+        throw UserError("every signer of " + options.signature + " has a timestamp already", "pack it unchanged");
     }
     requireEach(options.timestamp, signers.size());
     if (!options.timestamp.tsaRequests.empty()) return writeQueries(options, signers);
@@ -104,7 +104,7 @@ void stamp(const StampOptions& options)
     const Bytes der = toDer(i2d_CMS_ContentInfo, cms.get());
     requireStamped(options, der);
     writeFile(options.output, isPem(content) ? armour(der) : der, options.existing);
-    if (isStandardOutput(options.output)) return; // where a signature goes alone
+    if (isStandardOutput(options.output)) return; // which gets only the signature
     for (const std::string& text : summaries) printf("%s\n", printable(text).c_str());
 }
 
@@ -119,7 +119,7 @@ void addStampCommand(CLI::App& app)
     CLI::Option* const output =
         command->add_option("-o,--output", o.output, "the stamped one, in the same form; - is standard output");
     addForceFlag(command, o.existing);
-    command->add_option("--payload", o.payload, "make sure that this is what was signed");
+    command->add_option("--payload", o.payload, "check that the signature covers this payload");
     addRepeatable(command, "--chain", o.chain, "certificates to add, of CAs or an authority");
     addTimestampOptions(command, o.timestamp, output);
     command->footer("Signers who have a timestamp keep it; responses and queries are for the others, in their order.\n"

@@ -1,5 +1,5 @@
-// pkgtool verify: the checker's verdict on many packages, each reached by a process of its own, as many at a time as
-// there are cores. A package that brings a process down costs its own verdict and no other.
+// pkgtool verify: the checker's verdict on many packages, each in its own process, as many at a time as there are
+// cores. A package that crashes a process loses only its own verdict.
 #include "codes.h"
 #include "commands.h"
 #include "contents.h"
@@ -46,7 +46,7 @@ struct VerifyOptions {
 
 enum class Result { Accepted, NotSigned, Refused, Unreadable };
 
-// What a process leaves of its package.
+// A process's result for its package.
 struct Answer {
     Result result;
     int status;
@@ -70,7 +70,7 @@ Answer makeAnswer(const Verdict& verdict)
 
 Answer unreadable(const std::string& message)
 {
-    constexpr int CHECKERS_STATUS = 0xFF; // of what it cannot read
+    constexpr int CHECKERS_STATUS = 0xFF; // for an unreadable file
     Answer answer{Result::Unreadable, CHECKERS_STATUS, 0, ""};
     message.copy(answer.message, sizeof answer.message - 1);
     return answer;
@@ -88,7 +88,7 @@ Answer judgeFile(const std::string& path, const Root& root)
     }
 }
 
-// Answers in memory that processes share.
+// Answers in memory shared by the processes.
 class SharedAnswers {
 public:
     explicit SharedAnswers(std::size_t count) : size_(count * sizeof(Answer))
@@ -108,7 +108,7 @@ private:
     Answer* answers_;
 };
 
-// Each leaves its answer at the index of its package.
+// Each stores its answer at the index of its package.
 class Processes {
 public:
     Processes(const VerifyOptions& options, const Root& root)
@@ -120,7 +120,7 @@ public:
     }
 
     const Answers& answers() const { return done_; }
-    // Whether there is one answer more; if not, a second has gone by.
+    // Whether there is another answer; if not, a second has passed.
     bool proceed()
     {
         while (started_ < options_.packages.size() && running_.size() < options_.jobs && start(started_)) ++started_;
@@ -146,7 +146,7 @@ private:
         if (child == 0) {
             (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
             answers_[index] = judgeFile(options_.packages[index], root_);
-            _exit(0); // nothing of the parent's is released here
+            _exit(0); // the parent releases its own objects
         }
         if (child > 0) running_[child] = index;
         return child > 0;
@@ -186,7 +186,7 @@ const Code* codeOf(const Answer& answer)
     return answer.code != 0 ? findCode(answer.code) : nullptr;
 }
 
-// The checker's line and what its code means.
+// The checker's line and the meaning of its code.
 std::string reasonText(const Answer& answer)
 {
     const Code* const code = codeOf(answer);
@@ -218,7 +218,7 @@ void printAnswer(const std::string& package, const Answer& answer, bool json)
            printable(reason).c_str());
 }
 
-// A bar below the results, on the error output, so that it is never among them.
+// A bar below the results, on the error output, so that it never mixes with them.
 class Bar {
 public:
     explicit Bar(std::size_t all) : all_(all) {}
@@ -255,7 +255,7 @@ void printSummary(const Answers& answers)
     printf("%zu checked: %zu accepted, %zu accepted and NOT SIGNED, %zu refused, %zu unreadable\n", answers.size(),
            countOf(answers, Result::Accepted), countOf(answers, Result::NotSigned), refused,
            countOf(answers, Result::Unreadable));
-    if (refused != 0) printf("pkgtool explain PACKAGE tells why a package is refused, and what to do\n");
+    if (refused != 0) printf("pkgtool explain PACKAGE says why a package is refused, and what to do\n");
 }
 
 // ---- JUnit's XML, which test reports of CI systems read ----
@@ -285,7 +285,7 @@ std::string junitText(const VerifyOptions& options, const Answers& answers)
 
 // ---- The command ----
 
-// In place of a directory every regular file below it, sorted.
+// Replaces a directory by every regular file below it, sorted.
 std::vector<std::string> filesBelow(const std::vector<std::string>& paths)
 {
     namespace fs = std::filesystem;
@@ -304,7 +304,7 @@ std::vector<std::string> filesBelow(const std::vector<std::string>& paths)
     return files;
 }
 
-// One line for each package, in the order of the command line, as soon as all before it are there.
+// One line per package, in the order of the command line, as soon as all earlier ones are done.
 Answers judgeAll(const VerifyOptions& options, const Root& root)
 {
     std::size_t printed = 0;
@@ -348,9 +348,9 @@ void addVerifyCommand(CLI::App& app)
     command->add_option("packages", options->packages, "the packages; directories with -r")->required();
     command->add_flag("-r,--recursive", options->recursive, "all files below a directory, too");
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
-    command->add_option("-j,--jobs", options->jobs, "packages at a time; as many as there are cores otherwise")
+    command->add_option("-j,--jobs", options->jobs, "packages at a time; by default the number of cores")
         ->check(CLI::Range(1u, MAX_JOBS));
-    command->add_flag("--json", options->json, "print one JSON object for each package, on a line of its own");
+    command->add_flag("--json", options->json, "print one JSON object per package, each on its own line");
     command->add_option("--junit", options->junit, "write the results to this file, too, as JUnit's XML");
     addForceFlag(command, options->existing);
     command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 although some are accepted and not signed");

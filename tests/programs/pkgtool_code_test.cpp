@@ -140,7 +140,7 @@ TEST(PkgtoolCode, KnowsNoOther)
         const ProcessResult run = RunCode({"CERT_VERIFY", text});
         EXPECT_EQ(run.status, 2) << text;
         EXPECT_EQ(run.out, "") << text;
-        EXPECT_NE(run.err.find("is no code of the library"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("is not a code of the library"), std::string::npos) << run.err;
     }
     EXPECT_NE(RunCode({}).err.find("code: code is missing"), std::string::npos);
 }

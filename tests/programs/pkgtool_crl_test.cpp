@@ -301,7 +301,7 @@ TEST_F(PkgtoolCrl, ShowsBundles)
             "\n"
             "  this update           valid until           verified  issuer\n"
             "  -                     2035-01-01T00:00:00Z  no        (a name that the verifier cannot read)\n"
-            "      not verified: no certificate of its issuer fits it\n");
+            "      not verified: no certificate of its issuer matches it\n");
 }
 
 TEST_F(PkgtoolCrl, ShowsBundlesInJson)
@@ -382,7 +382,7 @@ TEST_F(PkgtoolCrl, RefusesFilesWithTheReason)
     } cases[] = {
         {{"show", dir_.Path("missing")}, "cannot open " + dir_.Path("missing")},
         {{"show", dir_.Write("empty", {})}, "' is empty"},
-        {{"show", dir_.Write("junk", Bytes(100, 0x00))}, "' holds no CRL that can be used"},
+        {{"show", dir_.Write("junk", Bytes(100, 0x00))}, "' holds no usable CRL"},
         {{"show", dir_.Write("many", DailyCrls(pki_.rootCrl, 17))}, "' holds more than 16 CRLs"},
         {{"show", good, "--root", good}, "' holds no certificate"},
         {{"show", good, "--intermediate", version1}, "' holds a certificate of version 1 or 2"},

@@ -258,7 +258,7 @@ const std::vector<Refusal> kRefusals = {
              With(SignedBy(b.pki.signer), &SignerSpec::unsignedAttributes, cms.signers[0].unsignedAttributes);
          return b.Package(cms);
      },
-     "issuer-missing", kSignerCert, "Test Signer", "serial numbers of their own"},
+     "issuer-missing", kSignerCert, "Test Signer", "its own serial number"},
     // ---- what a certificate is for ----
     {"signer without a key usage",
      [](Bench& b) {
@@ -422,7 +422,7 @@ const std::vector<Refusal> kRefusals = {
          package.subFiles[1].content = Seq(Octets(Bytes(60, 0x01)));
          return package;
      },
-     "signature-undecodable", "/sub_files/1", "", "PEM begins with its first byte"},
+     "signature-undecodable", "/sub_files/1", "", "PEM begins at the first octet"},
     {"PEM without an end",
      [](Bench& b) {
          PackageSpec package = b.Package();
@@ -430,7 +430,7 @@ const std::vector<Refusal> kRefusals = {
          package.subFiles[1].content.resize(package.subFiles[1].content.size() - 10);
          return package;
      },
-     "signature-undecodable", "/sub_files/1", "", "that line is its last one"},
+     "signature-undecodable", "/sub_files/1", "", "that line is its last"},
     {"PEM whose end shares dashes with its begin",
      [](Bench& b) {
          PackageSpec package = b.Package();
@@ -451,7 +451,7 @@ const std::vector<Refusal> kRefusals = {
          cms.certificates.push_back(Seq(Int(1)));
          return b.Package(cms);
      },
-     "signature-undecodable", "/sub_files/1", "", "nothing but X.509 certificates"},
+     "signature-undecodable", "/sub_files/1", "", "only X.509 certificates"},
     {"empty message digest",
      [](Bench& b) {
          CmsSpec cms = DemoCms(b.pki);
@@ -475,14 +475,14 @@ const std::vector<Refusal> kRefusals = {
          package.subFiles[0].content[0] ^= 0x01;
          return package;
      },
-     "payload-altered", "/sub_files/0", "", "payload that was signed"},
+     "payload-altered", "/sub_files/0", "", "signed payload unchanged"},
     {"altered payload of a direct signer",
      [](Bench& b) {
          PackageSpec package = b.Package(Direct(DemoCms(b.pki)));
          package.subFiles[0].content[0] ^= 0x01;
          return package;
      },
-     "payload-altered", "/sub_files/0", "", "payload that was signed"},
+     "payload-altered", "/sub_files/0", "", "signed payload unchanged"},
     {"sub-file outside",
      [](Bench& b) {
          PackageSpec package = b.Package();

@@ -132,11 +132,11 @@ TEST_F(PkgtoolFiles, InputsAreNeverOverwritten)
     ASSERT_EQ(symlink(payloadFile_.c_str(), room_.Path("link").c_str()), 0);
     ASSERT_EQ(link(payloadFile_.c_str(), room_.Path("other-name").c_str()), 0);
     for (const std::string& output : {payloadFile_, room_.Path("link"), room_.Path("other-name")}) {
-        ExpectTrouble(Run(PackTo(output) + Words{"--force"}), output + ": it is one of the files that were read");
-        ExpectTrouble(Run(SignTo(output) + Words{"--force"}), "one of the files that were read");
+        ExpectTrouble(Run(PackTo(output) + Words{"--force"}), output + ": it is one of the input files");
+        ExpectTrouble(Run(SignTo(output) + Words{"--force"}), "one of the input files");
     }
-    ExpectTrouble(Run(SignTo(key_) + Words{"--force"}), "one of the files that were read");
-    ExpectTrouble(InShell("exec \"$@\" >>" + payloadFile_, PackTo("-")), "one of the files that were read");
+    ExpectTrouble(Run(SignTo(key_) + Words{"--force"}), "one of the input files");
+    ExpectTrouble(InShell("exec \"$@\" >>" + payloadFile_, PackTo("-")), "one of the input files");
     EXPECT_EQ(room_.Read("signer.key"), key);
     EXPECT_EQ(room_.Read("payload"), payload_);
 }

@@ -212,27 +212,26 @@ TEST_F(PkgtoolLint, FindsWhatOneReaderAloneTakes)
         return Replace(der, {tbs::version}, Ctx(0, Tlv(0x02, Bytes{0x00, 0x02})));
     })));
     EXPECT_EQ(found(Package(cms), kWarnings),
-              (Places{{"/sub_files/1/content", "read-by-checker-alone: the signature is taken by the checker, and "
-                                               "OpenSSL refuses to decode it"},
+              (Places{{"/sub_files/1/content", "read-by-checker-alone: the signature can be decoded by the checker "
+                                               "but not by OpenSSL"},
                       {"/sub_files/1/content/certificates/2",
-                       "read-by-checker-alone: the certificate CN=Test Signer is taken by the checker, and OpenSSL "
-                       "refuses to decode it"}}));
+                       "read-by-checker-alone: the certificate CN=Test Signer can be decoded by the checker but not by "
+                       "OpenSSL"}}));
     // A serial number of 0: the checker refuses the signature that has it.
     cms = DemoCms(pki_);
     cms.certificates.push_back(Build(With(Signer(KeyId::Rsa2048F), &CertSpec::serial, Bytes{0x00})));
-    EXPECT_EQ(
-        found(Package(cms), kErrors),
-        (Places{{"/sub_files/1/content", "read-by-openssl-alone: the signature can be decoded by OpenSSL, and not "
-                                         "by the checker"},
-                {"/sub_files/1/content/certificates/2",
-                 "read-by-openssl-alone: the certificate CN=Test Signer can be decoded by OpenSSL, and not by the "
-                 "checker"}}));
+    EXPECT_EQ(found(Package(cms), kErrors),
+              (Places{{"/sub_files/1/content", "read-by-openssl-alone: the signature can be decoded by OpenSSL but not "
+                                               "by the checker"},
+                      {"/sub_files/1/content/certificates/2",
+                       "read-by-openssl-alone: the certificate CN=Test Signer can be decoded by OpenSSL but not by the "
+                       "checker"}}));
     // A tsa name, which RFC 3161 allows.
     TokenSpec token = DemoToken(pki_);
     token.tsa = Ctx(0, Ctx(4, TestName("Test TSA")));
     EXPECT_EQ(found(Package(DemoCms(pki_, token)), kErrors),
               (Places{{"/sub_files/1/content/signers/0/timestamps/0",
-                       "read-by-openssl-alone: the timestamp's TSTInfo can be decoded by OpenSSL, and not by the "
+                       "read-by-openssl-alone: the timestamp's TSTInfo can be decoded by OpenSSL but not by the "
                        "checker"}}));
     // A label that the checker does not look for.
     PackageSpec package = Package();
@@ -242,7 +241,7 @@ TEST_F(PkgtoolLint, FindsWhatOneReaderAloneTakes)
     package.subFiles[2].content = Cat(package.subFiles[2].content, Pem("CRL", Build(CrlOf(pki_.tsaCa))));
     EXPECT_EQ(found(package, kWarnings),
               (Places{{"/sub_files/2/content/crls/3",
-                       "read-by-openssl-alone: the CRL of CN=Test TSA CA can be decoded by OpenSSL, and not by the "
+                       "read-by-openssl-alone: the CRL of CN=Test TSA CA can be decoded by OpenSSL but not by the "
                        "checker"}}));
 }
 

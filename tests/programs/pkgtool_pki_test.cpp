@@ -55,7 +55,7 @@ unsigned ModeOf(const std::string& path)
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
-// Made once for a process, in an empty directory that is there already.
+// Made once for a process, in an empty directory that exists already.
 class TrialPki {
 public:
     TrialPki()
@@ -155,14 +155,14 @@ TEST_F(PkgtoolPki, KeysAreForTheirOwnerAndNeverPrinted)
 TEST_F(PkgtoolPki, NewRefusesWhatIsThere)
 {
     const std::string key = Text("pki/root.key");
-    ExpectUserError({"pki", "new", Pki()}, "is there already");
+    ExpectUserError({"pki", "new", Pki()}, "exists already");
     EXPECT_EQ(Text("pki/root.key"), key);
-    ExpectUserError({"pki", "new", image_}, "is there already");
+    ExpectUserError({"pki", "new", image_}, "exists already");
     ExpectUserError({"pki", "new", dir_.Path("no/such"), "--key-bits", "2048"}, "No such file or directory");
     ExpectUserError({"pki", "new", dir_.Path("new"), "--key-bits", "1024"}, "1024");
-    ExpectUserError({"pki", "new", dir_.Path("new"), "--key-bits", "2048", "--name", ""}, "is no part of a name");
+    ExpectUserError({"pki", "new", dir_.Path("new"), "--key-bits", "2048", "--name", ""}, "cannot be part of a name");
     ExpectUserError({"pki", "new", dir_.Path("new"), "--key-bits", "2048", "--name", std::string(65, 'x')},
-                    "is no part of a name");
+                    "cannot be part of a name");
 }
 
 TEST_F(PkgtoolPki, ReleaseSignsStampsPacksChecksAndLints)
@@ -221,7 +221,7 @@ TEST_F(PkgtoolPki, RevokesByPathAndOnlyWhatItIssued)
     const SigningRoom other;
     ExpectUserError({"pki", "revoke", Pki(), other.Path("signer.pem")}, "no CA in " + Pki() + " issued");
     ExpectUserError({"pki", "revoke", Pki(), "root"}, "a root is not revoked by its own CRL");
-    ExpectUserError({"pki", "revoke", Pki(), "signer", "--reason", "anger"}, "'anger' is no reason");
+    ExpectUserError({"pki", "revoke", Pki(), "signer", "--reason", "anger"}, "'anger' is not a revocation reason");
     EXPECT_EQ(Pkgtool({"pki", "revoke", Pki(), Pki() + "/tsa.pem"}).status, kDone);
     ExpectRefused("revokes certificate CN=Example Timestamp authority");
 }
@@ -277,11 +277,11 @@ TEST_F(PkgtoolPki, ReleaseNamesWhatIsWrongInItsConfiguration)
         ExpectUserError({"release", image_, "--pki", Pki(), "-o", package_}, message);
     };
     const std::string good = Text("pki/release.toml");
-    expect("cert = \"signer.pem\"\n", "cert is in none of the sections");
-    expect("[inspect]\njson = true\n", "in none of the sections");
+    expect("cert = \"signer.pem\"\n", "cert is not in a section");
+    expect("[inspect]\njson = true\n", "not in a section");
     expect(good + "\n[sign]\nnonsense = \"1\"\n", "[sign]: ");
     expect(good + "\n[verify]\njson = true\n", "[verify]: no option --json");
-    expect("[pack]\ncrl = \"ca.crl\"\n", "nobody signs");
+    expect("[pack]\ncrl = \"ca.crl\"\n", "there is no signer");
     ExpectUserError({"release", image_, "--pki", dir_.Path("none"), "-o", package_}, "none/release.toml");
     ExpectUserError({"release", dir_.Path("none"), "--config", Pki() + "/release.toml", "-o", package_}, "");
     ExpectUserError({"release", image_, "-o", package_}, "");

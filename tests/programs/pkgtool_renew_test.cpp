@@ -102,7 +102,7 @@ TEST_F(PkgtoolRenewCrls, WritesInPlaceOnlyWhenToldSo)
     struct stat status {};
     ASSERT_EQ(stat(room_.Path("old.pkg").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777u, 0640u);
-    ExpectFailure(kUserError, Renew("newer.crl") + Words{"--force"}, "is one of the files that were read", "");
+    ExpectFailure(kUserError, Renew("newer.crl") + Words{"--force"}, "is one of the input files", "");
 }
 
 TEST_F(PkgtoolRenewCrls, TakesNoOlderCrl)

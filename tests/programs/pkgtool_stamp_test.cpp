@@ -126,7 +126,7 @@ TEST_F(PkgtoolStamp, RefusesWhatIsStampedAlready)
     SignElsewhere();
     ASSERT_EQ(Run(StampCommand() + Authority()).status, kDone);
     ExpectFailure(kUserError, Words{"stamp", room_.Path("stamped.cms"), "-o", room_.Path("again.cms")} + Authority(),
-                  "has a timestamp already", "pack it as it is");
+                  "has a timestamp already", "pack it unchanged");
 }
 
 // What the checker would refuse for another reason is not stamped first.
@@ -145,17 +145,17 @@ TEST_F(PkgtoolStamp, RefusesWhatAStampDoesNotMend)
     ExpectFailure(kRefused, StampCommand("damaged.cms") + Authority(), "is damaged", "sign again");
     room_.Write("other", Text("another image"));
     ExpectFailure(kRefused, StampCommand() + Authority() + Words{"--payload", room_.Path("other")},
-                  "is not a signature over this payload", "pack the payload");
+                  "is not a signature over this payload", "pack the signed payload");
 }
 
 TEST_F(PkgtoolStamp, SaysWhatIsMissing)
 {
     SignElsewhere();
-    ExpectFailure(kUserError, StampCommand(), "where is the timestamp to come from?", "--tsa-url");
+    ExpectFailure(kUserError, StampCommand(), "no source of the timestamp is given", "--tsa-url");
     ExpectFailure(kUserError, Words{"stamp", room_.Path("plain.cms")} + Authority(), "stamp: --output is missing",
                   "pkgtool stamp --help");
     ExpectFailure(kUserError, Words{"stamp", room_.Path("plain.cms"), "-o", room_.Path("plain.cms")} + Authority(),
-                  "is one of the files that were read", "another output");
+                  "is one of the input files", "another output");
     ExpectFailure(kUserError,
                   StampCommand() + Words{"--tsa-response", room_.Path("a"), "--tsa-response", room_.Path("b")},
                   "--tsa-response is needed once for each of the 1 signers", "");

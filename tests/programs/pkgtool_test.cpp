@@ -350,11 +350,11 @@ TEST_F(Pkgtool, TellsAWrongPinFromAWrongName)
     };
     const std::string key = "pkcs11:token=test;object=signer;type=private";
     const Words pin{"--pass", "env:PIN"};
-    fails(key, {"--pass", "env:WRONG"}, "the token does not take the PIN for " + key, withModule);
+    fails(key, {"--pass", "env:WRONG"}, "the token refuses the PIN for " + key, withModule);
     fails("pkcs11:token=tset;object=signer", pin, "no such token: pkcs11:token=tset", withModule);
     fails("pkcs11:token=test;object=singer", pin, "no private key at pkcs11:token=test;object=singer", withModule);
     fails(key, {}, key + " needs a PIN", withModule);
-    fails(key, pin, "the token's library does not load", environment + Words{"PKCS11_MODULE_PATH=/nonexistent.so"});
+    fails(key, pin, "the token's library cannot be loaded", environment + Words{"PKCS11_MODULE_PATH=/nonexistent.so"});
 }
 
 TEST_F(Pkgtool, AsksForAPasswordOnATerminal)
@@ -460,7 +460,7 @@ TEST_F(PkgtoolKeyElsewhere, StampsOnlyWhatIsSigned)
 TEST_F(PkgtoolKeyElsewhere, SignsForAllSignersInOneWay)
 {
     ExpectUserError(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("none")} + Signer(),
-                    "a key that signs elsewhere and one that is here", "in one way");
+                    "--signature and --to-be-signed-out do not go with --key or --p12", "one way for all signers");
 }
 
 // ---- Timestamps that come by file ----
@@ -645,7 +645,7 @@ TEST_F(PkgtoolHint, SignerWithoutCodeSigning)
 
 TEST_F(PkgtoolHint, SignerThatIsACa)
 {
-    ExpectBadSigner(With(signer_, &CertSpec::basicConstraints, Ca()), "is a CA's", "none themselves");
+    ExpectBadSigner(With(signer_, &CertSpec::basicConstraints, Ca()), "is a CA's", "must not be a CA itself");
 }
 
 TEST_F(PkgtoolHint, SelfSignedSigner)
@@ -653,7 +653,7 @@ TEST_F(PkgtoolHint, SelfSignedSigner)
     CertSpec cert = signer_;
     cert.issuer = cert.subject;
     cert.issuerKey = cert.key;
-    ExpectBadSigner(cert, "is self-signed", "a CA issued");
+    ExpectBadSigner(cert, "is self-signed", "issued by a CA");
 }
 
 TEST_F(PkgtoolHint, SignerWithAnEllipticCurveKey)
@@ -680,7 +680,7 @@ TEST_F(PkgtoolHint, AuthorityWithoutDigitalSignature)
 
 TEST_F(PkgtoolHint, TimestampFromNowhereOrFromTwoPlaces)
 {
-    ExpectUserError(SignCommand(Signer(), "none"), "where is the timestamp to come from?", "--tsa-url");
+    ExpectUserError(SignCommand(Signer(), "none"), "no source of the timestamp is given", "--tsa-url");
     ExpectUserError(SignCommand(Signer() + LocalAuthority() + Words{"--no-timestamp"}, "none"), "only one timestamp",
                     "--tsa-cert");
 }
@@ -699,7 +699,7 @@ TEST_F(PkgtoolHint, OptionsThatDoNotAddUp)
 {
     ExpectUserError(SignCommand(Words{"--cert", room_.Path("signer.pem")} + LocalAuthority(), "none"),
                     "every --cert needs its --key", "--p12");
-    ExpectUserError(SignCommand(LocalAuthority(), "none"), "nobody signs", "--cert and --key");
+    ExpectUserError(SignCommand(LocalAuthority(), "none"), "there is no signer", "--cert and --key");
     ExpectUserError(
         SignCommand(Signer() + LocalAuthority() + Words{"--digest", "sha256", "--digest", "sha512"}, "none"),
         "--digest is given 2 times for 1 signers", "once for all signers");
@@ -772,7 +772,7 @@ TEST_F(PkgtoolHint, SomethingThatIsNoSignature)
     ExpectBadSignature(Text("MIME-Version: 1.0\nContent-Type: multipart/signed"), "not a CMS signature in DER or PEM",
                        "-cmsout");
     ExpectBadSignature(Cat(Text("\n"), Pem("CMS", DetachedCms(payload_, DemoCms(room_.Pki())))),
-                       "has text in front of -----BEGIN", "openssl cms -cmsout");
+                       "has text before -----BEGIN", "openssl cms -cmsout");
 }
 
 TEST_F(PkgtoolHint, TimestampWithFractionsOfASecond)
@@ -932,7 +932,7 @@ TEST_F(PkgtoolHint, TextInFrontOfPem)
     };
     const std::string first = room_.Write("text.crl", withText("X509 CRL", "root.crl"));
     const std::string cms = room_.Write("text.cms", withText("CMS", "signature"));
-    const std::string said = " has text in front of -----BEGIN";
+    const std::string said = " has text before -----BEGIN";
     ExpectRefusal(PackCommand(room_.Path("signature")) + Words{"--crl", first}, first + said, "openssl crl -in");
     ExpectRefusal(
         {"pack", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl", first, "-o", room_.Path("none")},

@@ -106,7 +106,7 @@ TEST_F(PkgtoolVerify, SaysItInOneLineEach)
     EXPECT_EQ(run.out, "refused   " + bad + ": Check cms file fail for file(err 0xffffffff), PELNIC_ERR_FAILED: " +
                            meaning + "\naccepted  " + good +
                            "\n2 checked: 1 accepted, 0 accepted and NOT SIGNED, 1 refused, 0 unreadable\n"
-                           "pkgtool explain PACKAGE tells why a package is refused, and what to do\n");
+                           "pkgtool explain PACKAGE says why a package is refused, and what to do\n");
     EXPECT_EQ(Verify({good, good}).status, 0);
 }
 
