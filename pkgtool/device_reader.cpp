@@ -136,13 +136,18 @@ void Questions::putKey(const PELNIC_X509_CERT& cert, Json& json) const
     if (!isDecoded || key->type != AOID_RSA) {
         json["key"] = oidJson(info.algorithm.algorithm);
         json["key_bits"] = nullptr;
+        json["key_exponent"] = nullptr;
         return;
     }
-    const PELNIC_ASN_BIGINT& modulus = static_cast<const PELNIC_RSA_KEY*>(key->pKey)->key.pPubKey->modules;
-    const Bignum number(BN_bin2bn(modulus.octs, static_cast<int>(modulus.len), nullptr));
-    ensure(number != nullptr, "making a number");
+    const PELNIC_RSA_PUBKEY& rsa = *static_cast<const PELNIC_RSA_KEY*>(key->pKey)->key.pPubKey;
+    const auto numberOf = [](const PELNIC_ASN_BIGINT& octets) {
+        Bignum number(BN_bin2bn(octets.octs, static_cast<int>(octets.len), nullptr));
+        ensure(number != nullptr, "making a number");
+        return number;
+    };
     json["key"] = "RSA";
-    json["key_bits"] = BN_num_bits(number.get());
+    json["key_bits"] = BN_num_bits(numberOf(rsa.modules).get());
+    json["key_exponent"] = exponentJson(numberOf(rsa.publicExponent).get());
 }
 
 Json Questions::certificateJson(const PELNIC_X509_CERT& cert) const

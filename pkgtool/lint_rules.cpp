@@ -13,6 +13,7 @@ namespace pkgtool {
 namespace {
 
 constexpr int WEAK_KEY_BITS = 2048;
+constexpr std::size_t MAX_EXPONENT_DIGITS = 16; // 64 bits
 constexpr std::time_t DAY = 86400;
 
 std::string pointerTo(const std::string& array, std::size_t i)
@@ -215,6 +216,18 @@ bool hasIssued(const Contents& contents, const Json& issuer, bool isCa)
     });
 }
 
+// In hexadecimal digits, two an octet.
+void lintExponent(const Json& exponent, const std::string& key, const std::string& place, Findings& findings)
+{
+    if (exponent == "0" || exponent == "01" || exponent == "02") {
+        findings.push_back({"no-exponent", Severity::Error, place,
+                            key + " has the exponent " + exponent.get<std::string>() + ": anybody can sign with it"});
+    } else if (exponent.is_string() && exponent.get<std::string>().size() > MAX_EXPONENT_DIGITS) {
+        findings.push_back({"long-exponent", Severity::Warning, place,
+                            key + " has an exponent of more than 64 bits, which makes each check slow"});
+    }
+}
+
 void lintCertificates(const Contents& contents, const Json& certificates, const std::string& at, Findings& findings)
 {
     for (std::size_t i = 0; i < certificates.size(); ++i) {
@@ -237,6 +250,7 @@ void lintCertificates(const Contents& contents, const Json& certificates, const 
                 {"weak-key", Severity::Warning, place,
                  "the key of " + name + " has " + cert["key_bits"].dump() + " bits; at least 2048 are expected"});
         }
+        lintExponent(cert["key_exponent"], "the key of " + name, place, findings);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "openssl.h"
 #include "timestamp.h"
 
+#include <openssl/core_names.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
@@ -65,6 +66,13 @@ Json usageJson(X509* cert)
     return usages;
 }
 
+Json exponentOf(const EVP_PKEY* key)
+{
+    BIGNUM* exponent = nullptr;
+    if (key == nullptr || EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &exponent) != 1) return {};
+    return exponentJson(Bignum(exponent).get());
+}
+
 Json certificateJson(X509* cert)
 {
     const EVP_PKEY* const key = X509_get0_pubkey(cert);
@@ -77,6 +85,7 @@ Json certificateJson(X509* cert)
                  {"not_after", timeJson(X509_get0_notAfter(cert))},
                  {"key", type != nullptr ? Json(type) : Json()},
                  {"key_bits", key != nullptr ? Json(EVP_PKEY_get_bits(key)) : Json()},
+                 {"key_exponent", exponentOf(key)},
                  {"signature_algorithm", objectJson(OBJ_nid2obj(X509_get_signature_nid(cert)))},
                  {"is_ca", (flags & EXFLAG_CA) != 0},
                  {"is_self_issued", (flags & EXFLAG_SI) != 0},

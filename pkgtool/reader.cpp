@@ -28,4 +28,13 @@ void putFingerprints(Object& object)
     if (!object.isCrl) object.json["key_sha256"] = fingerprint(publicKeyIn(object.signedPart));
 }
 
+Json exponentJson(const BIGNUM* exponent)
+{
+    char* const digits = BN_bn2hex(exponent);
+    ensure(digits != nullptr, "writing a number");
+    Json json = digits;
+    OPENSSL_free(digits);
+    return json;
+}
+
 } // namespace pkgtool

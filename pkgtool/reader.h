@@ -6,6 +6,7 @@
 
 #include "files.h"
 #include "json.h"
+#include "openssl.h"
 
 #include <memory>
 #include <optional>
@@ -58,6 +59,9 @@ public:
 protected:
     std::vector<Object> readDer(const Bytes& der);
 };
+
+// An RSA exponent in hexadecimal digits, as both readers describe it.
+Json exponentJson(const BIGNUM* exponent);
 
 std::unique_ptr<ObjectReader> makeDeviceReader();
 std::unique_ptr<ObjectReader> makeOpensslReader();

@@ -79,7 +79,8 @@ TEST_F(PkgtoolInspect, ShowsTheSignature)
     EXPECT_EQ(WithoutFingerprints(signature["certificates"][1]),
               Json::parse(R"({"subject": "C=ZZ,O=Example,CN=Test Signer",
         "issuer": "C=ZZ,O=Example,CN=Test Signing CA", "serial": "23", "not_before": "2020-01-01T00:00:00Z",
-        "not_after": "2040-01-01T00:00:00Z", "key": "RSA", "key_bits": 2048, "signature_algorithm": "RSA-SHA256",
+        "not_after": "2040-01-01T00:00:00Z", "key": "RSA", "key_bits": 2048,
+        "key_exponent": "010001", "signature_algorithm": "RSA-SHA256",
         "is_ca": false, "is_self_issued": false, "usage": ["digitalSignature", "codeSigning"],
         "source": "signature", "read_by": "both"})"));
     const Json signer = signature["signers"][0];

@@ -267,6 +267,24 @@ TEST_F(PkgtoolLint, FindsAWeakKey)
     ExpectFound(Package(cms), kWarnings, {"weak-key"});
 }
 
+TEST_F(PkgtoolLint, FindsExponentsThatTheStrictCheckerRefuses)
+{
+    const Bytes modulus = TestKey(KeyId::Rsa2048H).modulus;
+    CmsSpec cms = DemoCms(pki_);
+    CertSpec odd = Signer(KeyId::Rsa2048F);
+    cms.certificates.push_back({});
+    const auto expect = [&](const Bytes& exponent, int status, const Ids& findings) {
+        odd.subjectPublicKey = RsaSpki(modulus, exponent);
+        cms.certificates.back() = Build(odd);
+        ExpectFound(Package(cms), status, findings);
+    };
+    expect({0x01}, kErrors, {"no-exponent"});
+    expect({0x02}, kErrors, {"no-exponent"});
+    expect({0x03}, kClean, {});
+    expect(Bytes(8, 0x11), kClean, {});
+    expect(Bytes(9, 0x11), kWarnings, {"long-exponent"});
+}
+
 TEST_F(PkgtoolLint, FindsCrlsOfTheWrongLength)
 {
     pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");
