@@ -6,6 +6,8 @@
 #include "error.h"
 #include "requirements.h"
 
+#include "cmsverify/cms_verify_input.h"
+
 #include <algorithm>
 #include <functional>
 
@@ -186,6 +188,12 @@ void Story::failToDecode(std::uint32_t type, const std::string& at, const Json& 
 // A fault in the frame of an undecodable signature, or nothing.
 std::optional<Reason> Story::judgeEnvelope(const Json& json) const
 {
+    if (memberOf(json, "length") < MIN_INPUT) {
+        return Reason{"signature-undecodable",
+                      "the signature has " + textOf(json["length"]) + " bytes, and no signature has fewer than " +
+                          std::to_string(MIN_INPUT),
+                      "it was cut off, or is none: pack the complete signature file"};
+    }
     const Json& content = memberOf(json, "content");
     const std::string label = textOf(memberOf(content, "pem_label"));
     const bool isKnown = label == "CMS" || label == "PKCS7";

@@ -415,7 +415,14 @@ const std::vector<Refusal> kRefusals = {
          package.subFiles[1].content.resize(37);
          return package;
      },
-     "signature-undecodable", "/sub_files/1", "", "it was cut off"},
+     "signature-undecodable", "/sub_files/1", "", "it was cut off, or is none"},
+    {"word for a signature",
+     [](Bench& b) {
+         PackageSpec package = b.Package();
+         package.subFiles[1].content = Text("hello");
+         return package;
+     },
+     "signature-undecodable", "/sub_files/1", "", "it was cut off, or is none"},
     {"signature of something else",
      [](Bench& b) {
          PackageSpec package = b.Package();
