@@ -202,4 +202,10 @@ UserError explainParseError(const CLI::App& app, const CLI::ParseError& error)
     return UserError(prefix + "one word too many: " + wrong, help);
 }
 
+void addForceFlag(CLI::App* command, Existing& existing)
+{
+    command->add_flag_callback(
+        "--force", [&existing] { existing = Existing::Replace; }, "replace existing files");
+}
+
 } // namespace pkgtool

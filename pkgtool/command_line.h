@@ -3,6 +3,7 @@
 #define PKGTOOL_COMMAND_LINE_H
 
 #include "error.h"
+#include "files.h"
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +26,9 @@ std::vector<std::string> commandLine(int argc, char** argv);
 
 // The error for words that the app could not parse: it names the wrong word and a similar valid one.
 UserError explainParseError(const CLI::App& app, const CLI::ParseError& error);
+
+// The flag of all commands that write files.
+void addForceFlag(CLI::App* command, Existing& existing);
 
 } // namespace pkgtool
 

@@ -14,16 +14,6 @@
 #include <exception>
 #include <new>
 
-namespace pkgtool {
-
-void addForceFlag(CLI::App* command, Existing& existing)
-{
-    command->add_flag_callback(
-        "--force", [&existing] { existing = Existing::Replace; }, "replace existing files");
-}
-
-} // namespace pkgtool
-
 namespace {
 
 constexpr int REFUSED = 1;

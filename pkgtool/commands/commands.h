@@ -3,14 +3,11 @@
 #ifndef PKGTOOL_COMMANDS_H
 #define PKGTOOL_COMMANDS_H
 
-#include "files.h"
+#include "command_line.h"
 
 #include <CLI/CLI.hpp>
 
 namespace pkgtool {
-
-// The flag of all commands that write files.
-void addForceFlag(CLI::App* command, Existing& existing);
 
 void addPkiCommand(CLI::App& app);
 void addReleaseCommand(CLI::App& app);
