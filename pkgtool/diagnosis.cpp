@@ -253,11 +253,12 @@ void Story::judgeInputs()
     const Json& content = memberOf(json, "content");
     std::optional<Reason> reason = judgeEnvelope(json);
     // If OpenSSL decodes it, or it is nothing like a signature, the release tools know the remedy.
-    const bool isInside = testimony_.element && testimony_.element->path.rfind("signed_data.", 0) == 0;
+    const bool isOfSignedData = testimony_.element && testimony_.element->path.rfind("signed_data.", 0) == 0;
     const Reason damaged{"signature-undecodable", "the signature cannot be decoded",
-                         isInside ? "it was damaged, or made by a program that does not write DER: pack it unchanged"
-                                  : "pack the CMS signature unchanged, in DER or PEM"};
-    if (!reason) reason = isInside && memberOf(content, "read_by").is_null() ? damaged : refineBySigners(damaged);
+                         isOfSignedData
+                             ? "it was damaged, or made by a program that does not write DER: pack it unchanged"
+                             : "pack the CMS signature unchanged, in DER or PEM"};
+    if (!reason) reason = isOfSignedData && memberOf(content, "read_by").is_null() ? damaged : refineBySigners(damaged);
     failToDecode(SUB_FILE_CMS, placeOf(SUB_FILE_CMS), {}, *reason);
 }
 
