@@ -201,13 +201,16 @@ std::string timeLine(const Chains& chains)
     const auto x = [&, begin = *first](std::time_t time) {
         return std::to_string(LEFT + static_cast<int>((WIDTH - LEFT) * (static_cast<double>(time - begin) / length)));
     };
-    std::string drawing;
+    // Long names end where the bars begin.
+    std::string drawing =
+        "<clipPath id=\"names\"><rect width=\"" + std::to_string(LEFT - 8) + "\" height=\"100%\"/></clipPath>\n";
     int y = 0;
     for (const Span& span : chains.spans()) {
         y += LINE;
         const auto begin = secondsOf(span.begin);
         const auto end = secondsOf(span.end);
-        drawing += "<text x=\"4\" y=\"" + std::to_string(y) + "\">" + markupText(span.what) + "</text>\n";
+        drawing += "<text clip-path=\"url(#names)\" x=\"4\" y=\"" + std::to_string(y) + "\">" + markupText(span.what) +
+                   "</text>\n";
         if (!begin || !end || *begin > *end) continue;
         drawing += "<line x1=\"" + x(*begin) + "\" x2=\"" + x(*end) + "\" y1=\"" + std::to_string(y - 4) + "\" y2=\"" +
                    std::to_string(y - 4) + "\" stroke=\"#245\" stroke-width=\"8\"/>\n";

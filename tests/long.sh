@@ -20,13 +20,14 @@ run() # LOG COMMAND...
     "$@" 2>&1 | tee -a "$log" || failures=$((failures + 1))
 }
 
-cmake/install-packages.sh valgrind python3 libbenchmark-dev libclang-rt-14-dev
+cmake/install-packages.sh valgrind python3 libbenchmark-dev libclang-rt-14-dev chromium
 run test env CMSVERIFY_LONG=1 CMSVERIFY_CASES=100000 ./test.sh clang arm
 cp build/clang/Testing/Temporary/LastTest.log "$logs/clang" # what the 32-bit run repeats is not counted twice
 run debug cmake --preset debug
 run debug tests/analyze.sh tidy_pkgtool "$PWD/build/debug"
-run debug cmake --build --preset debug --target cmsverify_tests explained
+run debug cmake --build --preset debug --target cmsverify_tests explained pkgtool
 run judges env CMSVERIFY_LONG=1 build/debug/tests/cmsverify_tests --gtest_filter='Judges.*'
+run page tests/programs/page_test.sh build/debug/pkgtool/pkgtool build/pages
 run explained env CMSVERIFY_LONG=1 build/debug/tests/explained
 run valgrind valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/sweeps/valgrind.supp \
     build/clang/tests/cmsverify_tests --gtest_brief=1
