@@ -400,4 +400,11 @@ void UnfinishedDirectory::complete()
     unfinishedDirectory[0] = '\0';
 }
 
+bool isSameFile(const std::string& a, const std::string& b)
+{
+    struct stat first {};
+    struct stat second {};
+    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && identityOf(first) == identityOf(second);
+}
+
 } // namespace pkgtool

@@ -121,6 +121,9 @@ private:
     std::string place_;
 };
 
+// Whether both paths lead to one existing file.
+bool isSameFile(const std::string& a, const std::string& b);
+
 } // namespace pkgtool
 
 #endif

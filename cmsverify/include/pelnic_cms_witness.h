@@ -20,7 +20,7 @@ extern "C" {
  *    3      1 when it was decided about a signer of the timestamp
  *    4..7   the code of the operation; 0 when the verification came to its end, and the content is not what was signed
  *    8..11  the code of the decision
- *   12..15  the time of the timestamp, at which everything is judged, in seconds since 1970
+ *   12..15  the time of the timestamp, at which everything is judged: the low 32 bits of its seconds since 1970
  *   16..19  the offset of the element that does not decode, in what was decoded; or the end of an expired CRL
  *   20      why it does not decode, or why a CRL cannot be used
  *   21      the depth of the element in its tables

@@ -92,14 +92,6 @@ Header movedHeader(Header header, std::size_t index, std::uint32_t length, std::
     return header;
 }
 
-bool isSameFile(const std::string& a, const std::string& b)
-{
-    struct stat first {};
-    struct stat second {};
-    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
-}
-
 void renewCrls(const RenewOptions& options)
 {
     const bool isInPlace = options.package != "-" && isSameFile(options.package, options.output);
