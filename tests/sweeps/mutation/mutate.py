@@ -37,8 +37,8 @@ TOKEN = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\''
                    r'|(?<=[( ])!(?=[A-Za-z_]\w*[ );])'
                    r'|(?<=, )\w*(?:[Ll]en|[Ll]ength|[Ss]ize|[Cc]ount)(?=[,)])'
                    r'|(?<=\w\()[A-Za-z_]\w*, [A-Za-z_]\w*(?=\))', re.S)
-# Must stay constant expressions.
-CONSTANT = re.compile(r"\bconstexpr\b|\bstatic_assert\b|^\s*#|\bcase\b|\btemplate\b")
+# Must stay constant expressions, or declare by a macro what looks like a call.
+CONSTANT = re.compile(r"\bconstexpr\b|\bstatic_assert\b|^\s*#|\bcase\b|\btemplate\b|\bSTACK_OF\b")
 # One line each: a call, an assignment or a step, and a guard.
 STATEMENT = re.compile(r"^(\s+)((?:\(void\))?[A-Za-z_][\w:.>\[\]-]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);|(?:\+\+|--)[\w.>-]+;)$")
 GUARD = re.compile(r"^(\s*)((?:\} else )?if \()(.*)(\) (?:\{|[^{].*;))$")
@@ -156,7 +156,8 @@ def configure(tree, build):
 def mistakes(source, command):
     words = command["command"].replace(" -c ", " -fsyntax-only -fmax-errors=0 ")
     run = subprocess.run(words, shell=True, cwd=command["directory"], stderr=subprocess.PIPE, text=True)
-    return {int(line) for line in re.findall(re.escape(source.path.name) + r":(\d+):\d+: error:", run.stderr)}
+    line = re.escape(source.path.name) + r":(\d+):\d+:\s+(?:error:|required from)"
+    return {int(number) for number in re.findall(line, run.stderr)}
 
 
 def prepare(scratch, modules, kinds, jobs):
