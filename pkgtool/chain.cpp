@@ -168,33 +168,45 @@ Reason ChainStory::judgeUnfit(const CrlTestimony& testimony, const Json& crl) co
             "it was altered, or another CA of that name issued it: pack the one of this CA"};
 }
 
+// The chosen CRL's entry for a certificate: the one that decided, otherwise the first with its serial number; or null.
+const Json& ChainStory::revocationOf(const LinkTestimony& link, const Json& json) const
+{
+    const Json& entries = memberOf(contents_.objects.at(*link.chosen), "revoked");
+    if (codeOf(link.codes, Decision::Revocation) != 0) return elementOf(entries, link.entry);
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [&](const Json& entry) { return entry["serial"] == json["serial"]; });
+    return found != entries.end() ? *found : NO_VALUE;
+}
+
 // The chosen CRL's verdict on the certificate.
 std::optional<Failure> ChainStory::readChosen(const LinkTestimony& link, const Json& json, Json& crl,
                                               const std::string& at) const
 {
-    crl["is_chosen"] = true;
     const PELNIC_ERROR_CODE rc = codeOf(link.codes, Decision::Revocation);
+    const Json& entry = revocationOf(link, json);
+    const TimePair times(textOf(memberOf(entry, "date")), now_);
+    crl["is_chosen"] = true;
+    crl["revocation"] = entry;
     if (rc == 0) {
-        const bool isListed = (crl["score"].get<PNV_UINT32>() & PNV_CRL_LISTED) != 0;
-        crl["says"] = isListed ? "revokes it only later" : "does not list it";
+        crl["says"] = entry.is_null() ? "does not list it" : "revokes it only later, as of " + times.a;
         return std::nullopt;
     }
     const std::string name = briefName(memberOf(json, "subject"));
-    crl["says"] = rc == PELNIC_ERR_CERT_REVOKED ? "revokes it" : "cannot be applied";
     if (rc != PELNIC_ERR_CERT_REVOKED) {
+        crl["says"] = "cannot be applied";
         return Failure{at,
                        json,
                        {"crl-undecodable", "the revocation of " + name + " cannot be determined",
                         "have certificate and CRL issued again with well-formed extensions"}};
     }
-    const Json& entry = elementOf(memberOf(contents_.objects.at(*link.chosen), "revoked"), link.entry);
     const Json& reason = memberOf(entry, "reason");
+    const std::string asOf = " as of " + times.a + (reason.is_null() ? "" : " (" + textOf(reason) + ")") +
+                             (times.a > times.b ? ", and for all earlier times" : "");
+    crl["says"] = "revokes it" + asOf;
     return Failure{at,
                    json,
                    {"certificate-revoked",
-                    "the CRL of " + briefName(memberOf(crl, "issuer")) + " revokes certificate " + name + " as of " +
-                        textOf(memberOf(entry, "date")).substr(0, 10) +
-                        (reason.is_null() ? "" : " (" + textOf(reason) + ")"),
+                    "the CRL of " + briefName(memberOf(crl, "issuer")) + " revokes certificate " + name + asOf,
                     "sign and timestamp with certificates that are not revoked"}};
 }
 
@@ -205,9 +217,7 @@ std::optional<Failure> ChainStory::tellCrls(const LinkTestimony& link, Json& jso
     for (const CrlTestimony& testimony : link.crls) {
         const std::string place = at + "/crls/" + std::to_string(json["crls"].size());
         Json crl = describe(contents_.objects.at(*testimony.crl), nullptr);
-        crl["score"] = testimony.score;
-        crl["is_chosen"] = false;
-        crl["says"] = nullptr;
+        crl.update({{"score", testimony.score}, {"is_chosen", false}, {"says", nullptr}, {"revocation", nullptr}});
         if (testimony.crl == link.chosen) failure = readChosen(link, json, crl, place);
         if (testimony.score == 0) {
             Failure why{place, crl, judgeUnfit(testimony, crl)};

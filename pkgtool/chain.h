@@ -46,6 +46,7 @@ private:
     std::optional<Reason> judgeDates(const LinkTestimony& link, const Json& json) const;
     Reason judgeTop(const Json& json) const;
     std::optional<Failure> tellCrls(const LinkTestimony& link, Json& json, const std::string& at) const;
+    const Json& revocationOf(const LinkTestimony& link, const Json& json) const;
     std::optional<Failure> readChosen(const LinkTestimony& link, const Json& json, Json& crl,
                                       const std::string& at) const;
     Reason judgeUnfit(const CrlTestimony& testimony, const Json& crl) const;

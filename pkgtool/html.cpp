@@ -85,6 +85,7 @@ struct Span {
     std::string what;
     Json begin;
     Json end;
+    Json revoked; // of a certificate
 };
 
 class Chains {
@@ -144,7 +145,7 @@ private:
                         here(place) + element("strong", textIn(cert["subject"])) + textIn(cert["not_before"]) + " to " +
                             textIn(cert["not_after"]) + ", " + textIn(cert["key"]) + " " + textIn(cert["key_bits"]) +
                             ", from: " + textIn(cert["source"]) + crlList(memberOf(cert, "crls"), place));
-            addSpan({briefName(cert["subject"]), cert["not_before"], cert["not_after"]});
+            addSpan({briefName(cert["subject"]), cert["not_before"], cert["not_after"], revocationDate(cert)});
             if (cert["sha256"].is_string()) certificates_.emplace(cert["sha256"].get<std::string>(), cert);
         }
         html_ += element("ol class=\"chain\"", links);
@@ -160,17 +161,27 @@ private:
             list += element("li" + mark(place), here(place) + "CRL of " + textIn(crl["issuer"]) + ", " +
                                                     textIn(crl["this_update"]) + " to " + textIn(crl["next_update"]) +
                                                     (says.is_null() ? "" : ": " + textIn(says)));
-            addSpan({"CRL of " + briefName(crl["issuer"]), crl["this_update"], crl["next_update"]});
+            addSpan({"CRL of " + briefName(crl["issuer"]), crl["this_update"], crl["next_update"], nullptr});
         }
         return list.empty() ? "" : element("ul", list);
     }
 
+    static Json revocationDate(const Json& cert)
+    {
+        for (const Json& crl : memberOf(cert, "crls")) {
+            const Json& revocation = memberOf(crl, "revocation");
+            if (revocation.is_object()) return memberOf(revocation, "date");
+        }
+        return nullptr;
+    }
+
     void addSpan(const Span& span)
     {
-        const bool isKnown = std::any_of(spans_.begin(), spans_.end(), [&](const Span& other) {
+        const auto known = std::find_if(spans_.begin(), spans_.end(), [&](const Span& other) {
             return other.what == span.what && other.begin == span.begin && other.end == span.end;
         });
-        if (!isKnown) spans_.push_back(span);
+        if (known == spans_.end()) return spans_.push_back(span);
+        if (known->revoked.is_null()) known->revoked = span.revoked;
     }
 
     std::string failing_;
@@ -188,7 +199,7 @@ std::string timeLine(const Chains& chains)
     constexpr int LINE = 22, LEFT = 300, WIDTH = 1000;
     std::vector<std::time_t> all;
     for (const Span& span : chains.spans()) {
-        for (const Json* time : {&span.begin, &span.end}) {
+        for (const Json* time : {&span.begin, &span.end, &span.revoked}) {
             if (const auto seconds = secondsOf(*time)) all.push_back(*seconds);
         }
     }
@@ -209,11 +220,17 @@ std::string timeLine(const Chains& chains)
         y += LINE;
         const auto begin = secondsOf(span.begin);
         const auto end = secondsOf(span.end);
+        const auto revoked = secondsOf(span.revoked);
         drawing += "<text clip-path=\"url(#names)\" x=\"4\" y=\"" + std::to_string(y) + "\">" + markupText(span.what) +
                    "</text>\n";
-        if (!begin || !end || *begin > *end) continue;
-        drawing += "<line x1=\"" + x(*begin) + "\" x2=\"" + x(*end) + "\" y1=\"" + std::to_string(y - 4) + "\" y2=\"" +
-                   std::to_string(y - 4) + "\" stroke=\"#245\" stroke-width=\"8\"/>\n";
+        if (begin && end && *begin <= *end) {
+            drawing += "<line x1=\"" + x(*begin) + "\" x2=\"" + x(*end) + "\" y1=\"" + std::to_string(y - 4) +
+                       "\" y2=\"" + std::to_string(y - 4) + "\" stroke=\"#245\" stroke-width=\"8\"/>\n";
+        }
+        if (revoked) {
+            drawing += "<path d=\"M" + x(*revoked) + " " + std::to_string(y - 4) +
+                       "m-7 -7l14 14m0 -14l-14 14\" stroke=\"#a40000\" stroke-width=\"4\"/>\n";
+        }
     }
     for (const Json& time : chains.times()) {
         const auto seconds = secondsOf(time);
@@ -222,9 +239,11 @@ std::string timeLine(const Chains& chains)
                    std::to_string(y + 8) + "\" stroke=\"#a40000\" stroke-width=\"2\" stroke-dasharray=\"6 3\"/>\n";
     }
     return element("h2", "Time line") +
-           element("p", "A bar is how long a certificate or CRL is valid; the dashed line is the timestamp, at which "
-                        "everything is judged.") +
-           "<svg role=\"img\" aria-label=\"validity of certificates and CRLs beside the timestamp\" viewBox=\"0 0 " +
+           element("p",
+                   "A bar is how long a certificate or CRL is valid, a cross is when a certificate was revoked; the "
+                   "dashed line is the timestamp, at which everything is judged.") +
+           "<svg role=\"img\" aria-label=\"validity of certificates and CRLs, and revocations, beside the timestamp\" "
+           "viewBox=\"0 0 " +
            std::to_string(WIDTH) + " " + std::to_string(y + LINE) + "\" font-size=\"13\">\n" + drawing + "</svg>\n";
 }
 

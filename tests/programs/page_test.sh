@@ -11,7 +11,7 @@ rm -rf pki ./*.pkg ./*.html ./*.png ./*.pdf
 
 browser()
 {
-    chromium --headless --no-sandbox --disable-gpu --user-data-dir="$dir/profile" --window-size=1000,1800 "$@" 2>/dev/null
+    chromium --headless --no-sandbox --disable-gpu --user-data-dir="$dir/profile" --window-size=1000,2600 "$@" 2>/dev/null
 }
 
 head -c 5000 /dev/zero >image.bin
@@ -37,4 +37,6 @@ for name in good altered later; do
     diff <(grep -oE '<[a-z][a-z0-9]*' "$name.html" | grep -v '<tbody' | sort | uniq -c) \
         <(grep -oE '<[a-z][a-z0-9]*' "$name.dom" | grep -v '<tbody' | sort | uniq -c)
 done
+# Where the signer is revoked, the time line has a cross.
+[ "$(grep -l '<path' ./*.dom)" = ./later.dom ]
 echo "3 pages, screenshots in $2"

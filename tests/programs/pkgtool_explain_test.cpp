@@ -682,9 +682,27 @@ TEST_F(PkgtoolExplain, TellsTheWholeChain)
     EXPECT_EQ(crls, Json::parse(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
         "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "source": "crl file",
-        "read_by": "both", "score": 224, "is_chosen": true, "says": "revokes it only later"}])"));
+        "read_by": "both", "score": 224, "is_chosen": true, "says": "revokes it only later, as of 2030-01-01",
+        "revocation": {"serial": ")" +
+                                signer["serial"].get<std::string>() + R"(",
+                       "date": "2030-01-01T00:00:00Z", "reason": "cessationOfOperation"}}])"));
     EXPECT_EQ(signer["chain"][1]["crls"][0]["says"], "does not list it");
     EXPECT_EQ(signer["chain"][1]["crls"][0]["score"], 96);
+    EXPECT_EQ(signer["chain"][1]["crls"][0].at("revocation"), nullptr);
+}
+
+// Of several entries for a certificate the one that decided, and a reason that leaves no earlier timestamp good.
+TEST_F(PkgtoolExplain, TellsTheRevocationThatDecided)
+{
+    const Bytes serial = bench_.pki.signingCa.serial;
+    bench_.pki.rootCrl.revoked = {{serial, UtcTime("270101000000Z"), 4}, {serial, UtcTime("280101000000Z"), 2}};
+    const Json report = ExplainLikeTheChecker(Write(bench_.Package()));
+    EXPECT_EQ(report["failure"]["reason"], "the CRL of CN=Test Root revokes certificate CN=Test Signing CA as of "
+                                           "2028-01-01 (cACompromise), and for all earlier times");
+    const Json crl = report["signers"][0]["chain"][1]["crls"][0];
+    EXPECT_EQ(crl["says"], "revokes it as of 2028-01-01 (cACompromise), and for all earlier times");
+    EXPECT_EQ(crl["revocation"]["date"], "2028-01-01T00:00:00Z");
+    EXPECT_EQ(crl["revocation"]["reason"], "cACompromise");
 }
 
 TEST_F(PkgtoolExplain, ShowsOneScreen)
@@ -772,6 +790,25 @@ TEST_F(PkgtoolExplain, WritesAPageWithoutAnythingOfThePackagesOwn)
     EXPECT_EQ(Explain(package, {"--html", file}).status, 2); // it is there
     const ProcessResult alone = Explain(package, {"--html", "-"});
     EXPECT_EQ(alone.out, page);
+}
+
+// Certificates of 2020 to 2040 take the whole width, from 300 to 1000.
+TEST_F(PkgtoolExplain, DrawsRevocationsOnTheTimeLine)
+{
+    const auto pageOf = [&](const std::string& date) {
+        bench_.pki.signingCrl.revoked = {{bench_.pki.signer.serial, UtcTime(date), 1}};
+        return Explain(Write(bench_.Package()), {"--html", "-"}).out;
+    };
+    const std::string later = pageOf("300101000000Z");
+    EXPECT_NE(later.find("<path d=\"M650 "), std::string::npos) << later;
+    EXPECT_EQ(later.find("<path"), later.rfind("<path"));
+    EXPECT_NE(later.find("revokes it only later, as of 2030-01-01"), std::string::npos);
+    // Whatever the date, it is in the picture.
+    EXPECT_NE(pageOf("600101000000Z").find("<path d=\"M300 "), std::string::npos);
+    EXPECT_NE(pageOf("491231000000Z").find("<path d=\"M1000 "), std::string::npos);
+    EXPECT_EQ(pageOf("30<b>01000000Z").find("<path"), std::string::npos);
+    bench_.pki.signingCrl.revoked.clear();
+    EXPECT_EQ(Explain(Write(bench_.Package()), {"--html", "-"}).out.find("<path"), std::string::npos);
 }
 
 TEST_F(PkgtoolExplain, SaysNothingOfSignersThatWereNotLookedAt)
