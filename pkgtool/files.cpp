@@ -335,12 +335,13 @@ OutputFile::~OutputFile()
     if (!place_.empty()) removeUnfinished();
 }
 
-void OutputFile::write(ByteView content)
+void OutputFile::write(ByteView content, const Done& done)
 {
-    for (std::size_t done = 0; done < content.size;) {
-        const ssize_t count = ::write(file_.get(), content.data + done, content.size - done);
+    for (std::size_t at = 0; at < content.size;) {
+        const ssize_t count = ::write(file_.get(), content.data + at, std::min(STEP, content.size - at));
         if (count < 0) throw fileError("write", path_);
-        done += static_cast<std::size_t>(count);
+        at += static_cast<std::size_t>(count);
+        if (done) done(static_cast<std::size_t>(count));
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,6 +23,10 @@ struct ByteView {
     ByteView(const unsigned char* begin, std::size_t count) : data(begin), size(count) {}
     ByteView(const Bytes& bytes) : data(bytes.data()), size(bytes.size()) {}
 };
+
+// Told of long work, a few MiB at a time: how many octets are done.
+using Done = std::function<void(std::size_t octets)>;
+constexpr std::size_t STEP = 4u << 20;
 
 // The checker reads a package with one read call, and Linux returns at most this much.
 constexpr std::size_t MAX_READ = 0x7FFFF000;
@@ -89,7 +94,7 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    void write(ByteView content);
+    void write(ByteView content, const Done& done = {});
     // The written file before commit(); null if the output was written directly.
     std::unique_ptr<MappedFile> written() const;
     void commit();

@@ -3,7 +3,6 @@
 #include "container.h"
 #include "openssl.h"
 
-#include <algorithm>
 #include <optional>
 
 namespace pkgtool {
@@ -60,20 +59,12 @@ Bytes publicKeyIn(const Bytes& signedPart)
 
 void putFingerprints(Json& subFiles, const MappedFile& package)
 {
-    constexpr std::size_t STEP = 4u << 20;
     for (Json& subFile : subFiles) {
         if (subFile["is_inside"] != true) continue;
-        const MdCtx md(EVP_MD_CTX_new());
-        ensure(md != nullptr && EVP_DigestInit_ex(md.get(), EVP_sha256(), nullptr) == 1, "hashing");
-        const auto length = subFile["length"].get<std::size_t>();
         const unsigned char* const begin =
             package.content().data + sizeof(Header) + subFile["offset"].get<std::size_t>();
-        for (std::size_t at = 0; at < length; at += STEP) {
-            ensure(EVP_DigestUpdate(md.get(), begin + at, std::min(STEP, length - at)) == 1, "hashing");
-            package.forget();
-        }
-        Bytes digest(static_cast<std::size_t>(EVP_MD_get_size(EVP_sha256())));
-        ensure(EVP_DigestFinal_ex(md.get(), digest.data(), nullptr) == 1, "hashing");
+        const Bytes digest = digestOf(EVP_sha256(), {begin, subFile["length"].get<std::size_t>()},
+                                      [&](std::size_t) { package.forget(); });
         subFile["sha256"] = hexText(digest.data(), digest.size());
     }
 }

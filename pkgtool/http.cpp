@@ -78,7 +78,7 @@ Bytes postTimestampQuery(const std::string& url, const Bytes& query)
     curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L); // there is another thread
     curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, reason);
     const CURLcode code = [&] {
-        const Progress progress("waiting for the authority at " + exchange.url, Progress::Log::Told);
+        const Progress progress("waiting for the authority at " + exchange.url, 0, Progress::Log::Told);
         return curl_easy_perform(curl.get());
     }();
     if (exchange.isTooLong) throw UserError("the answer from " + exchange.url + " is longer than any timestamp");

@@ -12,6 +12,7 @@
 #include <openssl/ts.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -97,10 +98,17 @@ inline Bio memoryBio(ByteView content)
     return bio;
 }
 
-inline Bytes digestOf(const EVP_MD* md, ByteView content)
+inline Bytes digestOf(const EVP_MD* md, ByteView content, const Done& done = {})
 {
+    const MdCtx ctx(EVP_MD_CTX_new());
+    ensure(ctx != nullptr && EVP_DigestInit_ex(ctx.get(), md, nullptr) == 1, "hashing");
+    for (std::size_t at = 0; at < content.size; at += STEP) {
+        const std::size_t count = std::min(STEP, content.size - at);
+        ensure(EVP_DigestUpdate(ctx.get(), content.data + at, count) == 1, "hashing");
+        if (done) done(count);
+    }
     Bytes digest(static_cast<std::size_t>(EVP_MD_get_size(md)));
-    ensure(EVP_Digest(content.data, content.size, digest.data(), nullptr, md, nullptr) == 1, "hashing");
+    ensure(EVP_DigestFinal_ex(ctx.get(), digest.data(), nullptr) == 1, "hashing");
     return digest;
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 
@@ -16,8 +17,8 @@ constexpr int LOG_AFTER = 10; // seconds
 
 } // namespace
 
-Progress::Progress(std::string doing, Log log)
-    : doing_(printable(std::move(doing))), isTerminal_(isatty(STDERR_FILENO) != 0)
+Progress::Progress(std::string doing, std::size_t total, Log log)
+    : doing_(printable(std::move(doing))), total_(total), isTerminal_(isatty(STDERR_FILENO) != 0)
 {
     if (isTerminal_ || log == Log::Told) teller_ = std::thread(&Progress::tell, this);
 }
@@ -27,19 +28,25 @@ Progress::~Progress()
     if (!teller_.joinable()) return;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        isDone_ = true;
+        isOver_ = true;
     }
-    done_.notify_one();
+    over_.notify_one();
     teller_.join();
+}
+
+// ", 42 %", or nothing.
+std::string Progress::share() const
+{
+    return total_ == 0 ? "" : ", " + std::to_string(std::uint64_t{done_} * 100 / total_) + " %";
 }
 
 void Progress::tell()
 {
     std::unique_lock<std::mutex> lock(mutex_);
     int seconds = 0;
-    while (!done_.wait_for(lock, std::chrono::seconds(1), [this] { return isDone_; })) {
+    while (!over_.wait_for(lock, std::chrono::seconds(1), [this] { return isOver_; })) {
         ++seconds;
-        if (isTerminal_) fprintf(stderr, "\rpkgtool: %s, %d s\033[K", doing_.c_str(), seconds);
+        if (isTerminal_) fprintf(stderr, "\rpkgtool: %s%s, %d s\033[K", doing_.c_str(), share().c_str(), seconds);
         if (!isTerminal_ && seconds == LOG_AFTER) fprintf(stderr, "pkgtool: %s\n", doing_.c_str());
     }
     if (isTerminal_ && seconds != 0) fprintf(stderr, "\r\033[K");

@@ -276,11 +276,23 @@ void requireStampable(const Bytes& signature, const std::string& origin)
     }
 }
 
+// Called before and after every operation of a BIO.
+static long countRead(BIO* bio, int operation, const char*, std::size_t, int, long, int result, std::size_t* count)
+{
+    const bool isRead = operation == (BIO_CB_READ | BIO_CB_RETURN) && result > 0;
+    if (isRead) reinterpret_cast<Progress*>(BIO_get_callback_arg(bio))->advance(*count);
+    return result;
+}
+
 void requireSignature(const Bytes& signature, ByteView payload, const std::string& origin)
 {
     const Cms cms = readSigners(signature, origin);
-    const Progress progress("checking " + origin);
-    const Bio content = memoryBio(payload);
+    Progress progress("checking " + origin, payload.size);
+    // Behind a filter, because CMS_verify puts a BIO of its own in place of one in memory.
+    const Bio content(BIO_push(BIO_new(BIO_f_null()), memoryBio(payload).release()));
+    ensure(content != nullptr, "allocating");
+    BIO_set_callback_ex(content.get(), countRead);
+    BIO_set_callback_arg(content.get(), reinterpret_cast<char*>(&progress));
     const unsigned flags = CMS_NO_SIGNER_CERT_VERIFY | CMS_BINARY;
     if (CMS_verify(cms.get(), nullptr, nullptr, content.get(), nullptr, flags) != 1) {
         throw Refusal(origin + " is not a signature over this payload",

@@ -74,11 +74,12 @@ void pack(const PackOptions& options)
     header.ulLength = options.length.value_or(packageLength(subFiles));
     OutputFile package(options.output, options.existing);
     const Bytes digest = [&] {
-        const Progress progress("packing " + options.payload);
-        package.write(encodeHeader(header, subFiles));
-        for (const SubFile& subFile : subFiles) package.write(subFile.content);
+        Progress progress("packing " + options.payload, packageLength(subFiles) + image.content().size);
+        const Done done = [&](std::size_t octets) { progress.advance(octets); };
+        package.write(encodeHeader(header, subFiles), done);
+        for (const SubFile& subFile : subFiles) package.write(subFile.content, done);
         image.requireUnchanged();
-        return digestOf(EVP_sha256(), image.content());
+        return digestOf(EVP_sha256(), image.content(), done);
     }();
     image.forget(); // the package needs as much memory again
     if (options.forecast.check || !options.unchecked) foretell(options.forecast, package);

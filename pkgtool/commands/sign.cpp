@@ -153,8 +153,8 @@ void requireOutputs(const SignOptions& options)
 
 Bytes digestOfImage(const SignOptions& options, const EVP_MD* md, ByteView payload)
 {
-    const Progress progress("hashing " + options.payload);
-    return digestOf(md, payload);
+    Progress progress("hashing " + options.payload, payload.size);
+    return digestOf(md, payload, [&](std::size_t octets) { progress.advance(octets); });
 }
 
 // A line that describes a signer's part of the signature.

@@ -308,6 +308,22 @@ TEST_F(PkgtoolFiles, CommandsThatReadPackagesReadNoConfiguration)
     EXPECT_TRUE(Contains(traced.files, conf)) << "keys are reached through what it names";
 }
 
+// ---- Progress ----
+
+// The reader stops after 9 MB of 16 MiB, when two steps of 4 MiB are done; hashing will be as much again.
+TEST_F(PkgtoolFiles, TerminalShowsHowMuchIsDone)
+{
+    if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
+    const std::string fifo = room_.Path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string image = room_.Write("large.bin", Bytes(std::size_t{16} << 20));
+    const std::string pack = PkgtoolPath() + " pack --unsigned --payload " + image + " -o " + fifo;
+    const std::string reader = "(head -c 9000000; sleep 2; cat) <" + fifo + " >" + room_.Path("package");
+    const std::string shown = RunProcess({"sh", "-c", reader + " & script -qec '" + pack + "' /dev/null; wait"}).out;
+    EXPECT_TRUE(Contains(shown, "\rpkgtool: packing " + image + ", 25 %, ")) << shown;
+    EXPECT_TRUE(Contains(shown, "\r\033[Kpacked 16777568 octets")) << shown;
+}
+
 // ---- Foreign text ----
 
 const Bytes kNastyOctets = {0x1B, '[',  '3',  '1',  'm',  0x7F,                   // C0 and DEL
