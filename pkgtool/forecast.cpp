@@ -27,17 +27,17 @@ void addForecastOptions(CLI::App* command, ForecastOptions& options)
     command->add_flag("--check", options.check, "write nothing that the checker would refuse");
 }
 
-void foretell(const ForecastOptions& options, const OutputFile& output)
+bool foretell(const ForecastOptions& options, const OutputFile& output)
 {
-    if (TRUSTS_NOBODY && options.root.empty() && !options.check) return;
+    if (TRUSTS_NOBODY && options.root.empty() && !options.check) return false;
     const std::unique_ptr<MappedFile> file = output.written();
-    if (file == nullptr) return;
+    if (file == nullptr) return false;
     const Root root = loadRoot(options.root);
     const Verdict verdict = [&] {
         const Progress progress("checking the package");
         return judge(file->content(), root);
     }();
-    if (verdict.isAccepted()) return;
+    if (verdict.isAccepted()) return false;
     const ByteView package = file->content();
     const Diagnosis diagnosis = diagnose(package, readContents(package, root.content, root.source), verdict);
     const bool isKnown = diagnosis.failure.is_object();
@@ -46,6 +46,7 @@ void foretell(const ForecastOptions& options, const OutputFile& output)
     if (options.check) throw Refusal("the checker would refuse this package: " + why, advice);
     fprintf(stderr, "pkgtool: warning: packed, but the checker will refuse it: %s\nhint: %s\n", printable(why).c_str(),
             printable(advice).c_str());
+    return true;
 }
 
 Bytes readCrlFiles(const std::vector<std::string>& paths, bool isChecked)

@@ -17,9 +17,9 @@ struct ForecastOptions {
 };
 void addForecastOptions(CLI::App* command, ForecastOptions& options);
 
-// Warns of an unfinished package that the checker would refuse; with --check throws. Silent if there is no trusted
-// root.
-void foretell(const ForecastOptions& options, const OutputFile& package);
+// Warns of an unfinished package that the checker would refuse, and returns whether it did; with --check throws. Silent
+// if there is no trusted root.
+bool foretell(const ForecastOptions& options, const OutputFile& package);
 
 // Concatenates the files as the checker reads them: all DER or all PEM.
 Bytes readCrlFiles(const std::vector<std::string>& paths, bool isChecked = true);

@@ -3,6 +3,7 @@
 #include "container.h"
 #include "error.h"
 #include "forecast.h"
+#include "progress.h"
 #include "reader.h"
 #include "requirements.h"
 #include "text.h"
@@ -49,12 +50,14 @@ std::size_t findCrls(const std::string& path, const Header& header, ByteView pac
     return static_cast<std::size_t>(found - entries.begin());
 }
 
-// ---- Whether they are newer ----
+// ---- Whether they are newer, and of the same issuers ----
 
 // The latest date of each issuer; the form 2026-01-01T00:00:00Z sorts by time.
-std::map<std::string, std::string> datesOf(const Bytes& crls)
+using Dates = std::map<std::string, std::string>;
+
+Dates datesOf(const Bytes& crls)
 {
-    std::map<std::string, std::string> dates;
+    Dates dates;
     for (const Object& object : makeDeviceReader()->readObjects(crls)) {
         if (!object.isCrl || !object.json["this_update"].is_string()) continue;
         std::string& date = dates[textOf(object.json["issuer"])];
@@ -64,16 +67,29 @@ std::map<std::string, std::string> datesOf(const Bytes& crls)
 }
 
 // An older CRL could undo a revocation that the package already has.
-void requireNoneOlder(const Bytes& before, const Bytes& after)
+void requireNoneOlder(const Dates& before, const Dates& after)
 {
-    const std::map<std::string, std::string> dates = datesOf(after);
-    for (const auto& [issuer, date] : datesOf(before)) {
-        const auto found = dates.find(issuer);
-        if (found == dates.end() || found->second >= date) continue;
+    for (const auto& [issuer, date] : before) {
+        const auto found = after.find(issuer);
+        if (found == after.end() || found->second >= date) continue;
         throw UserError(
             "the CRL of " + issuer + " is of " + found->second + ", and the package has one of " + date,
             "an older CRL may lack a revocation; if that is intended, unpack the package and pack it again");
     }
+}
+
+// A checker that needs a lost CRL refuses the package, and a device that has one takes no bundle without it.
+void warnOfLost(const Dates& before, const Dates& after, bool isError)
+{
+    std::string lost;
+    for (const auto& [issuer, date] : before) {
+        if (after.count(issuer) == 0) lost += (lost.empty() ? "" : " and of ") + issuer;
+    }
+    if (lost.empty()) return;
+    const std::string advice = "give one of every CA with --crl; all CRLs of the package are replaced";
+    if (isError) throw Refusal("the package would lose its CRL of " + lost, advice);
+    fprintf(stderr, "pkgtool: warning: the new package has no CRL of %s; the old one had\nhint: %s\n", lost.c_str(),
+            advice.c_str());
 }
 
 // ---- The new package ----
@@ -103,7 +119,9 @@ void renewCrls(const RenewOptions& options)
     const SSubFileInfo_S place = header.stSubFileInfo[index];
     const Bytes crls = readCrlFiles(options.crls);
     requireCrls(crls, CLI::detail::join(options.crls, ", "));
-    requireNoneOlder(contentOf(place, package), crls);
+    const Dates before = datesOf(contentOf(place, package));
+    const Dates after = datesOf(crls);
+    requireNoneOlder(before, after);
     const std::size_t size = package.size - place.ulSubFileLen + crls.size();
     requireReadable(size);
 
@@ -111,11 +129,15 @@ void renewCrls(const RenewOptions& options)
     const std::size_t end = begin + place.ulSubFileLen;
     OutputFile output(options.output, existing);
     output.write(encodeHeader(movedHeader(header, index, static_cast<std::uint32_t>(crls.size()), package.size)));
-    output.write({package.data + sizeof(Header), begin - sizeof(Header)});
-    output.write(crls);
-    output.write({package.data + end, package.size - end});
+    {
+        Progress progress("copying " + options.package, size);
+        const Done done = [&](std::size_t octets) { progress.advance(octets); };
+        output.write({package.data + sizeof(Header), begin - sizeof(Header)}, done);
+        output.write(crls, done);
+        output.write({package.data + end, package.size - end}, done);
+    }
     file.requireUnchanged();
-    foretell(options.forecast, output);
+    if (!foretell(options.forecast, output)) warnOfLost(before, after, options.forecast.check);
     output.commit();
     if (header.ulHeaderCrc != 0 || header.ulFileCRC != 0) {
         fprintf(stderr, "pkgtool: warning: the header's checksums are as they were; pkgtool does not know how they are "
@@ -140,7 +162,8 @@ void addRenewCrlsCommand(CLI::App& app)
     addForecastOptions(command, options->forecast);
     command->footer(
         "All CRLs of the package are replaced, none of them by an older one. Nothing else is changed but\n"
-        "the places in the header. A checker with PKGCHECK_STRICT refuses CRLs from after the timestamp.\n\n" +
+        "the places in the header. A CA that had a CRL and has none in the new package gets a warning;\n"
+        "with --check it is an error. A checker with PKGCHECK_STRICT refuses CRLs from after the timestamp.\n\n" +
         app.get_footer());
     command->callback([options] { renewCrls(*options); });
 }

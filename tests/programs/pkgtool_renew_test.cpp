@@ -123,6 +123,29 @@ TEST_F(PkgtoolRenewCrls, ForetellsTheVerdict)
     EXPECT_NE(warned.err.find("warning: packed, but the checker will refuse it"), std::string::npos) << warned.err;
 }
 
+// Even one that this checker does not need, and although no root is known.
+TEST_F(PkgtoolRenewCrls, NamesTheIssuersThatDropOut)
+{
+    CrlSpec needless = room_.Pki().rootCrl;
+    needless.issuer = Name(Cn("Another CA"));
+    spec_.subFiles[2].content = Cat(Build(needless), spec_.subFiles[2].content);
+    room_.Write("old.pkg", Build(spec_));
+    const Words rooted = Renew() + Words{"--root", DataPath("test_root.der")};
+    ExpectFailure(kRefused, rooted + Words{"--check"}, "the package would lose its CRL of CN=Another CA\n",
+                  "\nhint: give one of every CA with --crl");
+    const ProcessResult accepted = Run(rooted);
+    EXPECT_EQ(accepted.status, kDone);
+    EXPECT_EQ(accepted.err, "pkgtool: warning: the new package has no CRL of CN=Another CA; the old one had\n"
+                            "hint: give one of every CA with --crl; all CRLs of the package are replaced\n");
+    const ProcessResult several =
+        Run({"renew-crls", room_.Path("old.pkg"), "-o", room_.Path("other.pkg"), "--crl", room_.Path("newer.crl")});
+    EXPECT_EQ(several.status, kDone);
+    EXPECT_NE(several.err.find("no CRL of C=ZZ,O=Example,CN=Test Signing CA and of C=ZZ,O=Example,CN=Test TSA CA and "
+                               "of CN=Another CA; the old one had\n"),
+              std::string::npos)
+        << several.err;
+}
+
 TEST_F(PkgtoolRenewCrls, RefusesWhatItCannotRenew)
 {
     const Words rest = Words{"-o", room_.Path("new.pkg")} + NewCrls();
