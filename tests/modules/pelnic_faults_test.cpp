@@ -322,6 +322,19 @@ TEST_F(SharedRecords, AreJudgedByEachContextForItself)
     EXPECT_EQ(stores_.Verify(root), 0u);
 }
 
+// A context may lie where another one lay, and count from the beginning again.
+TEST_F(SharedRecords, AreJudgedAnewByAContextInAnothersPlace)
+{
+    const PELNIC_X509_CERT* const root = stores_.Trust(pki_.root);
+    stores_->run = {};
+    stores_->nVerification = 0;
+    EXPECT_EQ(stores_.Verify(root), 0u);
+    stores_->run = {};
+    stores_->nVerification = 0;
+    stores_->base_time = k2026 + 74 * 365 * PNV_TIME_T{86400};
+    EXPECT_EQ(stores_.Verify(root), PELNIC_ERR_CERT_EXPIRED);
+}
+
 // The refusal of the one context is none of the other's.
 TEST_F(SharedRecords, AreNotRefusedForWhatAnotherContextLacks)
 {
@@ -353,11 +366,15 @@ protected:
 TEST_F(CallersDepth, GetsNoVerdictOfAnEarlierVerification)
 {
     const PELNIC_X509_CERT* const root = stores_.Trust(pki_.root);
-    for (const PNV_INT depth : {10, 1, 0, -1, -1000}) {
-        stores_->base_time = k2026;
-        EXPECT_EQ(VerifyAt(root, depth), 0u) << depth;
-        stores_->base_time = k2026 + 74 * 365 * PNV_TIME_T{86400};
-        EXPECT_EQ(VerifyAt(root, depth), PELNIC_ERR_CERT_EXPIRED) << depth;
+    for (const bool inOneRun : {false, true}) { // as for two signers with timestamps of their own
+        std::optional<OperationRun> run;
+        if (inOneRun) run.emplace(stores_);
+        for (const PNV_INT depth : {10, 1, 0, -1, -1000}) {
+            stores_->base_time = k2026;
+            EXPECT_EQ(VerifyAt(root, depth), 0u) << depth;
+            stores_->base_time = k2026 + 74 * 365 * PNV_TIME_T{86400};
+            EXPECT_EQ(VerifyAt(root, depth), PELNIC_ERR_CERT_EXPIRED) << depth;
+        }
     }
     EXPECT_EQ(VerifyAt(root, 11), PELNIC_ERR_PATH_TOO_DEEP);
 }
