@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "container.h"
 #include "error.h"
+#include "forecast.h"
 #include "progress.h"
 #include "requirements.h"
 #include "signed_data.h"
@@ -35,6 +36,7 @@ struct SignOptions {
 
     TimestampOptions timestamp;
     bool noTimestamp = false;
+    ForecastOptions forecast;
 };
 
 struct Signer {
@@ -194,6 +196,7 @@ void sign(const SignOptions& options)
             const Bytes token = stamp(i, signatureOf(info), signer.md);
             attachTimestamp(info, token);
             time = timeOfToken(token);
+            foretell(options.forecast, signer.identity.cert.get(), chain, time);
         }
         summaries.push_back(summary(signer, how.contentDigest, time));
         if (!options.timestamp.tsaRequests.empty()) {
@@ -221,6 +224,8 @@ void addSignCommand(CLI::App& app)
     CLI::Option* const output = command->add_option("-o,--output", o.output, "the signature; - is standard output");
     addForceFlag(command, o.existing);
     command->add_flag("--pem", o.pem, "write PEM instead of DER");
+
+    addForecastOptions(command, o.forecast);
 
     CLI::Option_group* const who = command->add_option_group("signers", "Who signs; repeat for several signers");
     addRepeatable(who, "--cert", o.certs, "signer's certificate: PEM, DER");
