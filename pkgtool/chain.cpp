@@ -128,9 +128,9 @@ Reason ChainStory::judgeTop(const Json& json) const
     }
     if (std::any_of(named.begin(), named.end(), [](const Entry* ca) { return isTrusted(ca->second); })) {
         return {"wrong-root",
-                name + " was issued by another " + issuer +
-                    " than the root that the checker trusts: the name is the same, the key is not",
-                "sign below the root that the checker was built for, or build it for this one"};
+                "the signature on " + name + " does not verify with the key of " + issuer +
+                    ", the root that the checker trusts: another root of that name issued it, or it was altered",
+                "sign below the root that the checker was built for, or build it for the other one"};
     }
     return {"issuer-signature", "the signature on " + name + " does not verify with the key of " + issuer,
             "the certificate was altered, or another CA of that name issued it: use the one that did"};

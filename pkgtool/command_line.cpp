@@ -122,20 +122,19 @@ std::string firstWrong(const Words& words)
 
 std::string withoutLibrarysWords(const CLI::ParseError& error)
 {
-    const std::string text = error.what();
-    const auto replaced = [&](const char* words, const char* by) {
-        const std::size_t at = text.find(words);
-        return at == std::string::npos ? "" : text.substr(0, at) + by + text.substr(at + std::strlen(words));
-    };
-    if (text == "A subcommand is required") return "a command is missing";
-    for (const auto& [words, by] : {std::pair(" 1 required TEXT missing", " its value is missing"),
+    std::string text = error.what();
+    for (const auto& [words, by] : {std::pair("A subcommand is required", "a command is missing"),
+                                    {" 1 required TEXT missing", " its value is missing"},
                                     {" 1 required UINT missing", " its value is missing"},
                                     {" excludes ", " does not go with "},
                                     {" requires ", " needs "},
                                     {"Could not convert: ", "not a number that fits: "},
+                                    {": Value ", ": "},
+                                    {" not in range ", " is not in the range "},
+                                    {" not in {", " is none of {"},
                                     {" is required", " is missing"}}) {
-        const std::string own = replaced(words, by);
-        if (!own.empty()) return own;
+        const std::size_t at = text.find(words);
+        if (at != std::string::npos) text.replace(at, std::strlen(words), by);
     }
     return text;
 }
@@ -184,6 +183,14 @@ std::vector<std::string> commandLine(int argc, char** argv)
     return words;
 }
 
+bool isOfUnknownCommand(const CLI::App& app)
+{
+    std::string name;
+    const CLI::App* const command = commandMeant(app, name);
+    const Words rest = command->remaining();
+    return !commandsOf(*command).empty() && !rest.empty() && rest.front()[0] != '-';
+}
+
 UserError explainParseError(const CLI::App& app, const CLI::ParseError& error)
 {
     std::string name;
@@ -191,7 +198,8 @@ UserError explainParseError(const CLI::App& app, const CLI::ParseError& error)
     const Words commands = commandsOf(*command);
     const Words rest = command->remaining();
     const std::string prefix = name.empty() ? "" : name + ": ";
-    const std::string help = app.get_name() + (name.empty() ? "" : " " + name) + " --help tells what there is";
+    const std::string help = app.get_name() + (name.empty() ? "" : " " + name) + " --help lists the " +
+                             (commands.empty() ? "options" : "commands");
     if (rest.empty()) return UserError(prefix + withoutLibrarysWords(error), help);
     const std::string wrong = firstWrong(rest);
     const bool isOption = wrong.size() > 1 && wrong[0] == '-';

@@ -24,6 +24,9 @@ public:
 // The words after the program's name, in reverse order for CLI11. "help sign" becomes "sign --help".
 std::vector<std::string> commandLine(int argc, char** argv);
 
+// Help was asked for about a command that there is not.
+bool isOfUnknownCommand(const CLI::App& app);
+
 // The error for words that the app could not parse: it names the wrong word and a similar valid one.
 UserError explainParseError(const CLI::App& app, const CLI::ParseError& error);
 

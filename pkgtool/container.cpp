@@ -126,7 +126,8 @@ void printTable(const Header& header, ByteView package)
     printf("file crc     0x%08x\n", header.ulFileCRC);
     printf("reserved     0x%08x\n", header.ulReserved4RPS);
     printf("description  %s\n", printable(description).c_str());
-    printf("sub-files    %u\n", header.ulSubFileNum);
+    const bool isTaken = header.ulSubFileNum == 3 || header.ulSubFileNum == 1;
+    printf("sub-files    %u%s\n", header.ulSubFileNum, isTaken ? "" : " (no package that the checker takes: 3, or 1)");
     for (const SSubFileInfo_S& entry : entriesOf(header)) {
         printf("  0x%08x  %-10s offset %10u  length %10u%s\n", entry.ulSubFileID, typeName(entry.ulSubFileID).c_str(),
                entry.ulSubFileOffset, entry.ulSubFileLen, isInside(entry, package) ? "" : "  outside the file");

@@ -94,7 +94,7 @@ void lintTable(const Json& subFiles, Findings& findings)
         const std::string place = pointerTo("/sub_files", i);
         if (subFiles[i]["is_inside"] == false) {
             findings.push_back(
-                {"sub-file-outside", Severity::Warning, place, "the " + type + " lies outside the file"});
+                {"sub-file-outside", Severity::Warning, place, "the sub-file " + type + " lies outside the file"});
         }
         if (!types.insert(type).second) {
             findings.push_back({"sub-file-twice", Severity::Warning, place,

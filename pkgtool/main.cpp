@@ -26,8 +26,8 @@ int run(int argc, char** argv)
     app.get_formatter()->label("Positionals", "Arguments");
     app.get_formatter()->label("OPTIONS", "options");
     app.get_formatter()->label("SUBCOMMAND", "command");
-    app.set_help_flag("-h,--help", "show this help; pkgtool help COMMAND does, too");
-    app.set_version_flag("--version", "pkgtool " CMSVERIFY_VERSION);
+    app.set_help_flag("-h,--help", "show this help, as pkgtool help COMMAND does");
+    app.set_version_flag("--version", "pkgtool " CMSVERIFY_VERSION, "print the version");
     app.require_subcommand(1);
     app.footer("Exit status: 0 done, 1 an input that the checker would refuse, 2 any other error. Output "
                "files are written whole or not at all, and replace nothing without --force; private keys are only ever "
@@ -52,7 +52,8 @@ int run(int argc, char** argv)
     } catch (const CLI::RuntimeError& status) {
         return status.get_exit_code();
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error); // --help and --version
+        const bool isHelp = error.get_exit_code() == 0; // or the version
+        if (isHelp && !pkgtool::isOfUnknownCommand(app)) return app.exit(error);
         throw pkgtool::explainParseError(app, error);
     }
     return 0;

@@ -652,10 +652,12 @@ TEST_F(PkgtoolExplain, IsColouredOnATerminalOnly)
         return RunProcess({"script", "-qec", command, "/dev/null"}, environment).out;
     };
     if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
-    EXPECT_NE(onTerminal({"NO_COLOR="}).find("\033[1;31mREFUSED\033[0m"), std::string::npos);
-    const std::string plain = onTerminal({"NO_COLOR=1"});
-    EXPECT_NE(plain.find("REFUSED"), std::string::npos);
-    EXPECT_EQ(plain.find('\033'), std::string::npos);
+    EXPECT_NE(onTerminal({"NO_COLOR=", "TERM=xterm"}).find("\033[1;31mREFUSED\033[0m"), std::string::npos);
+    for (const char* setting : {"NO_COLOR=1", "TERM=dumb"}) {
+        const std::string plain = onTerminal({"TERM=xterm", setting});
+        EXPECT_NE(plain.find("REFUSED"), std::string::npos);
+        EXPECT_EQ(plain.find('\033'), std::string::npos) << setting;
+    }
 }
 
 TEST_F(PkgtoolExplain, TellsTheWholeChain)
@@ -689,6 +691,20 @@ TEST_F(PkgtoolExplain, TellsTheWholeChain)
     EXPECT_EQ(signer["chain"][1]["crls"][0]["says"], "does not list it");
     EXPECT_EQ(signer["chain"][1]["crls"][0]["score"], 96);
     EXPECT_EQ(signer["chain"][1]["crls"][0].at("revocation"), nullptr);
+}
+
+// One cannot tell a namesake's signature from an altered one.
+TEST_F(PkgtoolExplain, DoesNotTakeAnAlteredCertificateForAnotherRoots)
+{
+    CmsSpec cms = DemoCms(bench_.pki);
+    for (Bytes& cert : cms.certificates) {
+        if (cert == Build(bench_.pki.signingCa)) cert[cert.size() - 10] ^= 1; // in its signature
+    }
+    const Json failure = ExplainLikeTheChecker(Write(bench_.Package(cms)))["failure"];
+    EXPECT_EQ(failure["kind"], "wrong-root");
+    EXPECT_EQ(failure["reason"], "the signature on CN=Test Signing CA does not verify with the key of CN=Test Root, "
+                                 "the root that the checker trusts: another root of that name issued it, or it was "
+                                 "altered");
 }
 
 // Of several entries for a certificate the one that decided, and a reason that leaves no earlier timestamp good.

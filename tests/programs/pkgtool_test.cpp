@@ -144,12 +144,14 @@ TEST_F(Pkgtool, SaysWhatIsWrongWithTheCommandLine)
         std::string hint;
     } cases[] = {
         {{}, "a command is missing", "pkgtool --help"},
-        {{"sgin"}, "no such command: sgin", "did you mean sign?"},
+        {{"sgin"}, "no such command: sgin", "did you mean sign? pkgtool --help lists the commands"},
+        {{"help", "sgin"}, "no such command: sgin", "did you mean sign?"},
+        {{"crl", "shwo", "--help"}, "crl: no such command: shwo", "did you mean show?"},
         {{"crl", "shwo"}, "crl: no such command: shwo", "did you mean show?"},
         {{"--nope"}, "no such option: --nope", "pkgtool --help"},
         {{"sign", "x", "--tsa-rul", "secret"}, "sign: no such option: --tsa-rul", "did you mean --tsa-url?"},
         {{"pack", "--payload"}, "pack: --payload: its value is missing", "pkgtool pack --help"},
-        {{"verify", "-j", "0", "x"}, "verify: --jobs: Value 0 not in range 1 to 1024", "pkgtool verify"},
+        {{"verify", "-j", "0", "x"}, "verify: --jobs: 0 is not in the range 1 to 1024", "pkgtool verify"},
         {{"pack", "--file-id", "x", "--payload", "x", "-o", "y"},
          "pack: not a number that fits: --file-id = x",
          "pkgtool pack"},
@@ -355,6 +357,42 @@ TEST_F(Pkgtool, TellsAWrongPinFromAWrongName)
     fails("pkcs11:token=test;object=singer", pin, "no private key at pkcs11:token=test;object=singer", withModule);
     fails(key, {}, key + " needs a PIN", withModule);
     fails(key, pin, "the token's library cannot be loaded", environment + Words{"PKCS11_MODULE_PATH=/nonexistent.so"});
+}
+
+// As far as it can be known without CRLs.
+TEST_F(Pkgtool, SignForetellsTheVerdict)
+{
+    const auto warns = [&](const Words& command, const std::string& why, const std::string& advice) {
+        ExpectRefusal(command + Words{"--check"}, "pkgtool: the checker would refuse this signature: " + why, advice);
+        const ProcessResult run = Run(command);
+        EXPECT_EQ(run.status, kDone);
+        EXPECT_EQ(run.err,
+                  "pkgtool: warning: signed, but the checker will refuse it: " + why + "\nhint: " + advice + "\n");
+    };
+    room_.Write("signature", {}); // counts among the files that were there before
+    const Words rooted{"--root", DataPath("test_root.der")};
+    RunWell(SignCommand(Signer() + LocalAuthority() + rooted + Words{"--check"}));
+    RunWell(SignCommand(Signer() + LocalAuthority() + Words{"--check", "--root", room_.Path("root.pem")}));
+    const Words key{"--key", KeyFile(room_.Pki().signer.key)};
+    const Words alone = Words{"--cert", room_.Path("signer.pem")} + key + LocalAuthority();
+    warns(SignCommand(alone + rooted),
+          "the certificate that issued 'CN=Test Signer,O=Example,C=ZZ' is neither in the signature nor "
+          "'CN=Test Root,O=Example,C=ZZ', the root that the checker trusts",
+          "add the CAs between signer and root with --chain, or sign below that root");
+    CertSpec dated = room_.Pki().signer;
+    dated.notAfter = GenTime("20250101000000Z");
+    const Words ended = Words{"--cert", room_.WriteCert("dated.pem", dated)} + key + LocalAuthority();
+    warns(SignCommand(ended),
+          "certificate 'CN=Test Signer,O=Example,C=ZZ' ended 2025-01-01T00:00:00Z, before the timestamp "
+          "2026-01-01T00:00:00Z",
+          "renew the certificate and sign again");
+    dated.notAfter = room_.Pki().signer.notAfter;
+    dated.notBefore = GenTime("20270101000000Z");
+    room_.WriteCert("dated.pem", dated);
+    warns(SignCommand(ended),
+          "certificate 'CN=Test Signer,O=Example,C=ZZ' begins 2027-01-01T00:00:00Z, after the timestamp "
+          "2026-01-01T00:00:00Z",
+          "check the clocks of the CA and of the timestamp authority, and sign again");
 }
 
 TEST_F(Pkgtool, AsksForAPasswordOnATerminal)
@@ -1020,6 +1058,9 @@ TEST_F(Pkgtool, ListsHeaderAndTable)
                           "  0x00000001  payload    offset          0  length         16\n"
                           "  0x10000001  signature  offset         16  length          3\n"
                           "  0x20000000  0x20000000 offset         19  length          4  outside the file\n");
+    package.subFileCount = 2;
+    const ProcessResult two = Run({"list", room_.Write("package", Build(package))});
+    EXPECT_NE(two.out.find("\nsub-files    2 (no package that the checker takes: 3, or 1)\n"), std::string::npos);
 }
 
 TEST_F(Pkgtool, RefusesWhatIsShorterThanAHeader)
