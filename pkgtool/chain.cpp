@@ -179,8 +179,7 @@ const Json& ChainStory::revocationOf(const LinkTestimony& link, const Json& json
 }
 
 // The chosen CRL's verdict on the certificate.
-std::optional<Failure> ChainStory::readChosen(const LinkTestimony& link, const Json& json, Json& crl,
-                                              const std::string& at) const
+std::optional<Reason> ChainStory::readChosen(const LinkTestimony& link, const Json& json, Json& crl) const
 {
     const PELNIC_ERROR_CODE rc = codeOf(link.codes, Decision::Revocation);
     const Json& entry = revocationOf(link, json);
@@ -194,20 +193,16 @@ std::optional<Failure> ChainStory::readChosen(const LinkTestimony& link, const J
     const std::string name = briefName(memberOf(json, "subject"));
     if (rc != PELNIC_ERR_CERT_REVOKED) {
         crl["says"] = "cannot be applied";
-        return Failure{at,
-                       json,
-                       {"crl-undecodable", "the revocation of " + name + " cannot be determined",
-                        "have certificate and CRL issued again with well-formed extensions"}};
+        return Reason{"crl-undecodable", "the revocation of " + name + " cannot be determined",
+                      "have certificate and CRL issued again with well-formed extensions"};
     }
     const Json& reason = memberOf(entry, "reason");
     const std::string asOf = " as of " + times.a + (reason.is_null() ? "" : " (" + textOf(reason) + ")") +
                              (times.a > times.b ? ", and for all earlier times" : "");
     crl["says"] = "revokes it" + asOf;
-    return Failure{at,
-                   json,
-                   {"certificate-revoked",
-                    "the CRL of " + briefName(memberOf(crl, "issuer")) + " revokes certificate " + name + asOf,
-                    "sign and timestamp with certificates that are not revoked"}};
+    return Reason{"certificate-revoked",
+                  "the CRL of " + briefName(memberOf(crl, "issuer")) + " revokes certificate " + name + asOf,
+                  "sign and timestamp with certificates that are not revoked"};
 }
 
 std::optional<Failure> ChainStory::tellCrls(const LinkTestimony& link, Json& json, const std::string& at) const
@@ -218,7 +213,9 @@ std::optional<Failure> ChainStory::tellCrls(const LinkTestimony& link, Json& jso
         const std::string place = at + "/crls/" + std::to_string(json["crls"].size());
         Json crl = describe(contents_.objects.at(*testimony.crl), nullptr);
         crl.update({{"score", testimony.score}, {"is_chosen", false}, {"says", nullptr}, {"revocation", nullptr}});
-        if (testimony.crl == link.chosen) failure = readChosen(link, json, crl, place);
+        if (testimony.crl == link.chosen) {
+            if (const auto reason = readChosen(link, json, crl)) failure = Failure{place, json, *reason};
+        }
         if (testimony.score == 0) {
             Failure why{place, crl, judgeUnfit(testimony, crl)};
             crl["says"] = why.reason.sentence;
@@ -231,36 +228,36 @@ std::optional<Failure> ChainStory::tellCrls(const LinkTestimony& link, Json& jso
     if (codeOf(link.codes, Decision::CrlChosen) != PELNIC_ERR_CRL_NOT_FOUND) return failure;
     if (unfit) return unfit;
     const std::string issuer = briefName(memberOf(json, "issuer"));
-    return Failure{
-        at,
-        json,
-        {"crl-missing",
-         "no CRL of " + issuer + ", which issued " + briefName(memberOf(json, "subject")) + ", is in the package",
-         "pack a CRL of " + issuer + " that covers " + now_.substr(0, 10)}};
+    const std::string name = briefName(memberOf(json, "subject"));
+    const Reason missing{"crl-missing", "no CRL of " + issuer + ", which issued " + name + ", is in the package",
+                         "pack a CRL of " + issuer + " that covers " + now_.substr(0, 10)};
+    return Failure{at, json, missing};
+}
+
+// Why a self-signed certificate is no root.
+Reason ChainStory::judgeSelfSigned(PELNIC_ERROR_CODE rc, const Json& json) const
+{
+    const std::string name = briefName(memberOf(json, "subject"));
+    if (rc == PELNIC_ERR_CERT_NO_ISSUER) {
+        return {"wrong-root", "the chain ends at " + name + ", which came with the package",
+                "sign below the root that the checker trusts"};
+    }
+    return {"wrong-root", "the signature of " + name + " on itself cannot be checked",
+            "use a root with an RSA key and SHA-256, SHA-384 or SHA-512"};
 }
 
 std::optional<Failure> ChainStory::judge(const LinkTestimony& link, Json& json, const std::string& at) const
 {
+    const auto here = [&](const Reason& reason) { return Failure{at, json, reason}; };
     if (codeOf(link.codes, Decision::TooDeep) != 0) {
-        return Failure{at,
-                       json,
-                       {"path-too-deep", "the chain has more than 11 certificates",
-                        "issue the signer's certificate nearer to the root"}};
+        return here({"path-too-deep", "the chain has more than 11 certificates",
+                     "issue the signer's certificate nearer to the root"});
     }
-    if (const auto reason = judgeDates(link, json)) return Failure{at, json, *reason};
-    if (const PELNIC_ERROR_CODE rc = codeOf(link.codes, Decision::SelfSigned); rc != 0) {
-        const std::string name = briefName(memberOf(json, "subject"));
-        const bool isCarried = rc == PELNIC_ERR_CERT_NO_ISSUER;
-        return Failure{at,
-                       json,
-                       {"wrong-root",
-                        isCarried ? "the chain ends at " + name + ", which came with the package"
-                                  : "the signature of " + name + " on itself cannot be checked",
-                        isCarried ? "sign below the root that the checker trusts"
-                                  : "use a root with an RSA key and SHA-256, SHA-384 or SHA-512"}};
-    }
+    if (const auto reason = judgeDates(link, json)) return here(*reason);
+    const PELNIC_ERROR_CODE selfSigned = codeOf(link.codes, Decision::SelfSigned);
+    if (selfSigned != 0) return here(judgeSelfSigned(selfSigned, json));
     if (auto failure = tellCrls(link, json, at)) return failure;
-    if (codeOf(link.codes, Decision::Issuer) != 0) return Failure{at, json, judgeTop(json)};
+    if (codeOf(link.codes, Decision::Issuer) != 0) return here(judgeTop(json));
     return std::nullopt;
 }
 

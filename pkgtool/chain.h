@@ -44,11 +44,11 @@ private:
 
     std::optional<Failure> judge(const LinkTestimony& link, Json& json, const std::string& at) const;
     std::optional<Reason> judgeDates(const LinkTestimony& link, const Json& json) const;
+    Reason judgeSelfSigned(PELNIC_ERROR_CODE rc, const Json& json) const;
     Reason judgeTop(const Json& json) const;
     std::optional<Failure> tellCrls(const LinkTestimony& link, Json& json, const std::string& at) const;
     const Json& revocationOf(const LinkTestimony& link, const Json& json) const;
-    std::optional<Failure> readChosen(const LinkTestimony& link, const Json& json, Json& crl,
-                                      const std::string& at) const;
+    std::optional<Reason> readChosen(const LinkTestimony& link, const Json& json, Json& crl) const;
     Reason judgeUnfit(const CrlTestimony& testimony, const Json& crl) const;
     Part above(const LinkTestimony& link, const Json& json) const;
     Part namedIssuer(const Json& json) const;

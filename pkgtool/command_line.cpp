@@ -155,7 +155,9 @@ std::string HelpFormatter::make_subcommand(const CLI::App* command) const
 std::string HelpFormatter::make_expanded(const CLI::App* group) const
 {
     std::string text = "\n" + group->get_description() + ":\n";
-    for (const CLI::Option* option : group->get_options()) text += make_option(option, false);
+    for (const CLI::Option* option : group->get_options()) {
+        if (option != group->get_help_ptr()) text += make_option(option, false); // which every group inherits
+    }
     return text;
 }
 

@@ -161,7 +161,7 @@ void addRenewCrlsCommand(CLI::App& app)
     addForceFlag(command, options->existing);
     addForecastOptions(command, options->forecast);
     command->footer(
-        "All CRLs of the package are replaced, none of them by an older one. Nothing else is changed but\n"
+        "All CRLs of the package are replaced, none of them by an older one. Nothing else changes, except\n"
         "the places in the header. A CA that had a CRL and has none in the new package gets a warning;\n"
         "with --check it is an error. A checker with PKGCHECK_STRICT refuses CRLs from after the timestamp.\n\n" +
         app.get_footer());

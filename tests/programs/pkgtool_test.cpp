@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -179,12 +180,14 @@ TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
         const ProcessResult result = Run(command + Words{"--help"});
         EXPECT_EQ(result.status, kDone);
         std::istringstream lines(result.out);
+        std::set<std::string> options;
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), 80u) << line;
             EXPECT_EQ(line.find("Excludes"), std::string::npos) << line;
             const bool isOption = line.rfind("  -", 0) == 0;
             const bool hasText = line.size() > 29 || lines.peek() == ' ';
             EXPECT_TRUE(!isOption || hasText) << line;
+            EXPECT_TRUE(!isOption || options.insert(line).second) << "twice: " << line;
         }
         EXPECT_EQ(Run(Words{"help"} + command).out, result.out);
     }
