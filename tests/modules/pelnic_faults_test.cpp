@@ -2,6 +2,9 @@
 // nothing any more.
 #include "cmsverify/pelnic_faults.h"
 
+#include "cmsverify/cms_verify_add.h"
+#include "cmsverify/pelnic_asn1_utils.h"
+
 #include "support/signature_cases.h"
 
 #include <functional>
@@ -210,6 +213,103 @@ TEST(FailedAdds, OfABundleLoseNothingOnceRepeated)
         return rc;
     };
     for (const FaultMode mode : {FaultMode::Once, FaultMode::Onward}) ExpectNothingLost(decode, Call::Malloc, 1, mode);
+}
+
+// Of two CRLs that list a certificate the first one decides.
+TEST(FailedAdds, OfABundleKeepItsCrlsInTheirOrder)
+{
+    const DemoPki pki;
+    const Bytes first = Build(pki.signingCrl);
+    const Bytes second = Build(With(pki.signingCrl, &CrlSpec::thisUpdate, UtcTime("250102000000Z")));
+    const Bytes both = Cat(first, second);
+    const auto isDecoded = [&both](PELNIC_VRF* vrf) {
+        PELNIC_CRL_BUNDLE_INFO* bundle = nullptr;
+        return pelnic_decode_crl(vrf, both.data(), Len(both), &bundle) == 0 && pelnic_crl_free(vrf, bundle) == 0;
+    };
+    for (const FaultMode mode : {FaultMode::Once, FaultMode::Onward}) {
+        bool met = true;
+        for (std::size_t nth = 1; met; ++nth) {
+            CleanPlan plan;
+            Stores stores(plan);
+            plan.Fail(Call::Malloc | calls::copies, nth, mode);
+            const bool isDone = isDecoded(stores);
+            met = plan.FaultsMet() != 0;
+            plan.WithoutFaults([&] {
+                EXPECT_TRUE(isDone || isDecoded(stores));
+                _pnvSyncCrl(stores);
+            });
+            if (stores->bInputLost != 0) continue;
+            ASSERT_EQ(stores.Crls().num, 2u) << nth;
+            EXPECT_EQ(pelnic_compare_asn_bits(stores, stores.Crls().data[0]->signature, stores.Crl(first)->signature),
+                      0u)
+                << nth;
+        }
+    }
+}
+
+TEST(FailedAdds, OfParkedCrlsKeepTheirOrder)
+{
+    const DemoPki pki;
+    bool met = true;
+    for (std::size_t nth = 1; met; ++nth) {
+        CleanPlan plan;
+        Stores stores(plan);
+        PELNIC_X509_CRL* crls[] = {stores.Crl(pki.rootCrl), stores.Crl(pki.signingCrl)};
+        LIST_TYPE_PELNIC_X509_CRL list{2, crls, 2};
+        plan.Fail(Call::Malloc | calls::copies, nth, FaultMode::Once);
+        (void)_pnvAddCrlToStore(stores, &list);
+        met = plan.FaultsMet() != 0;
+        plan.WithoutFaults([&] { (void)_pnvAddCrlToStore(stores, &list); });
+        EXPECT_TRUE(stores->bInputLost != 0 || stores->crl_list.data[0] == crls[0]) << nth;
+    }
+}
+
+// A way for the signing CA into the trust store, and whether a fault can make it look like no CA there.
+struct WayIn {
+    const char* name;
+    void (*take)(PELNIC_VRF* vrf, LIST_TYPE_PELNIC_X509_CERT& certs);
+    bool canBeWrong;
+};
+
+class CaInTheWrongStore : public ::testing::TestWithParam<WayIn> {};
+INSTANTIATE_TEST_SUITE_P(
+    , CaInTheWrongStore,
+    ::testing::Values(
+        WayIn{"FromTheCaller",
+              [](PELNIC_VRF* vrf, LIST_TYPE_PELNIC_X509_CERT& certs) { (void)_pnvAddRootToStore(vrf, &certs); }, true},
+        WayIn{"WithCrls",
+              [](PELNIC_VRF* vrf, LIST_TYPE_PELNIC_X509_CERT& certs) { (void)_pnvAddCertToStore(vrf, &certs); }, true},
+        WayIn{"InASignature", // whose run accepts nothing, but others come after it
+              [](PELNIC_VRF* vrf, LIST_TYPE_PELNIC_X509_CERT& certs) {
+                  PELNIC_X509_CERT_BUNDLE bundle{};
+                  bundle.certs = certs;
+                  PELNIC_PKCS7_SIGNED_DATA signedData{};
+                  signedData.certificates = &bundle;
+                  PELNIC_PKCS7_CONTENT content{};
+                  content.signed_data = &signedData;
+                  (void)_pnvExtractCertsIntoVerifyContext(vrf, &content);
+              },
+              false}),
+    [](const auto& way) { return way.param.name; });
+
+// Where it hides nothing that another CA of its name would be asked in its place.
+TEST_P(CaInTheWrongStore, SpoilsTheContext)
+{
+    std::size_t wrong = 0;
+    bool met = true;
+    for (std::size_t nth = 1; met; ++nth) {
+        CleanPlan plan;
+        Stores stores(plan);
+        PELNIC_X509_CERT* ca = stores.Cert(DemoPki().signingCa);
+        LIST_TYPE_PELNIC_X509_CERT certs{1, &ca, 1};
+        plan.Fail(Call::Malloc | calls::copies, nth, FaultMode::Once);
+        GetParam().take(stores, certs);
+        met = plan.FaultsMet() != 0;
+        if (stores.LocalCerts().num == 0) continue;
+        ++wrong;
+        EXPECT_NE(stores->bInputLost, 0u) << nth;
+    }
+    EXPECT_EQ(wrong != 0, GetParam().canBeWrong);
 }
 
 // The attempt to read a CRL as a certificate fails anyway.

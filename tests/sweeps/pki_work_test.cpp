@@ -133,6 +133,26 @@ TEST_F(SignatureChecks, OfNamesakesAreTheSameWhenTheLastOneIssuedThem)
     EXPECT_EQ(ChecksOf(signer, 0), 0u);
 }
 
+// ---- Comparisons ----
+
+// Serial numbers differ most often, and one comparison tells; names that are the same take several.
+TEST(StoreWork, OfFindingASignerIsOneComparisonForEachOther)
+{
+    constexpr std::uint8_t kOthers = 100;
+    CleanPlan plan;
+    Stores stores(plan);
+    const Bytes signer = Build(DemoPki().signer);
+    for (std::uint8_t i = 0; i < kOthers; ++i) stores.Local(Replace(signer, {0, tbs::serial}, Int({0x40, i})));
+    const PELNIC_X509_CERT* const last = stores.Local(Replace(signer, {0, tbs::serial}, Int({0x41, 0})));
+    const std::size_t before = plan.Count(Call::Memcmp);
+    EXPECT_EQ(pelnic_pki_find_cert_by_issuer_sn(stores, last->toBeSigned->issuer, last->toBeSigned->serialNumber),
+              last);
+    const std::size_t comparisons = plan.Count(Call::Memcmp) - before;
+    Report("comparisons to find the last of 101 certificates of one issuer", comparisons);
+    EXPECT_GE(comparisons, std::size_t{kOthers});
+    EXPECT_LE(comparisons, kOthers + 20u);
+}
+
 // ---- A chain of 3,000 CAs on a small stack ----
 
 constexpr std::size_t kStackSize = 256 * 1024;
