@@ -302,7 +302,7 @@ TEST_F(PkgtoolFiles, CommandsThatReadPackagesReadNoConfiguration)
     for (const Words& command : commands) {
         EXPECT_FALSE(Run(command, {"OPENSSL_CONF=" + fifo}).timedOut) << command[0];
     }
-    if (!CanTrace()) return;
+    if (!CanTrace()) GTEST_SKIP() << "needs strace for the rest";
     const std::string conf = room_.Write("openssl.cnf", Text("# nothing\n"));
     const TracedProcess traced = RunTraced(Words{PkgtoolPath()} + SignTo(room_.Path("cms")), {"OPENSSL_CONF=" + conf});
     EXPECT_TRUE(Contains(traced.files, conf)) << "keys are reached through what it names";

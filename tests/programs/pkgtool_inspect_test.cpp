@@ -263,6 +263,7 @@ TEST_F(PkgtoolInspect, IsLikeEveryReadingCommandUnderAHostileOpenSslConfiguratio
         EXPECT_EQ(files.find(configuration), std::string::npos) << files;
         EXPECT_EQ(files.find(foreign), std::string::npos) << files;
     }
+    if (!CanTrace()) GTEST_SKIP() << "nobody saw which files were opened: needs strace";
 }
 
 // ---- pkgtool root ----
