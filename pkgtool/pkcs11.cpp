@@ -45,7 +45,8 @@ Engine openEngine()
 {
     ENGINE_load_builtin_engines();
     ENGINE* const engine = ENGINE_by_id("pkcs11");
-    if (engine == nullptr) throw UserError("no way to a PKCS #11 token", NO_ENGINE);
+    if (engine == nullptr)
+        throw UserError("neither an engine nor a provider for PKCS #11 tokens is installed", NO_ENGINE);
     if (ENGINE_init(engine) != 1) {
         ENGINE_free(engine);
         throw UserError("the pkcs11 engine does not start", NO_ENGINE);

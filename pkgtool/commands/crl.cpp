@@ -92,7 +92,8 @@ const char* relationText(Relation relation)
 const char* unverifiedText(const PELNIC_CRL_INFO& crl)
 {
     if (crl.issuer_sn.sn_len == 0) return "not verified: no certificate of its issuer matches it";
-    return "not verified: its issuer was out of date or revoked, is below no known root, or lacks the root's CRL here";
+    return "not verified: its issuer was not valid or was revoked, is below no known root, or lacks the root's CRL "
+           "here";
 }
 
 // Long lists are truncated; --json has them in full.

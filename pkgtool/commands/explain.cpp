@@ -266,7 +266,7 @@ void addExplainCommand(CLI::App& app)
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_flag("--json", options->json, "print JSON");
-    command->add_option("--html", options->html, "write it to this file, too, as a page for a ticket or an audit");
+    command->add_option("--html", options->html, "also write it to this file, as a page for a ticket or an audit");
     addForceFlag(command, options->existing);
     command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 for an accepted package without signature");
     command->footer("Exit status: 0 accepted, 1 refused, 2 unreadable, or the command line is wrong,\n"

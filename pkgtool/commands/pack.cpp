@@ -163,7 +163,8 @@ void addUnpackCommand(CLI::App& app)
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("unpack", "Write a package's sub-files into a directory");
     command->add_option("package", options->package, "the package; - is standard input")->required();
-    command->add_option("-d,--directory", options->directory, "created if it does not exist")->required();
+    command->add_option("-d,--directory", options->directory, "for the files; created if it does not exist")
+        ->required();
     addForceFlag(command, options->existing);
     command->footer("The files are named after place and type: 1-payload, 2-signature, 3-crl, 1-0x20000000.\n\n" +
                     app.get_footer());

@@ -284,7 +284,7 @@ void addPkiCommand(CLI::App& app)
 {
     const auto options = std::make_shared<PkiOptions>();
     PkiOptions& o = *options;
-    CLI::App* const pki = app.add_subcommand("pki", "Make a PKI of your own, renew its CRLs, revoke");
+    CLI::App* const pki = app.add_subcommand("pki", "Make your own PKI, renew its CRLs, revoke certificates");
     pki->require_subcommand(1);
 
     CLI::App* const create = pki->add_subcommand("new", "Make root, CAs, signer, timestamp authority and CRLs");

@@ -346,14 +346,14 @@ void addVerifyCommand(CLI::App& app)
     const auto options = std::make_shared<VerifyOptions>();
     CLI::App* const command = app.add_subcommand("verify", "Show the checker's verdict on many packages");
     command->add_option("packages", options->packages, "the packages; directories with -r")->required();
-    command->add_flag("-r,--recursive", options->recursive, "all files below a directory, too");
+    command->add_flag("-r,--recursive", options->recursive, "take all files below a directory");
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_option("-j,--jobs", options->jobs, "packages at a time; by default the number of cores")
         ->check(CLI::Range(1u, MAX_JOBS));
     command->add_flag("--json", options->json, "print one JSON object per package, each on its own line");
-    command->add_option("--junit", options->junit, "write the results to this file, too, as JUnit's XML");
+    command->add_option("--junit", options->junit, "also write the results to this file, as JUnit XML");
     addForceFlag(command, options->existing);
-    command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 although some are accepted and not signed");
+    command->add_flag("--allow-unsigned", options->allowUnsigned, "status 0 even if some are accepted but not signed");
     command->footer("Exit status: 0 all accepted, 1 any refused, 2 any unreadable, or the command line is wrong,\n"
                     "3 all accepted, some of them not signed.");
     command->callback([options] { verify(*options); });

@@ -295,7 +295,7 @@ TEST_F(PkgtoolCrl, ShowsBundles)
             "      revokes 12\n"
             "  2025-01-01T00:00:00Z  2035-01-01T00:00:00Z  yes       C=ZZ,O=Example,CN=Test Signing CA, serial 11\n"
             "  2025-01-01T00:00:00Z  2035-01-01T00:00:00Z  no        C=ZZ,O=Example,CN=Test TSA CA, serial 12\n"
-            "      not verified: its issuer was out of date or revoked, is below no known root, or lacks the root's "
+            "      not verified: its issuer was not valid or was revoked, is below no known root, or lacks the root's "
             "CRL here\n" +
             dir_.Path("two") +
             "\n"
