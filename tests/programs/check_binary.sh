@@ -41,6 +41,17 @@ hardened()
     done
 }
 
+# keeps_to_itself PROGRAM: asks for no variable, locale, clock, network, process or further library.
+keeps_to_itself()
+{
+    variables='(secure_)?getenv|environ|set_?env|putenv|(set|new|use)locale|nl_langinfo'
+    clocks='time|gettimeofday|clock(_gettime)?|(local|gm|mk)time(_r)?|tzset|getrandom'
+    others='socket|connect|send(to|msg)?|getaddrinfo|gethostby.*|fork|vfork|clone|exec[lv].*|system|popen|dlopen'
+    imported=$("$NM" -D --undefined-only "$1" | awk '{ print $NF }' | sed 's/@.*//; s/^__//; s/64$//')
+    [ -n "$imported" ] || { echo "nothing is imported"; exit 1; }
+    refuse "asks for more than it needs" "$(echo "$imported" | grep -xE "$variables|$clocks|$others")"
+}
+
 words()
 {
     tr ' ' '\n' | sort | xargs
