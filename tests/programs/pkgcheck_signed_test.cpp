@@ -28,6 +28,11 @@ protected:
     static Outcome Check(const std::string& path) { return RunChecker(PkgcheckTestRootPath(), path); }
     Outcome Check(const PackageSpec& package) const { return Check(dir_.Write("package", Build(package))); }
 
+    static bool HasMemory(std::int64_t gibibytes)
+    {
+        return sysconf(_SC_AVPHYS_PAGES) >= (gibibytes << 30) / sysconf(_SC_PAGESIZE);
+    }
+
     Bytes Signature(const CmsSpec& cms) const { return DetachedCms(payload_, cms); }
     PackageSpec Package(const CmsSpec& cms) const { return SignedPackage(payload_, Signature(cms), pki_.Crls()); }
     PackageSpec Package() const { return Package(DemoCms(pki_)); }
@@ -139,6 +144,17 @@ TEST_F(SignedPackageTest, MayHoldOneOctet)
 {
     const Bytes payload{0x00};
     EXPECT_EQ(Check(SignedPackage(payload, DetachedCms(payload, DemoCms(pki_)), pki_.Crls())), kAcceptedSilently);
+}
+
+TEST_F(SignedPackageTest, MayHoldMoreThan256MiB)
+{
+    if (sizeof(void*) < 8 || !HasMemory(1)) GTEST_SKIP() << "there is too little memory";
+    const Bytes zeros((256u << 20) + 1);
+    PackageSpec package = SignedPackage({}, DetachedCms(zeros, DemoCms(pki_)), pki_.Crls());
+    package.subFiles[0].length = Len(zeros);
+    package.subFiles[0].offset = Len(Build(package)) - std::uint32_t{packageHeaderSize}; // behind the others
+    const Bytes head = Build(package);
+    EXPECT_EQ(Check(dir_.WriteSparse("package", head.size() + zeros.size(), head)), kAcceptedSilently);
 }
 
 TEST_F(SignedPackageTest, MayBeReadWithASignerThatHasExpiredSince)
@@ -260,9 +276,7 @@ private:
 TEST_F(SignedPackageTest, With2GiBOrMoreIsRefusedAsTheOneReadCannotDeliverIt)
 {
     constexpr bool wide = sizeof(void*) == 8;
-    const long freePages = sysconf(_SC_AVPHYS_PAGES);
-    if (wide && freePages < (3ll << 30) / sysconf(_SC_PAGESIZE)) GTEST_SKIP() << "there is too little memory";
-
+    if (wide && !HasMemory(3)) GTEST_SKIP() << "there is too little memory";
     PackageSpec package = Package();
     std::rotate(package.subFiles.begin(), package.subFiles.begin() + 1, package.subFiles.end());
     package.subFiles.back() = {subfile::payload, {}, {}, 0x80000000};
