@@ -93,16 +93,24 @@ Words operator+(Words words, const Words& more)
     return words;
 }
 
-// The root of [verify], which lint and explain trust, too.
+constexpr const char* ROOT = "--root=";
+
+// The root of [verify], which the other steps trust, too.
 std::string rootOf(const Words& verifyOptions)
 {
-    constexpr const char* ROOT = "--root=";
     std::string root;
     for (const std::string& word : verifyOptions) {
         if (word.rfind(ROOT, 0) != 0) throw UserError("[verify]: no option " + word, "it takes root");
         root = word.substr(std::strlen(ROOT));
     }
     return root;
+}
+
+// A section's options, which may name another root.
+Words withRoot(const Words& options, const Words& root)
+{
+    const auto isRoot = [](const std::string& word) { return word.rfind(ROOT, 0) == 0; };
+    return std::any_of(options.begin(), options.end(), isRoot) ? options : options + root;
 }
 
 void release(const ReleaseOptions& options)
@@ -123,10 +131,11 @@ void release(const ReleaseOptions& options)
     UnfinishedDirectory scratch(output);
     const std::string cms = scratch.file("image.cms");
     const std::string package = scratch.file("image.pkg");
-    (void)run("sign", addSignCommand, Words{image, "--output=" + cms} + config.of("sign"));
+    (void)run("sign", addSignCommand, Words{image, "--output=" + cms} + withRoot(config.of("sign"), rootWords));
     printf("signed and stamped  %s\n", printable(options.image).c_str());
     (void)run("pack", addPackCommand,
-              Words{"--payload=" + image, "--cms=" + cms, "--output=" + package} + config.of("pack") + options.fields);
+              Words{"--payload=" + image, "--cms=" + cms, "--output=" + package} +
+                  withRoot(config.of("pack"), rootWords) + options.fields);
 
     const Verdict verdict = judge(MappedFile(package).content(), loadRoot(root));
     if (!verdict.isAccepted() || !verdict.isSigned) {

@@ -258,6 +258,30 @@ TEST_F(PkgtoolPki, ReleaseReadsTheOptionsOfEachCommandFromItsConfiguration)
     EXPECT_NE(Pkgtool({"inspect", package_}).out.find("SHA512"), std::string::npos);
 }
 
+// Not the one that is compiled in, whose chains these are not.
+TEST_F(PkgtoolPki, EveryStepTrustsTheRootOfVerify)
+{
+    const std::string good = Text("pki/release.toml");
+    std::string config = good;
+    const std::string chain = "\nchain = \"ca.pem\"";
+    config.replace(config.find(chain), chain.size(), "");
+    Write("pki/release.toml", config);
+    const ProcessResult refused = Release();
+    EXPECT_EQ(refused.status, kRefused);
+    for (const char* warning : {"pkgtool: warning: signed, but the checker will refuse it: the certificate that issued "
+                                "'CN=Example Firmware signer,O=Example' is neither in the signature nor ",
+                                "pkgtool: warning: packed, but the checker will refuse it: the certificate of "
+                                "CN=Example Firmware CA, which issued "}) {
+        EXPECT_NE(refused.err.find(warning), std::string::npos) << refused.err;
+    }
+    config = good;
+    config.replace(config.find("[pack]"), 6, "root = \"root.pem\"\n[pack]\nroot = \"root.pem\""); // once more
+    Write("pki/release.toml", config);
+    const ProcessResult released = Release();
+    ExpectReleased(released);
+    EXPECT_EQ(released.err, "");
+}
+
 // A header that counts one sub-file makes every device accept it unchecked.
 TEST_F(PkgtoolPki, WhatNobodyWouldCheckIsNotReleased)
 {
