@@ -1,5 +1,6 @@
-// The order of the fields of every record that a caller, a callback or another module sees, and the numbers of the
-// enumerations: whoever was compiled against them reads what stands there. A change here is a change of the interface.
+// The order of the fields of every record that a caller, a callback or another module sees, the types of those outside
+// the library, and the numbers of the enumerations: whoever was compiled against them reads what stands there. A change
+// here is a change of the interface.
 #include "cmsverify/cms_verify.h"
 #include "cmsverify/pelnic_buf.h"
 #include "cmsverify/pelnic_callback_fun.h"
@@ -7,6 +8,7 @@
 #include "cmsverify/pelnic_pki_impl.h"
 #include "cmsverify/pelnic_x509_crl.h"
 #include "cmsverify/pelnic_x509_parse.h"
+#include "pkgcheck.h"
 #include "verify_signature.h"
 
 #include <gtest/gtest.h>
@@ -16,11 +18,13 @@
 namespace pnvtest {
 namespace {
 
+constexpr std::size_t kOfAnotherType = SIZE_MAX;
+
 constexpr bool AreInOrder(std::initializer_list<std::size_t> offsets)
 {
     const std::size_t* last = nullptr;
     for (const std::size_t& offset : offsets) {
-        if (last == nullptr ? offset != 0 : offset <= *last) return false;
+        if (offset == kOfAnotherType || (last == nullptr ? offset != 0 : offset <= *last)) return false;
         last = &offset;
     }
     return true;
@@ -33,36 +37,81 @@ constexpr bool AreInOrder(std::initializer_list<std::size_t> offsets)
         static_assert(AreInOrder({__VA_ARGS__}), #record); \
     }
 #define AT(field) offsetof(Record, field)
+// A field of just this type.
+#define OF(type, field) (std::is_same_v<decltype(Record::field), type> ? AT(field) : kOfAnotherType)
+
+// Of a record with pointers, on 64 and on 32 bits.
+constexpr bool HasSize(std::size_t size, std::size_t on64, std::size_t on32)
+{
+    return size == (sizeof(void*) == 8 ? on64 : on32);
+}
 
 TEST(InterfaceLayout, OfWhatCallersAndCallbacksSee)
 {
-    IN_ORDER(PELNIC_DATETIME, AT(uYear), AT(uMonth), AT(uDay), AT(uHour), AT(uMinute), AT(uMillSecond), AT(uSecond),
-             AT(uUtcFlag), AT(uUtcHour), AT(uUtcMinute));
+    IN_ORDER(PELNIC_DATETIME, OF(PNV_UINT16, uYear), OF(PNV_BYTE, uMonth), OF(PNV_BYTE, uDay), OF(PNV_BYTE, uHour),
+             OF(PNV_BYTE, uMinute), OF(PNV_UINT16, uMillSecond), OF(PNV_BYTE, uSecond), OF(PNV_BYTE, uUtcFlag),
+             OF(PNV_BYTE, uUtcHour), OF(PNV_BYTE, uUtcMinute));
     static_assert(sizeof(PELNIC_DATETIME) == 12);
-    IN_ORDER(PELNIC_BIGINT, AT(uiLength), AT(aVal));
+    IN_ORDER(PELNIC_BIGINT, OF(PNV_UINT32, uiLength), OF(PNV_BYTE[512], aVal));
     static_assert(sizeof(PELNIC_BIGINT) == 516);
-    IN_ORDER(PELNIC_CTX_CREATE_PARAMS, AT(st_size), AT(callback_funcs), AT(resv));
-    IN_ORDER(PELNIC_VRF_PARAMS, AT(st_size), AT(no_check_crl), AT(resv));
-    IN_ORDER(PELNIC_SERIAL_NUM, AT(sn), AT(sn_len));
-    IN_ORDER(PELNIC_REVOKE_LIST, AT(sn_list), AT(revoke_count));
-    IN_ORDER(PELNIC_CRL_INFO, AT(st_size), AT(valid), AT(update_time), AT(valid_until), AT(issuer), AT(issuer_sn),
-             AT(revoke_list), AT(resv));
-    IN_ORDER(PELNIC_CRL_BUNDLE_INFO, AT(st_size), AT(crl_info_list), AT(crl_count), AT(resv));
-    IN_ORDER(PELNIC_VERIFY_SIGNATURE_S, AT(pCert), AT(uiCertLength), AT(pCrl), AT(uiCrlLength), AT(pCms),
-             AT(uiCmsLength), AT(pBin), AT(uiBinLength));
+    IN_ORDER(PELNIC_CTX_CREATE_PARAMS, OF(size_t, st_size), OF(PELNIC_CALLBACK_FUNCS, callback_funcs),
+             OF(PNV_CHAR[64], resv));
+    static_assert(sizeof(PELNIC_CTX_CREATE_PARAMS) == sizeof(size_t) + sizeof(PELNIC_CALLBACK_FUNCS) + 64);
+    IN_ORDER(PELNIC_VRF_PARAMS, OF(size_t, st_size), OF(PNV_INT, no_check_crl), OF(PNV_CHAR[64], resv));
+    static_assert(HasSize(sizeof(PELNIC_VRF_PARAMS), 80, 72));
+    IN_ORDER(PELNIC_VERIFY_SIGNATURE_S, OF(const PNV_BYTE*, pCert), OF(PNV_UINT32, uiCertLength),
+             OF(const PNV_BYTE*, pCrl), OF(PNV_UINT32, uiCrlLength), OF(const PNV_BYTE*, pCms),
+             OF(PNV_UINT32, uiCmsLength), OF(const PNV_BYTE*, pBin), OF(PNV_UINT32, uiBinLength));
+    static_assert(HasSize(sizeof(PELNIC_VERIFY_SIGNATURE_S), 64, 32));
+}
+
+TEST(InterfaceLayout, OfSummariesOfCrls)
+{
+    IN_ORDER(PELNIC_SERIAL_NUM, OF(PNV_BYTE[32], sn), OF(PNV_UINT32, sn_len));
+    static_assert(sizeof(PELNIC_SERIAL_NUM) == 36);
+    IN_ORDER(PELNIC_REVOKE_LIST, OF(PELNIC_SERIAL_NUM*, sn_list), OF(PNV_UINT32, revoke_count));
+    static_assert(HasSize(sizeof(PELNIC_REVOKE_LIST), 16, 8));
+    IN_ORDER(PELNIC_CRL_INFO, OF(size_t, st_size), OF(PNV_INT, valid), OF(PNV_TIME_T, update_time),
+             OF(PNV_TIME_T, valid_until), OF(PNV_CHAR[256], issuer), OF(PELNIC_SERIAL_NUM, issuer_sn),
+             OF(PELNIC_REVOKE_LIST, revoke_list), OF(PNV_CHAR[60], resv));
+    static_assert(HasSize(sizeof(PELNIC_CRL_INFO), 408, 384));
+    IN_ORDER(PELNIC_CRL_BUNDLE_INFO, OF(size_t, st_size), OF(PELNIC_CRL_INFO* [16], crl_info_list),
+             OF(PNV_INT, crl_count), OF(PNV_CHAR[64], resv));
+    static_assert(HasSize(sizeof(PELNIC_CRL_BUNDLE_INFO), 208, 136));
+}
+
+// As in the file.
+TEST(InterfaceLayout, OfAPackagesHeader)
+{
+    IN_ORDER(SSubFileInfo_S, OF(PNV_UINT32, ulSubFileID), OF(PNV_UINT32, ulSubFileOffset),
+             OF(PNV_UINT32, ulSubFileLen));
+    using Header = SProgramFileHeader_S;
+    static_assert(sizeof(SSubFileInfo_S) == 12 && sizeof(Header) == 352);
+    static_assert(offsetof(Header, ulReserved4RPS) == 0 && offsetof(Header, ulHeaderCrc) == 4);
+    static_assert(offsetof(Header, ulFileID) == 8 && offsetof(Header, ulVersion) == 12);
+    static_assert(offsetof(Header, ulSubFileNum) == 16 && offsetof(Header, stSubFileInfo) == 20);
+    static_assert(offsetof(Header, strDescription) == 116 && offsetof(Header, ulLength) == 340);
+    static_assert(offsetof(Header, ulFileCRC) == 344 && offsetof(Header, ulCompressType) == 348);
 }
 
 TEST(InterfaceLayout, OfTheContextAndTheContainers)
 {
-    IN_ORDER(PELNIC_VRF, AT(st_size), AT(crl_frozen), AT(callback_funcs), AT(vrf_params), AT(pki_ctx), AT(crl_list),
-             AT(vrf_proc), AT(base_time), AT(last_err), AT(curr_depth), AT(resv));
+    IN_ORDER(PELNIC_VRF, OF(size_t, st_size), OF(PNV_BOOL, crl_frozen), OF(PELNIC_CALLBACK_FUNCS, callback_funcs),
+             OF(PELNIC_VRF_PARAMS, vrf_params), OF(void*, pki_ctx), OF(LIST_TYPE_PELNIC_X509_CRL, crl_list),
+             OF(PELNIC_VERIFY_PROCESS, vrf_proc), OF(PNV_TIME_T, base_time), OF(PELNIC_ERROR_CODE, last_err),
+             OF(PNV_INT, curr_depth), AT(resv));
     static_assert(sizeof(PELNIC_VRF::resv) == 64);
-    IN_ORDER(PELNIC_BUF, AT(pVal), AT(nBufLen), AT(iCursor));
-    IN_ORDER(PELNIC_DATA_BLOCK, AT(pData), AT(s_data), AT(nLen), AT(capacity));
-    static_assert(sizeof(PELNIC_DATA_BLOCK::s_data) == 64);
-    IN_ORDER(PELNIC_LIST_DUMMY, AT(num), AT(data), AT(capacity));
-    IN_ORDER(CRYPTO_MD, AT(st_size), AT(hash_handler), AT(hash_algo));
-    IN_ORDER(CRYPTO_VRF, AT(st_size), AT(md_ctx), AT(pub));
+    IN_ORDER(PELNIC_VERIFY_PROCESS, OF(LIST_TYPE_PELNIC_VERIFY_DIGEST_INFO, md_info_list));
+    IN_ORDER(PELNIC_VERIFY_DIGEST_INFO, OF(void*, digestCtx), OF(PELNIC_AOIDS, nDigestAlgID),
+             OF(PNV_BYTE[64], pbDigest), OF(PNV_UINT32, nDigestSize), OF(void*, vrfCtx), OF(PNV_BYTE*, pbSignature),
+             OF(PNV_UINT32, nSignature));
+    IN_ORDER(PELNIC_BUF, OF(const PNV_BYTE*, pVal), OF(PNV_UINT32, nBufLen), OF(PNV_UINT32, iCursor));
+    IN_ORDER(PELNIC_DATA_BLOCK, OF(PNV_BYTE*, pData), OF(PNV_BYTE[64], s_data), OF(PNV_UINT32, nLen),
+             OF(PNV_UINT32, capacity));
+    IN_ORDER(PELNIC_LIST_DUMMY, OF(PNV_UINT32, num), OF(void**, data), OF(PNV_UINT32, capacity));
+    IN_ORDER(LIST_TYPE_PELNIC_X509_CERT, OF(PNV_UINT32, num), OF(PELNIC_X509_CERT**, data), OF(PNV_UINT32, capacity));
+    IN_ORDER(CRYPTO_MD, OF(PNV_UINT32, st_size), AT(hash_handler), OF(HASH_ALGO, hash_algo));
+    IN_ORDER(CRYPTO_VRF, OF(PNV_UINT32, st_size), AT(md_ctx), AT(pub));
 }
 
 TEST(InterfaceLayout, OfCertificatesAndCrls)
