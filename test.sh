@@ -6,9 +6,11 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 [ $# -gt 0 ] || set -- debug clang release arm
+usage="usage: ./test.sh [PRESET...], of debug clang release arm coverage"
+case $1 in -h | --help) echo "$usage"; exit ;; esac
 for preset; do
     grep -qE "\"name\": \"$preset\", .*\"configurePreset\"" CMakePresets.json || {
-        echo "./test.sh: no such preset: $preset; usage: ./test.sh [PRESET...], of debug clang release arm coverage" >&2
+        echo "./test.sh: no such preset: $preset; $usage" >&2
         exit 2
     }
 done

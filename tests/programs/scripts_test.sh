@@ -25,6 +25,7 @@ says 2 "./demo.sh: not a file: ." "$source/demo.sh" .
 says 2 "./demo.sh: an empty file, which has nothing to sign: empty" "$source/demo.sh" empty
 says 2 "./demo.sh: no such option: --nope (a file of that name is ./--nope)" "$source/demo.sh" --nope
 says 2 "./demo.sh: one file at most" "$source/demo.sh" empty empty
+says 0 "usage: ./test.sh [PRESET...], of debug clang release arm coverage" "$source/test.sh" --help
 says 2 "./test.sh: no such preset: nope; usage: ./test.sh [PRESET...], of debug clang release arm coverage" \
     "$source/test.sh" nope
 
