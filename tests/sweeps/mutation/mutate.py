@@ -2,9 +2,9 @@
 """How many mistakes would the tests notice?
 
 Copies the project to a scratch directory, puts a mutation site wherever something could be mistaken in cmsverify/,
-tool/ and pkgtool/, builds the tests once, and runs them once for each mutant: the module's own tests first, then the
-quick ones, then all but the slowest. Prints the mutants that no test notices, with their lines, but for those that
-survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
+tool/ and pkgtool/, builds the tests once, and notes which sites each test reaches. Then each mutant meets the tests
+that reach it, the quickest first, until one fails. Prints the mutants that no test notices, with their lines, but for
+those that survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
 
     tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
 
@@ -23,6 +23,7 @@ import re
 import shutil
 import subprocess
 import sys
+import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parent.parent.parent
@@ -42,9 +43,9 @@ CONSTANT = re.compile(r"\bconstexpr\b|\bstatic_assert\b|^\s*#|\bcase\b|\btemplat
 # One line each: a call, an assignment or a step, and a guard.
 STATEMENT = re.compile(r"^(\s+)((?:\(void\))?[A-Za-z_][\w:.>\[\]-]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);|(?:\+\+|--)[\w.>-]+;)$")
 GUARD = re.compile(r"^(\s*)((?:\} else )?if \()(.*)(\) (?:\{|[^{].*;))$")
-# Most mutants are noticed within seconds by the modules' own tests; the others meet all tests but the slowest.
-QUICK = "*-*Fault*:*Flip*:*Sweep*:*Failing*:*Answering*:CaBundle*:SignedPackageTest.*:Differential*:WorkLaws*:PkiIndex*"
-THOROUGH = "*-CaBundle*:SignedPackageTest.With2GiB*:StackWork*"
+# A mutant meets the tests that reach it in rounds: as many of the quickest as take so many seconds together, then all.
+ROUNDS = (0.3, 3, 30, float("inf"))
+LEFT_OUT = "CaBundle*:SignedPackageTest.With2GiB*:StackWork*"  # the slowest
 CASES = "300"  # generated packages
 
 
@@ -186,45 +187,63 @@ def prepare(scratch, modules, kinds, jobs):
     return mutants.found
 
 
-def own_tests(where):
-    """A filter for the suites in the test files of a module."""
-    stem = pathlib.Path(where).stem
-    names = {"pelnic_pki_impl": "pelnic_pki_*", "pelnic_pki_index": "pelnic_pki_index", "pkgcheck": "pkgcheck",
-             "rules_strict": "pkgcheck_strict", "rules_ordinary": "pkgcheck_signed"}
-    name = names.get(stem, stem + "*")
-    if where.startswith("pkgtool/"):
-        name = f"pkgtool_{stem}" if list((PROJECT / "tests/programs").glob(f"pkgtool_{stem}_test.cpp")) else "pkgtool*"
-    suites = {suite for path in (PROJECT / "tests").rglob(name + "_test.cpp")
-              for suite in re.findall(r"^TEST(?:_F|_P)?\((\w+),", path.read_text(), re.M)}
-    return ":".join(f"{suite}.*:*/{suite}.*" for suite in sorted(suites))
-
-
 class Tests:
-    def __init__(self, scratch, patience):
+    def __init__(self, scratch):
         self.program = scratch / "build/tests/cmsverify_tests"
-        self.patience = patience
+        self.reaching = {}  # site -> [(seconds, test)], the quickest first
 
-    def run(self, test_filter, **variables):
-        environment = dict(os.environ, CMSVERIFY_CASES=CASES, **variables)
-        command = [self.program, "--gtest_fail_fast", "--gtest_brief=1", f"--gtest_filter={test_filter}"]
+    def run(self, tests, patience, **variables):
+        environment = dict(os.environ, CMSVERIFY_CASES=CASES, GTEST_FILTER=":".join(tests), **variables)
         try:
-            return subprocess.run(command, env=environment, timeout=self.patience, stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL).returncode == 0
+            return subprocess.run([self.program, "--gtest_fail_fast", "--gtest_brief=1"], env=environment,
+                                  timeout=patience, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                  stdin=subprocess.DEVNULL).returncode == 0
         except subprocess.TimeoutExpired:
             return False
 
-    # The numbers of the sites that any test reaches; the others survive without a run.
-    def reached(self, log):
-        if not log.exists() and not self.run(THOROUGH, CMSVERIFY_MUTANT_LOG=str(log)):
-            log.unlink(missing_ok=True)
-            sys.exit("the tests fail without any mutant")
-        return {int(number) for number in log.read_text().split()}
+    def names(self):
+        listed = subprocess.run([self.program, "--gtest_list_tests", f"--gtest_filter=-{LEFT_OUT}"], check=True,
+                                capture_output=True, text=True).stdout
+        suite = None
+        for line in listed.splitlines()[1:]:
+            name = line.split("#")[0].strip()
+            if not line.startswith(" "):
+                suite = name
+            elif not name.startswith("DISABLED_"):
+                yield suite + name
 
-    def survives(self, number, where):
-        own = own_tests(where)
-        pkgtool = "Pkgtool*:*/Pkgtool*:Interop*"
-        rounds = [own, pkgtool] if where.startswith("pkgtool/") else [own, QUICK, THOROUGH]
-        return all(self.run(test_filter, CMSVERIFY_MUTANT=str(number)) for test_filter in rounds if test_filter)
+    # Runs each test alone: its time, and the sites that it reaches, in the processes that it starts as well.
+    def explore(self, state, jobs):
+        def alone(name):
+            log = state / f"reached-{hashlib.sha256(name.encode()).hexdigest()[:16]}"
+            begin = time.monotonic()
+            if not self.run([name], None, CMSVERIFY_MUTANT_LOG=str(log)):
+                sys.exit(f"{name} fails without any mutant")
+            seconds = time.monotonic() - begin
+            sites = sorted({int(site) for site in log.read_text().split()}) if log.exists() else []
+            log.unlink(missing_ok=True)
+            return seconds, name, sites
+
+        known = state / "reached"
+        if not known.exists():
+            with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+                known.write_text(json.dumps(sorted(pool.map(alone, self.names()))))
+        for seconds, name, sites in json.loads(known.read_text()):
+            for site in sites:
+                self.reaching.setdefault(site, []).append((seconds, name))
+
+    def survives(self, number):
+        waiting = list(self.reaching.get(number, []))
+        for limit in ROUNDS:
+            chosen, total = [], 0.0
+            while waiting and (not chosen or total + waiting[0][0] <= limit):
+                seconds, name = waiting.pop(0)
+                chosen.append(name)
+                total += seconds
+            # A mutant that hangs is noticed.
+            if chosen and not self.run(chosen, 20 + 10 * total, CMSVERIFY_MUTANT=str(number)):
+                return False
+        return True
 
 
 # Mutants that change nothing, as they are printed but without their line numbers, which move; reasons are indented.
@@ -240,7 +259,6 @@ def main():
     parser.add_argument("--kinds", default=",".join(KINDS))
     parser.add_argument("--sample", type=int, default=0, help="so many mutants instead of all, drawn by the seed")
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--patience", type=int, default=300, help="seconds for one run; a mutant that hangs is noticed")
     arguments = parser.parse_args()
 
     scratch = arguments.scratch.resolve()
@@ -256,8 +274,9 @@ def main():
         state.mkdir()
         (state / "mutants").write_text(json.dumps(mutants))
     found = json.loads((state / "mutants").read_text())
-    tests = Tests(scratch, arguments.patience)
-    reached = tests.reached(state / "reached")
+    tests = Tests(scratch)
+    tests.explore(state, arguments.jobs)
+    reached = tests.reaching
 
     # Arguments of two types are no site, which shows where none is reached.
     numbers = [number for number, mutant in enumerate(found)
@@ -270,7 +289,7 @@ def main():
 
     def verdict(number):
         if str(number) not in known:
-            survived = number not in reached or tests.survives(number, found[number][0])
+            survived = tests.survives(number)
             with log.open("a") as lines:
                 lines.write(f"{number} {int(survived)}\n")
             return survived

@@ -60,13 +60,13 @@ template <typename Number> Number pnvOff(int site, Number number)
     return number;
 }
 
-// The other of two arguments of one type.
-template <typename A, typename B> A pnvFirst(int site, A a, B b)
+// The other of two arguments of one type. No copies: what is called may return a reference to a part of its argument.
+template <typename A, typename B> A&& pnvFirst(int site, A&& a, B&& b)
 {
-    if constexpr (std::is_same_v<A, B>) {
-        if (pnvIs(site)) return b;
+    if constexpr (std::is_same_v<std::decay_t<A>, std::decay_t<B>> && std::is_convertible_v<B, A>) {
+        if (pnvIs(site)) return static_cast<A&&>(b);
     }
-    return a;
+    return static_cast<A&&>(a);
 }
 
 // NAME: the site's type; op: the operator replaced; the mutants are site (negated) and site + 1 (the bound moved).
