@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -125,10 +126,19 @@ Bytes readAll(const Input& input, const std::string& path)
 
 // The names of the one unfinished file and directory, for a signal handler, and the number of files named in the
 // directory.
-std::array<char, PATH_MAX> unfinished;
-std::array<char, PATH_MAX> unfinishedDirectory;
-std::array<std::array<char, PATH_MAX>, 32> unfinishedInside;
+using Name = std::array<char, PATH_MAX>;
+Name unfinished;
+Name unfinishedDirectory;
+std::array<Name, 32> unfinishedInside;
 volatile std::sig_atomic_t insideCount = 0;
+
+// Of a name that fits, the first character comes last: a signal meanwhile finds no name, and not the beginning of one.
+void setName(Name& place, const std::string& name)
+{
+    place[1 + name.copy(&place[1], place.size() - 2, 1)] = '\0';
+    std::atomic_signal_fence(std::memory_order_release);
+    place[0] = name[0];
+}
 
 void removeUnfinished()
 {
@@ -218,7 +228,7 @@ Descriptor makeUnfinished(const std::string& place, const std::optional<struct s
         return Descriptor();
     }
     removeUnfinishedOnSignals();
-    std::strcpy(unfinished.data(), name.c_str());
+    setName(unfinished, name);
     Descriptor file(mkostemp(unfinished.data(), O_CLOEXEC));
     if (!file.isOpen()) return file;
     // Only root can change owners; others own the file like any new one.
@@ -375,7 +385,7 @@ UnfinishedDirectory::UnfinishedDirectory(const std::string& place) : place_(plac
     const std::string name = place + ".unfinished.XXXXXX";
     if (name.size() >= unfinishedDirectory.size()) throw UserError("cannot make " + place + ": its name is too long");
     removeUnfinishedOnSignals();
-    std::strcpy(unfinishedDirectory.data(), name.c_str());
+    setName(unfinishedDirectory, name);
     if (mkdtemp(unfinishedDirectory.data()) == nullptr) throw fileError("make", place);
 }
 
@@ -389,7 +399,7 @@ std::string UnfinishedDirectory::file(const std::string& name)
     const std::string path = unfinishedDirectory.data() + ("/" + name);
     const auto i = static_cast<std::size_t>(insideCount);
     if (i == unfinishedInside.size() || path.size() >= PATH_MAX) throw std::length_error("too much in a directory");
-    std::strcpy(unfinishedInside[i].data(), path.c_str());
+    setName(unfinishedInside[i], path);
     insideCount = insideCount + 1;
     return path;
 }
