@@ -31,11 +31,19 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
 
 #define PNV_LOG(pVrf, level, rc, ...) pelnic_log_callback(pVrf, level, __FILE__, __LINE__, __func__, rc, __VA_ARGS__)
 
-// Logs a failure; the value is its code. rc is evaluated twice: pass a variable or a constant.
-#define PNV_FAIL(pVrf, rc) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, nullptr), rc)
+// Logs a failure of this source file. Four arguments fit into registers: a call is half as long as one of the log
+// itself.
+[[maybe_unused]] static void _pnvLogFailure(const PELNIC_VRF* pVrf, PELNIC_ERROR_CODE rc, const PNV_CHAR* function,
+                                            PNV_INT line)
+{
+    pelnic_log_callback(pVrf, PELNIC_LOG_TYPE_ERROR, __BASE_FILE__, line, function, rc, nullptr);
+}
+
+// The value is the code. rc is evaluated twice: pass a variable or a constant.
+#define PNV_FAIL(pVrf, rc) (_pnvLogFailure(pVrf, rc, __func__, __LINE__), rc)
+#define PNV_FAIL_MSG(pVrf, rc, ...) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, __VA_ARGS__), rc)
 // The end of an operation: 0, or a failure that is logged.
 #define PNV_DONE(pVrf, rc) ((rc) == 0 ? 0 : PNV_FAIL(pVrf, rc))
-#define PNV_FAIL_MSG(pVrf, rc, ...) (PNV_LOG(pVrf, PELNIC_LOG_TYPE_ERROR, rc, __VA_ARGS__), rc)
 
 // Undoes what the function has acquired so far, on every return until it is disarmed. Guards undo in reverse order.
 template <typename Undo> struct ScopeExit {
