@@ -284,9 +284,7 @@ PELNIC_ERROR_CODE pelnic_verify_detach_signature_quick(PELNIC_VRF_CTX ctx, const
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (srcfile == nullptr || sigfile == nullptr || result == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
     *result = 0;
-    rc = withFile(pVrf, sigfile, [&](const PNV_BYTE* data, PNV_UINT32 size) {
-        return pelnic_verify_detach_signature_begin(ctx, data, size);
-    });
+    rc = withFile(pVrf, sigfile, pelnic_verify_detach_signature_begin);
     if (rc == 0) rc = _pnvUpdateContent(pVrf, srcfile);
     if (rc == 0) rc = pelnic_verify_detach_signature_final(ctx, result);
     return PNV_DONE(pVrf, rc);

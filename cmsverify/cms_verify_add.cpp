@@ -136,8 +136,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_cert_file(PELNIC_VRF_CTX ctx, const PNV_CHAR
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pszCertFile == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
-    rc = withFile(pVrf, pszCertFile,
-                  [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_cert(ctx, data, size); });
+    rc = withFile(pVrf, pszCertFile, pelnic_verify_add_cert);
     return PNV_DONE(pVrf, rc);
 }
 
@@ -177,8 +176,7 @@ PELNIC_ERROR_CODE pelnic_verify_add_crl_file(PELNIC_VRF_CTX ctx, const PNV_CHAR*
     if (rc != 0) return rc;
     PELNIC_VRF* const pVrf = static_cast<PELNIC_VRF*>(ctx);
     if (pszCrlFile == nullptr) return PNV_FAIL(pVrf, PELNIC_ERR_NULL_POINTER);
-    rc = withFile(pVrf, pszCrlFile,
-                  [&](const PNV_BYTE* data, PNV_UINT32 size) { return pelnic_verify_add_crl(ctx, data, size); });
+    rc = withFile(pVrf, pszCrlFile, pelnic_verify_add_crl);
     return PNV_DONE(pVrf, rc);
 }
 

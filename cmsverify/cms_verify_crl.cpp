@@ -29,10 +29,9 @@ PELNIC_ERROR_CODE _pnvGetRevokeList(const PELNIC_VRF* pVrf, PELNIC_REVOKE_LIST* 
     if (entries.num == 0) return 0;
     const PNV_UINT64 size = PNV_UINT64{entries.num} * sizeof(PELNIC_SERIAL_NUM);
     if (size > 0xFFFFFFFFu) return PELNIC_ERR_SYS_MEM_ALLOC;
-    void* block = nullptr;
-    const PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, static_cast<PNV_UINT32>(size));
+    const PELNIC_ERROR_CODE rc =
+        _pnvNewBlock(pVrf, reinterpret_cast<void**>(&pRevokeList->sn_list), static_cast<PNV_UINT32>(size));
     if (rc != 0) return rc;
-    pRevokeList->sn_list = static_cast<PELNIC_SERIAL_NUM*>(block);
     for (PNV_UINT32 i = 0; i < entries.num; ++i) {
         PELNIC_SERIAL_NUM* const slot = pRevokeList->sn_list + pRevokeList->revoke_count;
         if (copySerial(pVrf, slot, entries.data[i]->user_cert)) ++pRevokeList->revoke_count;

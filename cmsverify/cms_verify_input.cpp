@@ -60,6 +60,17 @@ PELNIC_ERROR_CODE _pnvReadFile(const PELNIC_VRF* pVrf, const PNV_CHAR* pszFilePa
     return 0;
 }
 
+PELNIC_ERROR_CODE withFile(PELNIC_VRF* pVrf, const PNV_CHAR* path, InputOperation operation)
+{
+    PNV_BYTE* data = nullptr;
+    PNV_UINT32 size = 0;
+    PELNIC_ERROR_CODE rc = _pnvReadFile(pVrf, path, &data, &size);
+    if (rc != 0) return rc;
+    rc = operation(pVrf, data, size);
+    pelnic_free(pVrf, data);
+    return rc;
+}
+
 // ---- Decoding of certificates and CRLs
 
 static bool isPem(const PELNIC_VRF* pVrf, const PNV_BYTE* content)
@@ -72,24 +83,22 @@ static PELNIC_ERROR_CODE copyAsText(const PELNIC_VRF* pVrf, const PNV_BYTE* cont
                                     PNV_CHAR** ppText)
 {
     if (length == 0xFFFFFFFFu) return PELNIC_ERR_SYS_MEM_ALLOC;
-    void* block = nullptr;
-    PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, length + 1);
+    PELNIC_ERROR_CODE rc = _pnvNewBlock(pVrf, reinterpret_cast<void**>(ppText), length + 1);
     if (rc != 0) return rc;
-    rc = pelnic_memcpy_s(pVrf, block, length, content, length);
+    rc = pelnic_memcpy_s(pVrf, *ppText, length, content, length);
     if (rc != 0) {
-        pelnic_free(pVrf, block);
+        pelnic_free(pVrf, *ppText);
         return rc;
     }
-    *ppText = static_cast<PNV_CHAR*>(block);
     (*ppText)[length] = '\0'; // all searches rely on it
     return 0;
 }
 
 // Appends a decoded object to its list, or frees it if there is no list or no room.
-template <typename Object, typename List>
-static PELNIC_ERROR_CODE appendOrFree(PELNIC_VRF* pVrf, Object* object, List* list, pelnic_list_free_cb freeObject)
+static PELNIC_ERROR_CODE appendOrFree(PELNIC_VRF* pVrf, void* object, PELNIC_LIST_DUMMY* list,
+                                      pelnic_list_free_cb freeObject)
 {
-    const PELNIC_ERROR_CODE rc = list == nullptr ? 0 : pelnic_list_add(pVrf, _pnvAsList(list), object, CLSP_END);
+    const PELNIC_ERROR_CODE rc = list == nullptr ? 0 : pelnic_list_add(pVrf, list, object, CLSP_END);
     if (list == nullptr || rc != 0) freeObject(pVrf, object);
     return rc;
 }
@@ -116,9 +125,9 @@ PELNIC_ERROR_CODE _pnvDecodeStreamCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbCo
         PELNIC_ERROR_CODE rc = 0;
         const FaultWatch watch{pVrf};
         if (pelnic_x509_decode_cert(pVrf, encoded, left, &pCert, &decoded) == 0) {
-            rc = appendOrFree(pVrf, pCert, pCertList, _pnvFreeCertElement);
+            rc = appendOrFree(pVrf, pCert, _pnvAsList(pCertList), _pnvFreeCertElement);
         } else if (decodeAsCrl(pVrf, encoded, left, &pCrl, &decoded, watch)) {
-            rc = appendOrFree(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
+            rc = appendOrFree(pVrf, pCrl, _pnvAsList(pCrlList), _pnvFreeCrlElement);
         } else {
             return 0; // an unknown object ends the stream
         }
@@ -127,24 +136,21 @@ PELNIC_ERROR_CODE _pnvDecodeStreamCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbCo
     return 0;
 }
 
-// Armour and decoder of the two kinds of PEM blocks. The Base64 text begins at bodyOffset; the two kinds differ by a
-// line end, which the Base64 decoder skips anyway.
-template <typename Object> struct PemKind {
+// The two kinds of PEM blocks. The Base64 text begins at bodyOffset; the two kinds differ by a line end, which the
+// Base64 decoder skips anyway.
+struct Armour {
     const PNV_CHAR* begin;
     PNV_UINT32 beginLength;
     const PNV_CHAR* end;
     PNV_UINT32 endLength;
     PNV_UINT32 bodyOffset;
-    PELNIC_ERROR_CODE (*decode)(const PELNIC_VRF*, const PNV_BYTE*, PNV_UINT32, Object**, PNV_UINT32*);
 };
 constexpr PNV_CHAR CERT_BEGIN[] = "-----BEGIN CERTIFICATE-----";
 constexpr PNV_CHAR CERT_END[] = "-----END CERTIFICATE-----";
 constexpr PNV_CHAR CRL_BEGIN[] = "-----BEGIN X509 CRL-----";
 constexpr PNV_CHAR CRL_END[] = "-----END X509 CRL-----";
-constexpr PemKind<PELNIC_X509_CERT> PEM_CERT = {CERT_BEGIN, lengthOf(CERT_BEGIN),   CERT_END, lengthOf(CERT_END),
-                                                28,         pelnic_x509_decode_cert};
-constexpr PemKind<PELNIC_X509_CRL> PEM_CRL = {CRL_BEGIN, lengthOf(CRL_BEGIN),   CRL_END, lengthOf(CRL_END),
-                                              24,        pelnic_x509_decode_crl};
+constexpr Armour CERT_ARMOUR = {CERT_BEGIN, lengthOf(CERT_BEGIN), CERT_END, lengthOf(CERT_END), 28};
+constexpr Armour CRL_ARMOUR = {CRL_BEGIN, lengthOf(CRL_BEGIN), CRL_END, lengthOf(CRL_END), 24};
 
 // The index of a marker within length characters, or length. The bound limits the cost of a block without end marker to
 // its own length.
@@ -165,49 +171,54 @@ static PELNIC_ERROR_CODE decodeBody(const PELNIC_VRF* pVrf, const PNV_CHAR* body
     if (pelnic_base64_decode(pVrf, body, length, nullptr, &size) != 0 || size == 0) {
         return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
     }
-    void* block = nullptr;
-    PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, size);
+    PNV_BYTE* pDer = nullptr;
+    PELNIC_ERROR_CODE rc = _pnvNewBlock(pVrf, reinterpret_cast<void**>(&pDer), size);
     if (rc != 0) return PNV_FAIL(pVrf, rc);
-    rc = pelnic_base64_decode(pVrf, body, length, static_cast<PNV_BYTE*>(block), &size);
+    rc = pelnic_base64_decode(pVrf, body, length, pDer, &size);
     if (rc != 0) {
-        pelnic_free(pVrf, block);
+        pelnic_free(pVrf, pDer);
         return PNV_FAIL(pVrf, rc);
     }
-    *ppDer = static_cast<PNV_BYTE*>(block);
+    *ppDer = pDer;
     *derLength = size;
     return 0;
 }
 
-template <typename Object>
-static PELNIC_ERROR_CODE decodePemBlock(const PELNIC_VRF* pVrf, const PemKind<Object>& kind, const PNV_CHAR* block,
-                                        PNV_UINT32 nBlockLength, Object** ppObject)
+// The DER of an armoured block; the caller frees it.
+static PELNIC_ERROR_CODE decodeArmour(const PELNIC_VRF* pVrf, const Armour& armour, const PNV_CHAR* block,
+                                      PNV_UINT32 nBlockLength, PNV_BYTE** ppDer, PNV_UINT32* derLength)
 {
-    if (nBlockLength < kind.beginLength || pelnic_strncmp(pVrf, block, kind.begin, kind.beginLength) != 0) {
+    if (nBlockLength < armour.beginLength || pelnic_strncmp(pVrf, block, armour.begin, armour.beginLength) != 0) {
         return PELNIC_ERR_CMS_FORMAT; // unlogged
     }
-    const PNV_UINT32 end = findMarker(pVrf, block, nBlockLength, kind.end, kind.endLength);
+    const PNV_UINT32 end = findMarker(pVrf, block, nBlockLength, armour.end, armour.endLength);
     // An end marker may share its dashes with the begin marker.
-    if (end == nBlockLength || end < kind.bodyOffset) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
-    PNV_BYTE* pDer = nullptr;
-    PNV_UINT32 length = 0;
-    PELNIC_ERROR_CODE rc = decodeBody(pVrf, block + kind.bodyOffset, end - kind.bodyOffset, &pDer, &length);
-    if (rc != 0) return rc;
-    PNV_UINT32 decoded = 0;
-    rc = kind.decode(pVrf, pDer, length, ppObject, &decoded);
-    pelnic_free(pVrf, pDer);
-    return rc;
+    if (end == nBlockLength || end < armour.bodyOffset) return PNV_FAIL(pVrf, PELNIC_ERR_CMS_FORMAT);
+    return decodeBody(pVrf, block + armour.bodyOffset, end - armour.bodyOffset, ppDer, derLength);
 }
 
 PELNIC_ERROR_CODE _pnvPemDecodeCert(const PELNIC_VRF* pVrf, const PNV_CHAR* block, PNV_UINT32 nBlockLength,
                                     PELNIC_X509_CERT** ppCert)
 {
-    return decodePemBlock(pVrf, PEM_CERT, block, nBlockLength, ppCert);
+    PNV_BYTE* pDer = nullptr;
+    PNV_UINT32 length = 0;
+    PELNIC_ERROR_CODE rc = decodeArmour(pVrf, CERT_ARMOUR, block, nBlockLength, &pDer, &length);
+    if (rc != 0) return rc;
+    rc = pelnic_x509_decode_cert(pVrf, pDer, length, ppCert, &length);
+    pelnic_free(pVrf, pDer);
+    return rc;
 }
 
 PELNIC_ERROR_CODE _pnvPemDecodeCrl(const PELNIC_VRF* pVrf, const PNV_CHAR* block, PNV_UINT32 nBlockLength,
                                    PELNIC_X509_CRL** ppCrl)
 {
-    return decodePemBlock(pVrf, PEM_CRL, block, nBlockLength, ppCrl);
+    PNV_BYTE* pDer = nullptr;
+    PNV_UINT32 length = 0;
+    PELNIC_ERROR_CODE rc = decodeArmour(pVrf, CRL_ARMOUR, block, nBlockLength, &pDer, &length);
+    if (rc != 0) return rc;
+    rc = pelnic_x509_decode_crl(pVrf, pDer, length, ppCrl, &length);
+    pelnic_free(pVrf, pDer);
+    return rc;
 }
 
 PELNIC_ERROR_CODE _pnvAddPemCertToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, PNV_UINT32 nBlockLength,
@@ -216,7 +227,7 @@ PELNIC_ERROR_CODE _pnvAddPemCertToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, 
     const FaultWatch watch{pVrf};
     PELNIC_X509_CERT* pCert = nullptr;
     if (_pnvPemDecodeCert(pVrf, block, nBlockLength, &pCert) == 0) {
-        (void)appendOrFree(pVrf, pCert, pCertList, _pnvFreeCertElement);
+        (void)appendOrFree(pVrf, pCert, _pnvAsList(pCertList), _pnvFreeCertElement);
     }
     if (pCertList == nullptr) watch.forgive(); // nobody wants it
     return 0;
@@ -228,7 +239,7 @@ PELNIC_ERROR_CODE _pnvAddPemCrlToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, P
     const FaultWatch watch{pVrf};
     PELNIC_X509_CRL* pCrl = nullptr;
     if (_pnvPemDecodeCrl(pVrf, block, nBlockLength, &pCrl) == 0)
-        (void)appendOrFree(pVrf, pCrl, pCrlList, _pnvFreeCrlElement);
+        (void)appendOrFree(pVrf, pCrl, _pnvAsList(pCrlList), _pnvFreeCrlElement);
     if (pCrlList == nullptr) watch.forgive(); // nobody wants it
     return 0;
 }
@@ -236,9 +247,9 @@ PELNIC_ERROR_CODE _pnvAddPemCrlToList(PELNIC_VRF* pVrf, const PNV_CHAR* block, P
 PELNIC_ERROR_CODE _decodePemCertCrl(PELNIC_VRF* pVrf, const PNV_CHAR* text, LIST_TYPE_PELNIC_X509_CERT* pCertList,
                                     LIST_TYPE_PELNIC_X509_CRL* pCrlList)
 {
-    constexpr PNV_CHAR CERT_LABEL[] =
+    static constexpr PNV_CHAR CERT_LABEL[] =
         "CERTIFICATE"; // also the beginning of other labels, whose blocks then fail to decode
-    constexpr PNV_CHAR CRL_LABEL[] = "X509 CRL";
+    static constexpr PNV_CHAR CRL_LABEL[] = "X509 CRL";
     const FaultWatch watch{pVrf};
     const PNV_CHAR* block = pelnic_strstr(pVrf, text, PEM_BEGIN);
     // A block lost to a failing callback is the last, so that a retry adds nothing behind a later object.
@@ -280,8 +291,8 @@ PELNIC_ERROR_CODE _pnvDecodeCertCrl(PELNIC_VRF* pVrf, const PNV_BYTE* pbContent,
 static PELNIC_ERROR_CODE findCmsBody(const PELNIC_VRF* pVrf, const PNV_CHAR* text, const PNV_CHAR** ppBody,
                                      const PNV_CHAR** ppEnd)
 {
-    constexpr PNV_CHAR CMS_BEGIN[] = "-----BEGIN CMS-----";
-    constexpr PNV_CHAR PKCS7_BEGIN[] = "-----BEGIN PKCS7-----";
+    static constexpr PNV_CHAR CMS_BEGIN[] = "-----BEGIN CMS-----";
+    static constexpr PNV_CHAR PKCS7_BEGIN[] = "-----BEGIN PKCS7-----";
     if (pelnic_strncmp(pVrf, text, CMS_BEGIN, lengthOf(CMS_BEGIN)) == 0) {
         *ppBody = text + lengthOf(CMS_BEGIN);
         *ppEnd = pelnic_strstr(pVrf, text, "-----END CMS-----");

@@ -17,17 +17,8 @@ constexpr PNV_UINT32 MIN_INPUT = 38; // least octets of a certificate, CRL or si
                                              PNV_UINT32* size);
 
 // Runs an operation of the public interface on the contents of a file; unlogged.
-template <typename Operation>
-[[nodiscard]] PELNIC_ERROR_CODE withFile(PELNIC_VRF* pVrf, const PNV_CHAR* path, Operation operation)
-{
-    PNV_BYTE* data = nullptr;
-    PNV_UINT32 size = 0;
-    PELNIC_ERROR_CODE rc = _pnvReadFile(pVrf, path, &data, &size);
-    if (rc != 0) return rc;
-    rc = operation(data, size);
-    pelnic_free(pVrf, data);
-    return rc;
-}
+typedef PELNIC_ERROR_CODE (*InputOperation)(PELNIC_VRF_CTX ctx, const PNV_BYTE* data, PNV_UINT32 size);
+[[nodiscard]] PELNIC_ERROR_CODE withFile(PELNIC_VRF* pVrf, const PNV_CHAR* path, InputOperation operation);
 
 // Appends every certificate and CRL of a DER stream or PEM text to the lists; either list may be null. An undecodable
 // object ends a DER stream; an undecodable PEM block is skipped. Neither is an error.

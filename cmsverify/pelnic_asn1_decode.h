@@ -49,10 +49,7 @@ template <const PELNIC_ASN1_ITEM& item>
                                            PNV_BYTE flag, typename RecordOf<item>::type** ppRecord,
                                            PNV_UINT32* nDecoded)
 {
-    void* pResult = nullptr;
-    const PELNIC_ERROR_CODE rc = pelnic_asn_decode(pVrf, pbBuf, nBufLen, &item, flag, &pResult, nDecoded);
-    if (rc == 0) *ppRecord = static_cast<typename RecordOf<item>::type*>(pResult);
-    return rc;
+    return pelnic_asn_decode(pVrf, pbBuf, nBufLen, &item, flag, reinterpret_cast<void**>(ppRecord), nDecoded);
 }
 
 // Decode and free functions of the item kinds; see PNV_ASN_DECODE_ITEM and PNV_ASN_FREE_ITEM.

@@ -10,10 +10,7 @@ static PELNIC_ERROR_CODE newSlots(const PELNIC_VRF* pVrf, PNV_UINT64 capacity, v
 {
     const PNV_UINT64 size = capacity * sizeof(void*);
     if (size > 0xFFFFFFFFu) return PELNIC_ERR_SYS_MEM_ALLOC;
-    void* block = nullptr;
-    const PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, static_cast<PNV_UINT32>(size));
-    if (rc == 0) *pSlots = static_cast<void**>(block);
-    return rc;
+    return _pnvNewBlock(pVrf, reinterpret_cast<void**>(pSlots), static_cast<PNV_UINT32>(size));
 }
 
 PELNIC_ERROR_CODE pelnic_list_init(const PELNIC_VRF* pVrf, PELNIC_LIST_DUMMY* pList, PNV_UINT32 nCapacity)
@@ -87,8 +84,8 @@ PELNIC_ERROR_CODE pelnic_list_sort(const PELNIC_VRF* pVrf, const PELNIC_LIST_DUM
     bool swapped = true;
     for (PNV_UINT32 i = 0; i < pList->num && swapped; ++i) {
         swapped = false;
-        for (PNV_INT64 j = PNV_INT64{pList->num} - 2; j >= PNV_INT64{i}; --j) {
-            void** const pair = pList->data + j;
+        for (PNV_UINT32 second = pList->num - 1; second > i; --second) {
+            void** const pair = pList->data + second - 1;
             if (cmp_cb(pVrf, pair[0], pair[1]) > 0) {
                 void* const first = pair[0];
                 pair[0] = pair[1];

@@ -111,6 +111,14 @@ PELNIC_ERROR_CODE pelnic_malloc_with0(const PELNIC_VRF* ctx, void** out, PNV_UIN
     return rc;
 }
 
+PELNIC_ERROR_CODE _pnvNewBlock(const PELNIC_VRF* pVrf, void** ppBlock, PNV_UINT32 size)
+{
+    void* block = nullptr;
+    const PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, size);
+    if (rc == 0) *ppBlock = block;
+    return rc;
+}
+
 PELNIC_ERROR_CODE pelnic_memset_s(const PELNIC_VRF* ctx, void* dest, size_t destMax, PNV_INT c, size_t count)
 {
     if (ctx == nullptr) return PELNIC_ERR_FAILED;

@@ -59,14 +59,11 @@ template <typename Undo> ScopeExit(Undo) -> ScopeExit<Undo>;
 // Allocates and clears. If clearing fails, the block is released but *out still holds its address: pass a local and
 // store it in a record only on success.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_malloc_with0(const PELNIC_VRF* ctx, void** out, PNV_UINT32 size);
-// pelnic_malloc_with0 for one record: writes *ppRecord only on success.
+// The same, but writes *ppBlock only on success; and for one record.
+[[nodiscard]] PELNIC_ERROR_CODE _pnvNewBlock(const PELNIC_VRF* pVrf, void** ppBlock, PNV_UINT32 size);
 template <typename Record> [[nodiscard]] PELNIC_ERROR_CODE _pnvNewRecord(const PELNIC_VRF* pVrf, Record** ppRecord)
 {
-    void* block = nullptr;
-    PELNIC_ERROR_CODE rc = pelnic_malloc_with0(pVrf, &block, PNV_UINT32{sizeof(Record)});
-    if (rc != 0) return rc;
-    *ppRecord = static_cast<Record*>(block);
-    return 0;
+    return _pnvNewBlock(pVrf, reinterpret_cast<void**>(ppRecord), PNV_UINT32{sizeof(Record)});
 }
 
 #endif
