@@ -26,12 +26,9 @@ static PELNIC_BER_TAG tagOf(PNV_BYTE octet)
                            static_cast<PELNIC_BER_TAG_CODE>(octet & 0x1F));
 }
 
-PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* decodedBytes)
+static PELNIC_ERROR_CODE readTag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32 start, PELNIC_BER_TAG* pTag,
+                                 PNV_UINT32* decodedBytes)
 {
-    if (pVrf == nullptr || b == nullptr || pTag == nullptr || decodedBytes == nullptr) return PELNIC_ERR_NULL_POINTER;
-    PNV_UINT32 start = 0;
-    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_TAG);
-    ScopeExit rewind{[&] { rewindTo(b, start); }};
     PNV_BYTE octet = 0;
     const PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &octet);
     if (rc != 0) return rc;
@@ -44,10 +41,19 @@ PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_B
         PNV_LOG(pVrf, PELNIC_LOG_TYPE_WARNING, PELNIC_ERR_SYS_BUF_POS, nullptr);
         return PELNIC_ERR_SYS_BUF_POS;
     }
-    rewind.armed = false;
     *pTag = tagOf(octet);
     *decodedBytes = static_cast<PNV_UINT32>(consumed);
     return 0;
+}
+
+PELNIC_ERROR_CODE pelnic_dec_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag, PNV_UINT32* decodedBytes)
+{
+    if (pVrf == nullptr || b == nullptr || pTag == nullptr || decodedBytes == nullptr) return PELNIC_ERR_NULL_POINTER;
+    PNV_UINT32 start = 0;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_TAG);
+    const PELNIC_ERROR_CODE rc = readTag(pVrf, b, start, pTag, decodedBytes);
+    if (rc != 0) rewindTo(b, start);
+    return rc;
 }
 
 PELNIC_ERROR_CODE pelnic_peek_tag(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag)
@@ -74,14 +80,9 @@ PELNIC_ERROR_CODE _pnvGetAsnLongInt(const PELNIC_VRF*, PELNIC_BUF* b, PNV_UINT32
     return 0;
 }
 
-PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nLength, PNV_UINT32* bytesDecoded)
+static PELNIC_ERROR_CODE readLength(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32 start, PNV_UINT32* nLength,
+                                    PNV_UINT32* bytesDecoded)
 {
-    if (pVrf == nullptr || b == nullptr || nLength == nullptr || bytesDecoded == nullptr) {
-        return PELNIC_ERR_NULL_POINTER;
-    }
-    PNV_UINT32 start = 0;
-    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_LENGTH);
-    ScopeExit rewind{[&] { rewindTo(b, start); }};
     PNV_BYTE first = 0;
     PELNIC_ERROR_CODE rc = pelnic_buf_get(b, &first);
     if (rc != 0) return rc;
@@ -96,10 +97,21 @@ PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT
     if (length > b->nBufLen - b->iCursor) return PNV_WHY(Length, PELNIC_ERR_ASN_LENGTH);
     PNV_INT consumed = 0;
     if (pelnic_buf_get_offset(b, start, &consumed) != 0 || consumed < 0) return PELNIC_ERR_ASN_LENGTH;
-    rewind.armed = false;
     *nLength = length;
     *bytesDecoded = static_cast<PNV_UINT32>(consumed);
     return 0;
+}
+
+PELNIC_ERROR_CODE pelnic_dec_len(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_UINT32* nLength, PNV_UINT32* bytesDecoded)
+{
+    if (pVrf == nullptr || b == nullptr || nLength == nullptr || bytesDecoded == nullptr) {
+        return PELNIC_ERR_NULL_POINTER;
+    }
+    PNV_UINT32 start = 0;
+    if (pelnic_buf_tell(b, &start) != 0 || start == PNV_POS_AT_END) return PNV_WHY(End, PELNIC_ERR_ASN_LENGTH);
+    const PELNIC_ERROR_CODE rc = readLength(pVrf, b, start, nLength, bytesDecoded);
+    if (rc != 0) rewindTo(b, start);
+    return rc;
 }
 
 // The fast path for nearly every element: one octet each for tag and length, and the whole content behind them. The two
@@ -203,6 +215,14 @@ static inline PELNIC_ERROR_CODE readExpectedHeader(const PELNIC_VRF* pVrf, PELNI
     return rc;
 }
 
+// Reads tag and length of any element, such as an explicit tag.
+static inline PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag,
+                                           PNV_UINT32* length)
+{
+    static constexpr PELNIC_BER_TAG ANY = {CBC_ANY_CLASS, CBF_ANY_FORM, CBT_ANY_CODE};
+    return readExpectedHeader(pVrf, b, ANY, 0, pTag, length);
+}
+
 // ---- The common beginning and end of every kind
 
 // The octets between start, a result of pelnic_buf_tell, and the cursor.
@@ -258,11 +278,27 @@ public:
         if (isContentOnly(pTempl)) length = *nDecoded;
         return _pnvAsn1ParseContent(pVrf, b_, pTempl, form, code, &tag, &length);
     }
+    // Begins a primitive element.
     PELNIC_ERROR_CODE open(const PELNIC_VRF* pVrf, const void* pObj, const PNV_UINT32* nDecoded,
-                           const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_BER_FORM form, PELNIC_BER_TAG_CODE code)
+                           const PELNIC_ASN1_TEMPLATE* pTempl, PELNIC_BER_TAG_CODE code)
     {
         const PELNIC_ERROR_CODE rc = begin(pObj, nDecoded, pTempl);
-        return rc != 0 ? rc : header(pVrf, nDecoded, pTempl, form, code);
+        return rc != 0 ? rc : header(pVrf, nDecoded, pTempl, CBF_PRIM, code);
+    }
+    // Reads any header that has content behind it, of *headerLength octets.
+    PELNIC_ERROR_CODE peek(const PELNIC_VRF* pVrf, PNV_UINT32* headerLength)
+    {
+        if (readHeader(pVrf, b_, &tag, &length) != 0) return kindCode_;
+        if (length == 0) return PNV_WHY(Value, kindCode_);
+        return measure(headerLength);
+    }
+    // Fills a record of octets.
+    void store(void* pObj, PNV_UINT32 len, PNV_BYTE* octs) const
+    {
+        PELNIC_ASN_OCTS* const pOcts = static_cast<PELNIC_ASN_OCTS*>(pObj);
+        pOcts->len = len;
+        pOcts->tag = tag;
+        pOcts->octs = octs;
     }
     // The octets between the start and the cursor.
     PELNIC_ERROR_CODE measure(PNV_UINT32* octets) const { return consumedSince(b_, start_, kindCode_, octets); }
@@ -288,14 +324,6 @@ private:
 static PELNIC_ERROR_CODE skip(PELNIC_BUF* b, PNV_UINT32 length)
 {
     return pelnic_buf_seek(b, static_cast<PNV_INT32>(length), CBSW_CURRENT);
-}
-
-// Reads tag and length of any element, such as an explicit tag.
-static inline PELNIC_ERROR_CODE readHeader(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PELNIC_BER_TAG* pTag,
-                                           PNV_UINT32* length)
-{
-    constexpr PELNIC_BER_TAG ANY = {CBC_ANY_CLASS, CBF_ANY_FORM, CBT_ANY_CODE};
-    return readExpectedHeader(pVrf, b, ANY, 0, pTag, length);
 }
 
 // The length of an explicit tag is not compared with what the value inside consumes.
@@ -379,7 +407,7 @@ PNV_UINT32 pelnic_dec_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PNV
         if (copy == nullptr) return rc;
     }
     element.keep();
-    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, element.tag, copy};
+    element.store(pObj, length, copy);
     return 0;
 }
 
@@ -412,7 +440,7 @@ static PELNIC_ERROR_CODE decodeOctetsRecord(const PELNIC_VRF* pVrf, PELNIC_BUF* 
     rc = pelnic_malloc(pVrf, &block, PNV_UINT32{sizeof(PELNIC_ASN_OCTS)} + length); // length is below 2^31
     if (rc != 0 || block == nullptr) return rc != 0 ? rc : PELNIC_ERR_ASN_OCTS;
     PELNIC_ASN_OCTS* const pOcts = static_cast<PELNIC_ASN_OCTS*>(block);
-    *pOcts = PELNIC_ASN_OCTS{length, element.tag, length != 0 ? octsBehind(pOcts) : nullptr};
+    element.store(pOcts, length, length != 0 ? octsBehind(pOcts) : nullptr);
     if (length != 0) rc = pelnic_memcpy_s(pVrf, pOcts->octs, length, octs, length);
     if (rc != 0) {
         pelnic_free(pVrf, block);
@@ -456,16 +484,14 @@ PNV_UINT32 pelnic_peek_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     const PELNIC_ASN1_ITEM* const becomes = static_cast<const PELNIC_ASN1_ITEM*>(pTempl->pDefaultVal);
     if (retagged && becomes == nullptr) return PELNIC_ERR_ASN_PEEK_OCTS;
     const PNV_BYTE* const encoding = pelnic_buf_get_point(b);
-    if (readHeader(pVrf, b, &element.tag, &element.length) != 0) return PELNIC_ERR_ASN_PEEK_OCTS;
-    if (element.length == 0) return PNV_WHY(Value, PELNIC_ERR_ASN_PEEK_OCTS);
     PNV_UINT32 headerLength = 0;
-    rc = element.measure(&headerLength);
+    rc = element.peek(pVrf, &headerLength);
     if (rc != 0) return rc;
     const PNV_UINT32 length = headerLength + element.length; // within the input
     PNV_BYTE* const copy = copyOctets(pVrf, encoding, length, PELNIC_ERR_ASN_PEEK_OCTS, &rc);
     if (copy == nullptr) return PELNIC_ERR_ASN_PEEK_OCTS; // of a failed copy, too, whose code octets pass on
     if (retagged) copy[0] = identifierOctet(becomes);
-    *static_cast<PELNIC_ASN_OCTS*>(pObj) = PELNIC_ASN_OCTS{length, element.tag, copy};
+    element.store(pObj, length, copy);
     *nDecoded = 0;
     return 0;
 }
@@ -476,13 +502,10 @@ PNV_UINT32 pelnic_link_oct(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
     Element element(b, PELNIC_ERR_ASN_PEEK_OCTS); // never kept
     PELNIC_ERROR_CODE rc = element.begin(pObj, nDecoded, pTempl);
     if (rc != 0) return rc;
-    if (readHeader(pVrf, b, &element.tag, &element.length) != 0) return PELNIC_ERR_ASN_PEEK_OCTS;
-    if (element.length == 0) return PNV_WHY(Value, PELNIC_ERR_ASN_PEEK_OCTS);
     PNV_UINT32 headerLength = 0;
-    rc = element.measure(&headerLength);
+    rc = element.peek(pVrf, &headerLength);
     if (rc != 0) return rc;
-    *static_cast<PELNIC_ASN_OCTS*>(pObj) =
-        PELNIC_ASN_OCTS{element.length, element.tag, const_cast<PNV_BYTE*>(pelnic_buf_get_point(b))};
+    element.store(pObj, element.length, const_cast<PNV_BYTE*>(pelnic_buf_get_point(b)));
     *nDecoded = headerLength;
     return 0;
 }
@@ -518,7 +541,7 @@ PNV_UINT32 pelnic_dec_bits(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
                            const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     Element element(b, PELNIC_ERR_ASN_BITS);
-    PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBF_PRIM, CBT_BITSTRING);
+    PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBT_BITSTRING);
     if (rc != 0) return rc;
     PNV_BYTE unused = 0;
     if (element.length == 0 || pelnic_buf_get(b, &unused) != 0) return PNV_WHY(Value, PELNIC_ERR_ASN_BITS);
@@ -537,7 +560,11 @@ PNV_UINT32 pelnic_dec_bits(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
         return rc;
     }
     const PNV_UINT64 bitLen = PNV_UINT64{byteLen} * 8 - unused;
-    *static_cast<PELNIC_ASN_BITS*>(pObj) = PELNIC_ASN_BITS{static_cast<PNV_UINT32>(bitLen), element.tag, copy, byteLen};
+    PELNIC_ASN_BITS* const pBits = static_cast<PELNIC_ASN_BITS*>(pObj);
+    pBits->bitLen = static_cast<PNV_UINT32>(bitLen);
+    pBits->tag = element.tag;
+    pBits->bits = copy;
+    pBits->byteLen = byteLen;
     return 0;
 }
 
@@ -554,7 +581,7 @@ PELNIC_ERROR_CODE _pnvDecodeInteger(const PELNIC_VRF* pVrf, PELNIC_BUF* b, PNV_I
 {
     if (code != CBT_INTEGER && code != CBT_ENUM) return PELNIC_ERR_NULL_POINTER;
     Element element(b, PELNIC_ERR_ASN_INT);
-    PELNIC_ERROR_CODE rc = element.open(pVrf, pValue, nDecoded, pTempl, CBF_PRIM, code);
+    PELNIC_ERROR_CODE rc = element.open(pVrf, pValue, nDecoded, pTempl, code);
     if (rc != 0) return rc;
     if (element.length == 0 || element.length > MAX_INT_OCTETS) return PNV_WHY(Value, PELNIC_ERR_ASN_INT);
     const PNV_BYTE* const first = pelnic_buf_get_point(b);
@@ -591,7 +618,7 @@ PNV_UINT32 pelnic_dec_bool(const PELNIC_VRF* pVrf, PELNIC_BUF* b, void* pObj, PN
                            const PELNIC_ASN1_TEMPLATE* pTempl)
 {
     Element element(b, PELNIC_ERR_ASN_BOOL);
-    PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBF_PRIM, CBT_BOOLEAN);
+    PELNIC_ERROR_CODE rc = element.open(pVrf, pObj, nDecoded, pTempl, CBT_BOOLEAN);
     if (rc != 0) return rc;
     PNV_BYTE octet = 0;
     if (element.length != 1 || pelnic_buf_get(b, &octet) != 0) return PNV_WHY(Value, PELNIC_ERR_ASN_BOOL);

@@ -49,7 +49,7 @@ void pelnic_log_callback(const PELNIC_VRF* ctx, PELNIC_LOG_TYPE log_level, const
 template <typename Undo> struct ScopeExit {
     Undo undo;
     bool armed = true;
-    ~ScopeExit()
+    [[gnu::always_inline]] ~ScopeExit() // or the captured variables would have to lie in memory
     {
         if (armed) undo();
     }

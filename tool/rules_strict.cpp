@@ -47,7 +47,7 @@ static bool signersStateContentType(const PELNIC_VRF* pVrf, const PELNIC_PKCS7_S
 // 1.2.840.113549.1.9.16.1.4, id-ct-TSTInfo (RFC 3161, 2.4.2)
 static bool isTstInfo(const PELNIC_ASN_OID& type)
 {
-    constexpr PNV_BYTE TST_INFO[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x10, 0x01, 0x04};
+    static constexpr PNV_BYTE TST_INFO[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x10, 0x01, 0x04};
     if (type.tag.code != CBT_OID || type.len != sizeof TST_INFO) return false;
     for (PNV_UINT32 i = 0; i < type.len; ++i) {
         if (type.octs[i] != TST_INFO[i]) return false;
