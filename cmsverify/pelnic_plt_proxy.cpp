@@ -234,14 +234,16 @@ PNV_TIME_T pelnic_mktime(const PELNIC_VRF*, const PELNIC_DATETIME* date)
     PNV_UINT32 year = date->uYear;
     if (year <= 1900) year += 1900;
     // The year begins in March, so that the leap day is its last.
-    PNV_INT64 month = date->uMonth - 2;
+    PNV_INT32 month = date->uMonth - 2;
     if (month < 1) {
         month += 12;
         year -= 1;
     }
-    const PNV_INT64 days =
-        PNV_INT64{year / 4 - year / 100 + year / 400} + 367 * month / 12 + date->uDay + PNV_INT64{year} * 365 - 719499;
-    return ((days * 24 + date->uHour) * 60 + date->uMinute) * 60 + date->uSecond;
+    // Year, month and day have 16, 8 and 8 bits: days and hours fit into 32.
+    const PNV_INT32 days = static_cast<PNV_INT32>(year / 4 - year / 100 + year / 400 + year * 365) + 367 * month / 12 +
+                           date->uDay - 719499;
+    const PNV_INT64 hours = days * 24 + date->uHour;
+    return (hours * 60 + date->uMinute) * 60 + date->uSecond;
 }
 
 PELNIC_ERROR_CODE pelnic_md_ctx_create(const PELNIC_VRF* ctx, PELNIC_CRYPTO_MD_CTX* out)
