@@ -196,12 +196,8 @@ PELNIC_ERROR_CODE _pnvCheckCertIssuer(const PELNIC_VRF* ctx, const PELNIC_X509_C
     if (rc != 0) return rc;
     rc = requireKeyUsage(ctx, candidate, PNV_KU_KEY_CERT_SIGN);
     if (rc != 0) return rc;
-    PELNIC_PUBKEY* pPubKey = nullptr;
-    rc = pelnic_decode_pubkey(ctx, candidate->toBeSigned->subjectPubKey, &pPubKey);
-    if (rc != 0) return rc;
     PNV_BOOL verified = 0;
-    rc = pelnic_x509_cert_verify(ctx, cert, pPubKey, &verified);
-    pelnic_free_pubkey(ctx, pPubKey);
+    rc = _pnvVerifyWithKeyOf(ctx, cert, candidate, &verified);
     if (rc != 0) return rc;
     if (verified != 1) return PELNIC_ERR_CERT_SIGNATURE;
     // Recorded for good, so not if a failing callback may have hidden an earlier candidate.
@@ -384,7 +380,7 @@ static PELNIC_ERROR_CODE walkChain(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert
 // Why no CRL could be used. A remembered failure is reported again, under the name of the search that found it.
 static void reportNoCrl(PELNIC_VRF* ctx, PELNIC_ERROR_CODE rc)
 {
-    constexpr PNV_CHAR SEARCH[] = "_pnvFindBestCrlOfCert";
+    static constexpr PNV_CHAR SEARCH[] = "_pnvFindBestCrlOfCert";
     if (rc == PELNIC_ERR_CRL_NOT_FOUND) {
         pelnic_log_callback(ctx, PELNIC_LOG_TYPE_ERROR, __FILE__, __LINE__, SEARCH, 0,
                             "Can't find CRL for certificate.");

@@ -17,12 +17,8 @@ PELNIC_ERROR_CODE pelnic_x509_is_self_signed(const PELNIC_VRF* pVrf, const PELNI
     }
     const PELNIC_X509_CERTINFO* const tbs = pCert->toBeSigned;
     if (pelnic_compare_x509_name(pVrf, tbs->subject, tbs->issuer) != 0) return 0;
-    PELNIC_PUBKEY* pPubKey = nullptr;
-    PELNIC_ERROR_CODE rc = pelnic_decode_pubkey(pVrf, tbs->subjectPubKey, &pPubKey);
-    if (rc != 0) return rc;
     PNV_BOOL verified = 0;
-    rc = pelnic_x509_cert_verify(pVrf, pCert, pPubKey, &verified);
-    pelnic_free_pubkey(pVrf, pPubKey);
+    const PELNIC_ERROR_CODE rc = _pnvVerifyWithKeyOf(pVrf, pCert, pCert, &verified);
     if (rc != 0) return rc;
     if (verified == 1) {
         *isSelfSigned = 1;

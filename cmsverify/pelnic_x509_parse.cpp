@@ -23,18 +23,26 @@ static PNV_UINT32 encodedLength(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded,
     return tagOctets + lengthOctets + content;
 }
 
-// A certificate or CRL with its first reference.
-template <const PELNIC_ASN1_ITEM& item, typename Record>
-static PELNIC_ERROR_CODE decodeCounted(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded, PNV_UINT32 length,
-                                       Record** ppRecord, PNV_UINT32* bytesDecoded)
+// The first object of an input; *bytesDecoded is the length of its encoding.
+static PELNIC_ERROR_CODE decodeFirst(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded, PNV_UINT32 length,
+                                     const PELNIC_ASN1_ITEM* item, void** ppRecord, PNV_UINT32* bytesDecoded)
 {
-    if (ppRecord == nullptr || bytesDecoded == nullptr) return PELNIC_ERR_NULL_POINTER;
+    if (bytesDecoded == nullptr) return PELNIC_ERR_NULL_POINTER;
     PNV_UINT32 consumed = 0;
-    const PELNIC_ERROR_CODE rc = _pnvDecode<item>(pVrf, encoded, length, 0, ppRecord, &consumed);
-    if (rc != 0) return rc;
-    (*ppRecord)->iRef = 1;
-    *bytesDecoded = encodedLength(pVrf, encoded, length);
-    return 0;
+    const PELNIC_ERROR_CODE rc = pelnic_asn_decode(pVrf, encoded, length, item, 0, ppRecord, &consumed);
+    if (rc == 0) *bytesDecoded = encodedLength(pVrf, encoded, length);
+    return rc;
+}
+
+// A certificate or CRL with its first reference.
+template <const PELNIC_ASN1_ITEM& item>
+static PELNIC_ERROR_CODE decodeCounted(const PELNIC_VRF* pVrf, const PNV_BYTE* encoded, PNV_UINT32 length,
+                                       typename RecordOf<item>::type** ppRecord, PNV_UINT32* bytesDecoded)
+{
+    const PELNIC_ERROR_CODE rc =
+        decodeFirst(pVrf, encoded, length, &item, reinterpret_cast<void**>(ppRecord), bytesDecoded);
+    if (rc == 0) (*ppRecord)->iRef = 1;
+    return rc;
 }
 
 PELNIC_ERROR_CODE pelnic_x509_decode_cert(const PELNIC_VRF* pVrf, const PNV_BYTE* pbEncodedCert,
@@ -147,19 +155,27 @@ void pelnic_free_pubkey(const PELNIC_VRF* pVrf, PELNIC_PUBKEY* pPubKey)
     pelnic_free(pVrf, pPubKey);
 }
 
+struct ExtensionType {
+    PELNIC_AOIDS id;
+    const PELNIC_ASN1_ITEM* item; // of the value
+};
+constexpr ExtensionType EXTENSION_TYPES[] = {
+    {AOID_CE_AUTHORITYKEYIDENTIFIER, &PELNIC_X509_AUTHORITY_KID_item},
+    {AOID_CE_SUBJECTKEYIDENTIFIER, &PELNIC_ASN_OCTS_item},
+    {AOID_CE_KEYUSAGE, &PELNIC_ASN_BITS_item},
+    {AOID_CE_BASICCONSTRAINTS, &PELNIC_X509_BASIC_CONSTRAINTS_item},
+    {AOID_CE_EXTKEYUSAGE, &PELNIC_ASN_OID_BUNDLE_item},
+    {AOID_CE_ISSUINGDISTRIBUTIONPOINT, &PELNIC_X509_ISSUING_DIST_POINT_item},
+    {AOID_CE_CRLREASONS, &PELNIC_ASN_ENUM_item},
+};
+
 // The item of an extension's value, or null.
 static const PELNIC_ASN1_ITEM* extensionItem(PELNIC_AOIDS extenId)
 {
-    switch (extenId) {
-    case AOID_CE_AUTHORITYKEYIDENTIFIER: return &PELNIC_X509_AUTHORITY_KID_item;
-    case AOID_CE_SUBJECTKEYIDENTIFIER: return &PELNIC_ASN_OCTS_item;
-    case AOID_CE_KEYUSAGE: return &PELNIC_ASN_BITS_item;
-    case AOID_CE_BASICCONSTRAINTS: return &PELNIC_X509_BASIC_CONSTRAINTS_item;
-    case AOID_CE_EXTKEYUSAGE: return &PELNIC_ASN_OID_BUNDLE_item;
-    case AOID_CE_ISSUINGDISTRIBUTIONPOINT: return &PELNIC_X509_ISSUING_DIST_POINT_item;
-    case AOID_CE_CRLREASONS: return &PELNIC_ASN_ENUM_item;
-    default: return nullptr;
+    for (const ExtensionType& type : EXTENSION_TYPES) {
+        if (type.id == extenId) return type.item;
     }
+    return nullptr;
 }
 
 PELNIC_ERROR_CODE pelnic_decode_x509_extension(const PELNIC_VRF* pVrf, const PELNIC_X509_EXTENSION_ENTRY* pExtnEntry,

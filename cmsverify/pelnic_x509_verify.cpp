@@ -34,6 +34,17 @@ PELNIC_ERROR_CODE pelnic_x509_cert_verify(const PELNIC_VRF* pVrf, const PELNIC_X
     return verify(pVrf, object, pPubKey, pResult);
 }
 
+PELNIC_ERROR_CODE _pnvVerifyWithKeyOf(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT* pCert,
+                                      const PELNIC_X509_CERT* pIssuer, PNV_BOOL* pResult)
+{
+    PELNIC_PUBKEY* pPubKey = nullptr;
+    PELNIC_ERROR_CODE rc = pelnic_decode_pubkey(pVrf, pIssuer->toBeSigned->subjectPubKey, &pPubKey);
+    if (rc != 0) return rc;
+    rc = pelnic_x509_cert_verify(pVrf, pCert, pPubKey, pResult);
+    pelnic_free_pubkey(pVrf, pPubKey);
+    return rc;
+}
+
 PELNIC_ERROR_CODE pelnic_x509_crl_verify(const PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl,
                                          const PELNIC_PUBKEY* pPubKey, PNV_BOOL* pResult)
 {

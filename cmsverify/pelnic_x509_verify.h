@@ -10,6 +10,9 @@
 // PELNIC_ERR_CERT_VERIFY if inner and outer algorithm differ.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_x509_cert_verify(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT* pCert,
                                                         const PELNIC_PUBKEY* pPubKey, PNV_BOOL* pResult);
+// The same with the key of a certificate: its issuer's, or its own.
+[[nodiscard]] PELNIC_ERROR_CODE _pnvVerifyWithKeyOf(const PELNIC_VRF* pVrf, const PELNIC_X509_CERT* pCert,
+                                                    const PELNIC_X509_CERT* pIssuer, PNV_BOOL* pResult);
 // PELNIC_ERR_FAILED if inner and outer algorithm differ.
 [[nodiscard]] PELNIC_ERROR_CODE pelnic_x509_crl_verify(const PELNIC_VRF* pVrf, const PELNIC_X509_CRL* pCrl,
                                                        const PELNIC_PUBKEY* pPubKey, PNV_BOOL* pResult);

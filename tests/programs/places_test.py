@@ -17,7 +17,7 @@ def want(names, place):
     missing.extend(f"{place} lacks {name}" for name in names if name not in text)
 
 
-extensions = re.findall(r"case AOID_CE_(\w+): return &", read("cmsverify/pelnic_x509_parse.cpp"))
+extensions = re.findall(r"{AOID_CE_(\w+), &", read("cmsverify/pelnic_x509_parse.cpp"))
 want([f"AOID_CE_{name}," for name in extensions], "tests/modules/pelnic_x509_parse_test.cpp")
 for tables in ("x509", "cms"):
     items = re.findall(r"^PNV_DECLARE_ITEM\((\w+),", read(f"cmsverify/pelnic_{tables}_templ.h"), re.M)
