@@ -76,7 +76,9 @@ Input openInput(const std::string& path)
         inputs.insert(identityOf(input.status));
     } else if (!isNull && (!isStandard || S_ISDIR(input.status.st_mode))) {
         throw UserError("cannot read " + path + ": it " + kindOf(input.status.st_mode) + ", not a regular file",
-                        "read another command's output from standard input, which is called -");
+                        S_ISDIR(input.status.st_mode)
+                            ? "name a file; pkgtool verify -r takes all files below a directory"
+                            : "read another command's output from standard input, which is called -");
     }
     return input;
 }
