@@ -256,6 +256,8 @@ TEST_F(PkgtoolFiles, WhatIsNoFileIsRefusedWithoutWaiting)
                                                           {room_.Path("missing"), ": No such file"}};
     const std::string none = room_.Path("none");
     for (const auto& [path, message] : inputs) ExpectTrouble(Run({"list", path}), path + message);
+    EXPECT_TRUE(Contains(Run({"list", room_.Path("")}).err, "\nhint: name a file; pkgtool verify -r takes all files "));
+    EXPECT_TRUE(Contains(Run({"list", fifo}).err, "\nhint: read another command's output from standard input"));
     for (const Words& command : {Words{"inspect", fifo},
                                  {"explain", fifo},
                                  {"lint", fifo},
