@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <regex>
 
 namespace pnvtest {
@@ -151,14 +153,20 @@ TEST(PkgtoolCode, TableIsTheHeaders)
     const std::string header = ReadProjectFile("cmsverify/include/pelnic_cms_verify.h");
     const std::regex define(
         R"((?:/\* ([^\n]*) \*/\n)?#define (PELNIC_ERR_\w+) (0x[0-9A-F]{8})u *(?:/\* ([^\n]*) \*/)?\n)");
-    std::ptrdiff_t defines = 0;
+    std::vector<std::string> values;
+    std::vector<std::string> lines;
     for (std::sregex_iterator it(header.begin(), header.end(), define), end; it != end; ++it) {
         const std::smatch& match = *it;
-        const ProcessResult run = RunCode({match[3]});
         const std::string meaning = match[4].matched ? match[4] : match[1];
-        EXPECT_NE(run.out.find(" " + match[2].str() + ": " + meaning + "\n"), std::string::npos) << run.out << run.err;
-        ++defines;
+        std::string value = match[3];
+        std::transform(value.begin(), value.end(), value.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        values.push_back(value);
+        lines.push_back(value + " " + match[2].str() + ": " + meaning + "\n");
     }
+    const std::string out = "\n" + RunCode(values).out;
+    for (const std::string& line : lines) EXPECT_NE(out.find("\n" + line), std::string::npos) << line;
+    const auto defines = static_cast<std::ptrdiff_t>(lines.size());
     EXPECT_EQ(defines, CountOf(header, "#define PELNIC_ERR_"));
     EXPECT_EQ(defines, CountOf(RunCode({"--markdown"}).out, "| `0x"));
 }
