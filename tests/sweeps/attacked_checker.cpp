@@ -1,7 +1,7 @@
 // The checker attacked from inside its process: its n-th allocation fails, libcrypto's included, once and from there
 // on, and the package changes while it is read. A program of its own, linked with either checker, because libcrypto
 // takes another allocator only before it is used: each run is a process, forked before libcrypto has done anything. The
-// build puts the functions below in the place of malloc and read.
+// build puts the functions below in the place of malloc, calloc and read.
 #include "pkgcheck.h"
 #include "rules.h"
 #include "support/effort.h"
@@ -26,6 +26,8 @@ extern "C" void __gcov_dump() __attribute__((weak));
 extern "C" {
 void* __real_malloc(size_t size);
 void* __wrap_malloc(size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __wrap_calloc(size_t count, size_t size);
 ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __wrap_read(int fd, void* buffer, size_t size);
 }
@@ -75,6 +77,11 @@ void Release(void* block, const char*, int)
 void* __wrap_malloc(size_t size)
 {
     return pnvtest::IsDenied() ? nullptr : __real_malloc(size);
+}
+
+void* __wrap_calloc(size_t count, size_t size)
+{
+    return pnvtest::IsDenied() ? nullptr : __real_calloc(count, size);
 }
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size)
@@ -190,7 +197,7 @@ private:
         Random random(Seed());
         std::set<std::size_t> chosen;
         for (std::size_t nth = 1; LongForm() && nth <= all; ++nth) chosen.insert(nth);
-        while (chosen.size() < kSample) chosen.insert(1 + random.Below(all));
+        while (chosen.size() < std::min(kSample, all)) chosen.insert(1 + random.Below(all));
         return chosen;
     }
 
@@ -303,6 +310,30 @@ TEST_F(AttackedChecker, WithoutMemoryRefusesSignedAttributesReplayedAsAPayload)
         const Bytes attributes = Set(Content(genuine, {1, 0, 4, 0, 3}));
         return SignedPackage(attributes, Replace(genuine, {1, 0, 4, 0, 3}, {}), Pki().Crls());
     });
+    FailAllocations(StrictlyRefused());
+}
+
+PackageSpec OneSubFile()
+{
+    PackageSpec package;
+    package.subFiles = {{subfile::payload, kPayload}};
+    return package;
+}
+
+TEST_F(AttackedChecker, WithoutMemoryForThePackageRefusesIt)
+{
+    Package(OneSubFile);
+    EXPECT_EQ(Run({}).status, StrictlyRefused());
+    EXPECT_EQ(Run({1, FaultMode::Once}).status, kRefused); // the first allocation is the package's
+    Package(Good);
+    EXPECT_EQ(Run({1, FaultMode::Once}).status, kRefused);
+}
+
+TEST_F(AttackedChecker, WithoutMemoryRefusesPackagesWithoutSignature)
+{
+    Package(OneSubFile);
+    FailAllocations(StrictlyRefused());
+    Package([] { return SignedPackage(kPayload, {}, Pki().Crls()); });
     FailAllocations(StrictlyRefused());
 }
 
