@@ -88,7 +88,7 @@ void CollectProblems(std::size_t heldBlocks, std::size_t size, std::vector<std::
         problems->push_back(std::to_string(run.arena.LiveBlocks()) + " blocks and handles are left instead of " +
                             std::to_string(heldBlocks));
     }
-    if (run.arena.PeakBytes() > kFixedMemory + kMemoryPerOctet * size) {
+    if (run.arena.PeakBytes() > kFixedMemory + kMemoryPerOctet * size + run.claimed) {
         problems->push_back(std::to_string(run.arena.PeakBytes()) + " octets of memory for " + std::to_string(size) +
                             " of input");
     }
@@ -102,6 +102,7 @@ Outcome RunInput(const Target& target, Crypto crypto, const std::uint8_t* data, 
     Run& run = TheRun();
     run.crypto = crypto;
     run.problems.clear();
+    run.claimed = 0;
     run.checks = 0;
     Outcome outcome{false, {}};
     try {
