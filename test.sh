@@ -15,7 +15,7 @@ for preset; do
     }
 done
 
-echo "On a bare Debian 12 this installs some 170 packages (300 MB to download, 1.4 GB on disk); all presets take about 25"
+echo "On a bare Debian 12 this installs some 180 packages (320 MB to download, 1.5 GB on disk); all presets take about 20"
 echo "minutes on two cores."
 cmake/install-packages.sh cmake ninja-build pkgconf g++ clang libssl-dev libsafec-dev libgtest-dev googletest \
     g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user-static openssl strace faketime \
