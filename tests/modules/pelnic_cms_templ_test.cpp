@@ -6,8 +6,6 @@
 #include "support/vrf.h"
 #include "support/x509.h"
 
-#include <algorithm>
-
 namespace pnvtest {
 namespace {
 
@@ -107,23 +105,6 @@ TEST(CmsTable, ContentCanOnlyBeSignedData)
     const auto& entry = *static_cast<const PELNIC_ASN1_ANY_MAP*>(any.asn_templ);
     EXPECT_EQ(entry.iAnyId, AOID_PKCS7_SIGNEDDATA);
     EXPECT_EQ(entry.pstAnyTempl->asn1_item, &PELNIC_PKCS7_SIGNED_DATA_item);
-}
-
-// How many types stand inside each other at most. Nothing bounds the decoder's recursion but that it ends.
-std::size_t Depth(const PELNIC_ASN1_ITEM* item, std::vector<const PELNIC_ASN1_ITEM*> around = {})
-{
-    if (item->asn_templ == nullptr) return around.size() + 1;
-    if (std::find(around.begin(), around.end(), item) != around.end()) return SIZE_MAX;
-    around.push_back(item);
-    std::size_t deepest = 0;
-    for (PNV_UINT32 i = 0; i < item->templ_count; ++i) {
-        const PELNIC_ASN1_TEMPLATE* row = static_cast<const PELNIC_ASN1_TEMPLATE*>(item->asn_templ) + i;
-        if (item->asn_func == &g_pnvAsnFuncAny) {
-            row = static_cast<const PELNIC_ASN1_ANY_MAP*>(item->asn_templ)[i].pstAnyTempl;
-        }
-        deepest = std::max(deepest, Depth(row->asn1_item, around));
-    }
-    return deepest;
 }
 
 TEST(CmsTable, HasNoTypeInsideItself)

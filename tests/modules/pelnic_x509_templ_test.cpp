@@ -161,6 +161,17 @@ TEST_P(X509Table, FieldsFollowTheEncoding)
     }
 }
 
+TEST(X509Types, HaveNoTypeInsideItself)
+{
+    EXPECT_EQ(Depth(&PELNIC_X509_CERT_item), 6u); // down to an attribute's value in a name
+    EXPECT_EQ(Depth(&PELNIC_X509_CRL_item), 7u);  // down to an extension of an entry
+    for (const PELNIC_ASN1_ITEM* item :
+         {&PELNIC_X509_BASIC_CONSTRAINTS_item, &PELNIC_X509_AUTHORITY_KID_item, &PELNIC_X509_ISSUING_DIST_POINT_item,
+          &PELNIC_ASN_OID_BUNDLE_item, &PELNIC_RSA_PUBKEY_item}) {
+        EXPECT_EQ(Depth(item), 2u);
+    }
+}
+
 // ---- Bundles ----
 
 // Only the operations for one certificate or CRL count references: what lies in a bundle belongs to the bundle.

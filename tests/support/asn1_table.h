@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
+
 namespace pnvtest {
 
 struct Tagging {
@@ -88,6 +91,23 @@ inline void ExpectTable(const Table& expected)
     ASSERT_EQ(item.templ_count, expected.rows.size());
     const auto* const rows = static_cast<const PELNIC_ASN1_TEMPLATE*>(item.asn_templ);
     for (std::size_t i = 0; i < expected.rows.size(); ++i) ExpectRow(rows[i], expected.rows[i]);
+}
+
+// How many types stand inside each other at most. Nothing bounds the decoder's recursion but that it ends.
+inline std::size_t Depth(const PELNIC_ASN1_ITEM* item, std::vector<const PELNIC_ASN1_ITEM*> around = {})
+{
+    if (item->asn_templ == nullptr) return around.size() + 1;
+    if (std::find(around.begin(), around.end(), item) != around.end()) return SIZE_MAX;
+    around.push_back(item);
+    std::size_t deepest = 0;
+    for (PNV_UINT32 i = 0; i < item->templ_count; ++i) {
+        const PELNIC_ASN1_TEMPLATE* row = static_cast<const PELNIC_ASN1_TEMPLATE*>(item->asn_templ) + i;
+        if (item->asn_func == &g_pnvAsnFuncAny) {
+            row = static_cast<const PELNIC_ASN1_ANY_MAP*>(item->asn_templ)[i].pstAnyTempl;
+        }
+        deepest = std::max(deepest, Depth(row->asn1_item, around));
+    }
+    return deepest;
 }
 
 } // namespace pnvtest
