@@ -38,11 +38,18 @@ inline const Json& elementOf(const Json& array, std::size_t i)
     return array.is_array() && i < array.size() ? array[i] : NO_VALUE;
 }
 
+// Names are not always UTF-8; invalid octets are replaced. Only ASCII is printed, because JSON on a terminal can do as
+// much harm as any other text.
+inline std::string dump(const Json& json, int indent = 2)
+{
+    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
+}
+
 // A value for people: names come from packages, and go to a terminal.
 inline std::string textOf(const Json& value)
 {
     if (value.is_null()) return "?";
-    return printable(value.is_string() ? value.get<std::string>() : value.dump());
+    return printable(value.is_string() ? value.get<std::string>() : dump(value, -1));
 }
 
 // A report's time in seconds; none for any other value.
@@ -53,13 +60,6 @@ inline std::optional<std::time_t> secondsOf(const Json& time)
         return std::nullopt;
     }
     return timegm(&utc);
-}
-
-// Names are not always UTF-8; invalid octets are replaced. Only ASCII is printed, because JSON on a terminal can do as
-// much harm as any other text.
-inline std::string dump(const Json& json, int indent = 2)
-{
-    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
 }
 
 inline void print(const Json& json)

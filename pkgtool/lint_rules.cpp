@@ -257,14 +257,14 @@ void lintCertificates(const Contents& contents, const Json& certificates, const 
 // A CA that got a new key under its old name: one of its certificates may go unchecked.
 void lintRenewedCas(const Contents& contents, Findings& findings)
 {
-    std::map<std::string, int> cas;
+    std::map<Json, int> cas; // names as they are: not all of them are UTF-8
     for (const auto& [signedPart, object] : contents.objects) {
-        if (object.contains("is_ca") && object["is_ca"] == true) ++cas[object["subject"].dump()];
+        if (object.contains("is_ca") && object["is_ca"] == true) ++cas[object["subject"]];
     }
     for (const auto& [name, count] : cas) {
         if (count < 2) continue;
         findings.push_back({"ca-twice", Severity::Warning, "/sub_files",
-                            "there are several certificates of the CA " + briefName(Json::parse(name)) +
+                            "there are several certificates of the CA " + briefName(name) +
                                 ": a CRL by one key covers certificates by another, whose CA is not checked"});
     }
 }

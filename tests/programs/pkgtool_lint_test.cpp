@@ -258,6 +258,24 @@ TEST_F(PkgtoolLint, FindsACarriedRootAndACaWithTwoKeys)
     ExpectFound(Package(cms), kWarnings, {"ca-twice"});
 }
 
+// No octet of them is UTF-8.
+TEST_F(PkgtoolLint, KnowsCasApartWhoseNamesAreNotUtf8)
+{
+    CmsSpec cms = DemoCms(pki_);
+    const auto add = [&](const Bytes& name, KeyId key) {
+        CertSpec ca = pki_.signingCa;
+        ca.subject = Name(NameAttr(oid::commonName, Tlv(0x0C, name)));
+        ca.serial = Cat(Bytes{0x01}, name, Bytes{static_cast<std::uint8_t>(key)});
+        ca.key = key;
+        cms.certificates.push_back(Build(ca));
+    };
+    add({0xA3}, KeyId::Rsa2048G);
+    add({0xA4}, KeyId::Rsa2048G);
+    ExpectFound(Package(cms), kWarnings, {"ca-carried", "read-by-checker-alone"});
+    add({0xA3}, KeyId::Rsa2048F);
+    ExpectFound(Package(cms), kWarnings, {"ca-carried", "ca-twice", "read-by-checker-alone"});
+}
+
 TEST_F(PkgtoolLint, FindsAWeakKey)
 {
     CmsSpec cms = DemoCms(pki_);
