@@ -12,7 +12,7 @@ import subprocess
 import sys
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent.parent
-SOURCES = ("cmsverify", "tool", "pkgtool")
+SOURCES = ("cmsverify", "tool")  # the figures are about library and checker
 NUMBER = r"([\d,.]+(?: million)?)"
 # What it is, how SECURITY.md states it, and how the logs tell it; the numbers of all their lines are added up.
 FIGURES = (
@@ -25,6 +25,8 @@ FIGURES = (
      r"\[   SWEPT  \] allocations of the checker that failed.*: (\d+)"),
     ("packages before four judges", NUMBER + r" packages before four judges",
      r"\[   SWEPT  \] packages that four judged.*: (\d+)"),
+    ("decoded beside a model", NUMBER + r" decodings, 0 differences", r"\[   SWEPT  \] decoded: (\d+)"),
+    ("PKIs beside a model", NUMBER + r" random PKIs", r"\[   SWEPT  \] PKIs: (\d+)"),
     ("inputs fuzzed", NUMBER + r" inputs", r"^(\d+) executions$"),
     ("mistakes in the code", r"of " + NUMBER + r" sampled", r"^\d+ mutants, (\d+) tried"),
 )
