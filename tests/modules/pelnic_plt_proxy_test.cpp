@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <utility>
 
 namespace pnvtest {
 namespace {
@@ -395,6 +396,23 @@ TEST_F(CarvingTest, PassesOnThatThereIsNoMemory)
     EXPECT_EQ(vrf_->nCallbackFaults, 1u);
     EXPECT_EQ(pelnic_malloc(vrf_, &octets, 0xFFFFFFFF), PELNIC_ERR_SYS_MEM_ALLOC);
     EXPECT_EQ(octets, nullptr);
+    Take(8);
+    EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u);
+}
+
+TEST_F(CarvingTest, TakesASuccessWithoutABlockForMissingMemory)
+{
+    const Carving carving(vrf_, &blocks_);
+    auto& malloc = vrf_->callback_funcs.plt_funcs.sys_funcs.mem_funcs.malloc;
+    const auto usual = std::exchange(malloc, [](void** out, PNV_UINT32) -> PELNIC_ERROR_CODE {
+        *out = nullptr;
+        return 0;
+    });
+    void* octets = &blocks_;
+    EXPECT_EQ(pelnic_malloc(vrf_, &octets, 8), PELNIC_ERR_SYS_MEM_ALLOC);
+    EXPECT_EQ(octets, nullptr);
+    EXPECT_EQ(blocks_.pNewest, nullptr);
+    malloc = usual;
     Take(8);
     EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u);
 }

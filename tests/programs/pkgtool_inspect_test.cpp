@@ -113,6 +113,12 @@ TEST_F(PkgtoolInspect, ShowsCrls)
     EXPECT_EQ(pem["form"], "PEM");
     EXPECT_EQ(pem["crls"].size(), 1u);
     EXPECT_EQ(pem["certificates"].size(), 1u);
+
+    // A label that the checker does not look for.
+    package.subFiles[2].content = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("CRL", Build(pki_.signingCrl)));
+    Json foreign = InspectJson(package)["sub_files"][2]["content"]["crls"][1];
+    EXPECT_EQ(foreign["read_by"], "openssl");
+    EXPECT_EQ(foreign["revoked"], der["crls"][1]["revoked"]);
 }
 
 // As sha256sum and openssl tell them of the same octets, DER or PEM.

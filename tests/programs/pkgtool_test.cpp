@@ -299,6 +299,9 @@ TEST_F(Pkgtool, ReadsKeysInEveryForm)
     ExpectUserError(SignCommand(encrypted + others, "none"), "is encrypted", "--pass");
     ExpectUserError(SignCommand(encrypted + others + Words{"--pass", "test-only"}, "none"), "env:NAME or file:PATH",
                     "every user of the machine");
+    EXPECT_NE(Run(SignCommand(encrypted + others + Words{"--pass", "env:NO_PASSWORD"}))
+                  .err.find("password env:NO_PASSWORD: no such environment variable"),
+              std::string::npos);
     EXPECT_NE(Run(SignCommand(pkcs12 + others + Words{"--pass", "env:PASSWORD"}), {"PASSWORD=wrong"})
                   .err.find("the password does not open"),
               std::string::npos);

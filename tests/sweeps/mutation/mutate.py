@@ -286,9 +286,9 @@ def main():
     tests.explore(state, arguments.jobs)
     reached = tests.reaching
 
-    # Arguments of two types are no site, which shows where none is reached.
+    # Arguments of two types are no site, nor is a length's address, which shows where none is reached.
     numbers = [number for number, mutant in enumerate(found)
-               if mutant and (number in reached or not mutant[2].startswith("swap"))]
+               if mutant and (number in reached or not mutant[2].startswith(("swap", "length")))]
     total = len(numbers)
     if arguments.sample:
         numbers = sorted(random.Random(arguments.seed).sample(numbers, min(arguments.sample, len(numbers))))
