@@ -37,7 +37,8 @@ Progress::~Progress()
 // ", 42 %", or nothing.
 std::string Progress::share() const
 {
-    return total_ == 0 ? "" : ", " + std::to_string(std::uint64_t{done_} * 100 / total_) + " %";
+    if (total_ == 0) return "";
+    return ", " + std::to_string(std::uint64_t{done_} * 100 / total_) + " %";
 }
 
 void Progress::tell()

@@ -31,12 +31,13 @@ protected:
         bad_ = dir_.Write("bad", Build(SignedPackage(Text("another image"), cms, pki.Crls())));
     }
 
-    // By a shell that sets things up and then becomes the checker: script says how, and "$@" is the checker.
+    // By a shell that sets things up and then becomes the checker: script says how, and "$@" is the checker. What the
+    // tests were started with is closed, so that each test knows which descriptors there are.
     static ProcessResult Under(const std::string& script, const std::string& path,
                                const std::vector<std::string>& environment = {})
     {
         std::vector<std::string> argv = ForTarget({PkgcheckTestRootPath(), path});
-        argv.insert(argv.begin(), {"sh", "-c", script, "sh"});
+        argv.insert(argv.begin(), {"sh", "-c", "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; " + script, "sh"});
         return RunProcess(argv, environment, std::chrono::seconds(60));
     }
     void ExpectTheTruth(const std::string& script, const std::vector<std::string>& environment = {}) const
