@@ -66,7 +66,7 @@ struct Run {
     std::vector<Lie> lies{};
     std::map<std::string, std::vector<std::uint8_t>> files{}; // what fopen finds, by path
 
-    std::size_t claimed = 0; // octets that files do not hold: the library makes room for them before it reads
+    PNV_UINT64 claimed = 0; // octets that files do not hold: the library makes room for them before it reads
 
     std::vector<std::string> problems{}; // what the library did wrong
     std::size_t checks = 0;              // signature checks that came to an answer
