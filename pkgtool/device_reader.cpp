@@ -16,6 +16,7 @@
 #include "cmsverify/pelnic_x509_cert.h"
 #include "cmsverify/pelnic_x509_crl.h"
 #include "cmsverify/pelnic_x509_utils.h"
+#include "text.h"
 
 namespace pkgtool {
 

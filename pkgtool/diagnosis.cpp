@@ -7,6 +7,7 @@
 #include "requirements.h"
 
 #include "cmsverify/cms_verify_input.h"
+#include "text.h"
 
 #include <algorithm>
 #include <functional>

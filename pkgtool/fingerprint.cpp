@@ -2,6 +2,7 @@
 
 #include "container.h"
 #include "openssl.h"
+#include "text.h"
 
 #include <optional>
 

@@ -1,6 +1,7 @@
 #include "html.h"
 
 #include "contents.h"
+#include "text.h"
 
 #include <algorithm>
 #include <ctime>

@@ -2,14 +2,14 @@
 #ifndef PKGTOOL_JSON_H
 #define PKGTOOL_JSON_H
 
-#include "text.h"
-
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
 #include <ctime>
 #include <optional>
 #include <string>
+
+// Compiled once, in json.cpp: instantiated in each source, it was half of what there was to compile.
+extern template class nlohmann::basic_json<nlohmann::ordered_map>;
 
 namespace pkgtool {
 
@@ -40,32 +40,15 @@ inline const Json& elementOf(const Json& array, std::size_t i)
 
 // Names are not always UTF-8; invalid octets are replaced. Only ASCII is printed, because JSON on a terminal can do as
 // much harm as any other text.
-inline std::string dump(const Json& json, int indent = 2)
-{
-    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
-}
+std::string dump(const Json& json, int indent = 2);
 
 // A value for people: names come from packages, and go to a terminal.
-inline std::string textOf(const Json& value)
-{
-    if (value.is_null()) return "?";
-    return printable(value.is_string() ? value.get<std::string>() : dump(value, -1));
-}
+std::string textOf(const Json& value);
 
 // A report's time in seconds; none for any other value.
-inline std::optional<std::time_t> secondsOf(const Json& time)
-{
-    std::tm utc{};
-    if (!time.is_string() || strptime(time.get<std::string>().c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc) == nullptr) {
-        return std::nullopt;
-    }
-    return timegm(&utc);
-}
+std::optional<std::time_t> secondsOf(const Json& time);
 
-inline void print(const Json& json)
-{
-    printf("%s\n", dump(json).c_str());
-}
+void print(const Json& json);
 
 } // namespace pkgtool
 

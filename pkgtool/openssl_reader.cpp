@@ -5,6 +5,7 @@
 #include "der.h"
 #include "error.h"
 #include "openssl.h"
+#include "text.h"
 #include "timestamp.h"
 
 #include <openssl/core_names.h>

@@ -2,6 +2,7 @@
 
 #include "cmsverify/include/pelnic_cms_witness.h"
 #include "cmsverify/pelnic_witness.h"
+#include "text.h"
 
 #include <array>
 

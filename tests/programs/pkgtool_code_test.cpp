@@ -1,10 +1,10 @@
 // pkgtool code, its table and the document made from it, held against the public header.
+#include "programs/pkgtool_json.h"
 #include "support/paths.h"
 #include "support/process.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -43,8 +43,7 @@ TEST(PkgtoolCode, ReadsAReason)
               "decided by the dates of a certificate, of signer 1, certificate with a serial number that ends in 0A0B, "
               "judged at 2026-01-02T18:16:32Z\n");
     EXPECT_NE(run.out.find("0x88200014 PELNIC_ERR_CERT_EXPIRED"), std::string::npos) << run.out;
-    const nlohmann::json answer =
-        nlohmann::json::parse(RunCode({"--json", "device: reason " + reason}).out)["codes"][0];
+    const Json answer = ParseJson(RunCode({"--json", "device: reason " + reason}).out)["codes"][0];
     EXPECT_EQ(answer["code"], "0x88200014");
     EXPECT_EQ(answer["reason"]["operation"], "0x88200009");
     EXPECT_EQ(answer["reason"]["serial"], "0A0B");
@@ -121,7 +120,7 @@ TEST(PkgtoolCode, ReadsALogOnStandardInput)
 TEST(PkgtoolCode, AnswersSeveralInJson)
 {
     const ProcessResult run = RunCode({"--json", "CERT_VERIFY", "254", "Failed to alloc memory"});
-    const auto report = nlohmann::json::parse(run.out);
+    const auto report = ParseJson(run.out);
     EXPECT_EQ(report["schema"], 2);
     ASSERT_EQ(report["codes"].size(), 3u);
     EXPECT_EQ(report["codes"][0]["asked"], "CERT_VERIFY");

@@ -1,5 +1,6 @@
 // pkgtool crl as a process. Its verdicts are held against the library's, and its explanations against its verdicts.
 #include "cmsverify/include/pelnic_cms_verify.h"
+#include "programs/pkgtool_json.h"
 
 #include "support/cms.h"
 #include "support/crl_bundle.h"
@@ -9,12 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 namespace pnvtest {
 namespace {
 
-using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
 constexpr int kUserError = 2;
@@ -101,7 +99,7 @@ protected:
         const ProcessResult run = Compare(offered, device, AllCas() + Words{"--json"});
         EXPECT_EQ(run.status, StatusOf(verdict.name));
         EXPECT_EQ(run.err, "");
-        const Json json = Json::parse(run.out);
+        const Json json = ParseJson(run.out);
         const Verdict said{json["verdict"], json["code"].is_null()
                                                 ? 0
                                                 : static_cast<PELNIC_ERROR_CODE>(
@@ -177,7 +175,7 @@ TEST_F(PkgtoolCrl, SaysSame)
 {
     const Json issuers = ExpectVerdict({"SAME", 0}, Cat(rootCrl_, caCrl_), Cat(caCrl_, rootCrl_));
     ASSERT_EQ(issuers.size(), 2u);
-    EXPECT_EQ(issuers[0], Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test Root", "relation": "equal",
+    EXPECT_EQ(issuers[0], ParseJson(R"({"issuer": "C=ZZ,O=Example,CN=Test Root", "relation": "equal",
         "in_offered": true, "on_device": true, "offered_this_update": "2025-01-01T00:00:00Z",
         "device_this_update": "2025-01-01T00:00:00Z", "excused_by": null})"));
 }
@@ -186,7 +184,7 @@ TEST_F(PkgtoolCrl, ExplainsADroppedIssuer)
 {
     const Bytes device = Cat(rootCrl_, caCrl_, tsaCrl_);
     const Json lost = ExpectVerdict({"MIX", PELNIC_ERR_CRL_ISSUER_DROPPED}, Cat(newRootCrl_, newCaCrl_), device);
-    EXPECT_EQ(lost[2], Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test TSA CA", "relation": "dropped",
+    EXPECT_EQ(lost[2], ParseJson(R"({"issuer": "C=ZZ,O=Example,CN=Test TSA CA", "relation": "dropped",
         "in_offered": false, "on_device": true, "offered_this_update": null,
         "device_this_update": "2025-01-01T00:00:00Z", "excused_by": null})"));
 
@@ -309,7 +307,7 @@ TEST_F(PkgtoolCrl, ShowsBundlesInJson)
     const ProcessResult run = Show(Cat(newRootCrlWithoutTsa_, tsaCrl_, Build(foreign_)), AllCas() + Words{"--json"});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "");
-    Json expected = Json::parse(R"({"schema": 2, "bundles": [{"crls": [
+    Json expected = ParseJson(R"({"schema": 2, "bundles": [{"crls": [
         {"issuer": "C=ZZ,O=Example,CN=Test Root", "issuer_serial": "10", "this_update": "2026-01-01T00:00:00Z",
          "next_update": "2035-01-01T00:00:00Z", "verified": true, "revoked": [{"serial": "12"}]},
         {"issuer": "C=ZZ,O=Example,CN=Test TSA CA", "issuer_serial": "12", "this_update": "2025-01-01T00:00:00Z",
@@ -317,17 +315,17 @@ TEST_F(PkgtoolCrl, ShowsBundlesInJson)
         {"issuer": null, "issuer_serial": null, "this_update": null,
          "next_update": "2035-01-01T00:00:00Z", "verified": false, "revoked": []}]}]})");
     expected["bundles"][0]["bundle"] = dir_.Path("bundle");
-    EXPECT_EQ(Json::parse(run.out), expected);
+    EXPECT_EQ(ParseJson(run.out), expected);
 }
 
 // Certificates of the bundle count, but for a root.
 TEST_F(PkgtoolCrl, TakesIntermediatesFromTheBundle)
 {
     const Bytes bundle = Cat(rootCrl_, caCrl_, Build(pki_.signingCa), Build(pki_.root));
-    const Json trusted = Json::parse(Show(bundle, TheRoot() + Words{"--json"}).out)["bundles"][0]["crls"];
+    const Json trusted = ParseJson(Show(bundle, TheRoot() + Words{"--json"}).out)["bundles"][0]["crls"];
     EXPECT_EQ(trusted[0]["verified"], true);
     EXPECT_EQ(trusted[1]["verified"], true);
-    const Json untrusted = Json::parse(Show(bundle, {"--json"}).out)["bundles"][0]["crls"];
+    const Json untrusted = ParseJson(Show(bundle, {"--json"}).out)["bundles"][0]["crls"];
     EXPECT_EQ(untrusted[0]["verified"], false);
     EXPECT_EQ(untrusted[1]["verified"], false);
 }
@@ -339,7 +337,7 @@ TEST_F(PkgtoolCrl, CutsLongRevokeListsInWordsOnly)
     const Bytes bundle = Build(Revoking(serials, pki_.rootCrl));
     EXPECT_NE(Show(bundle, TheRoot()).out.find("revokes 0101, 0102, 0103, 0104, 0105, 0106, 0107, 0108 and 92 more\n"),
               std::string::npos);
-    const Json json = Json::parse(Show(bundle, TheRoot() + Words{"--json"}).out);
+    const Json json = ParseJson(Show(bundle, TheRoot() + Words{"--json"}).out);
     EXPECT_EQ(json["bundles"][0]["crls"][0]["revoked"].size(), 100u);
 }
 
@@ -367,7 +365,7 @@ TEST_F(PkgtoolCrl, ForeignNamesCannotSpoilTheOutput)
     CrlSpec crl = pki_.rootCrl;
     crl.issuer = Name(NameAttr(oid::commonName, Tlv(0x14, {0x1B, 0x5B, 0x32, 0x4A, 0x22, 0xE9})));
     EXPECT_NE(Show(Build(crl)).out.find("CN=\\x1b[2J\""), std::string::npos);
-    EXPECT_EQ(Json::parse(Show(Build(crl), {"--json"}).out)["bundles"][0]["crls"][0]["issuer"], "CN=\x1B[2J\"\uFFFD");
+    EXPECT_EQ(ParseJson(Show(Build(crl), {"--json"}).out)["bundles"][0]["crls"][0]["issuer"], "CN=\x1B[2J\"\uFFFD");
 }
 
 // ---- What users get wrong ----

@@ -1,5 +1,6 @@
 // pkgtool explain held against the checker: for every reason to refuse a package both give the same verdict and code,
 // and the explanation marks one place of its report, with what to do about it.
+#include "programs/pkgtool_json.h"
 #include "support/checker.h"
 #include "support/cms.h"
 #include "support/package.h"
@@ -10,14 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include <regex>
 
 namespace pnvtest {
 namespace {
-
-using Json = nlohmann::json;
 
 // A package with everything in order; a case changes something and packs it.
 struct Bench {
@@ -535,7 +532,7 @@ protected:
         const Outcome checker = RunChecker(PkgcheckTestRootPath(), path);
         const ProcessResult run = Explain(path, {"--json"});
         EXPECT_EQ(run.err, "");
-        const Json report = Json::parse(run.out, nullptr, false);
+        const Json report = ParseJson(run.out);
         if (report.is_discarded()) throw std::runtime_error(run.out);
         EXPECT_EQ(run.status, checker.status != 0 ? 1 : report["signed"] == true ? 0 : 3);
         EXPECT_EQ(report["verdict"], checker.status == 0 ? "accepted" : "refused");
@@ -681,12 +678,12 @@ TEST_F(PkgtoolExplain, TellsTheWholeChain)
     Json crls = signer["chain"][0]["crls"];
     EXPECT_EQ(crls[0]["sha256"].get<std::string>().size(), 64u);
     crls[0].erase("sha256");
-    EXPECT_EQ(crls, Json::parse(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
+    EXPECT_EQ(crls, ParseJson(R"([{"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
         "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "source": "crl file",
         "read_by": "both", "score": 224, "is_chosen": true, "says": "revokes it only later, as of 2030-01-01",
         "revocation": {"serial": ")" +
-                                signer["serial"].get<std::string>() + R"(",
+                              signer["serial"].get<std::string>() + R"(",
                        "date": "2030-01-01T00:00:00Z", "reason": "cessationOfOperation"}}])"));
     EXPECT_EQ(signer["chain"][1]["crls"][0]["says"], "does not list it");
     EXPECT_EQ(signer["chain"][1]["crls"][0]["score"], 96);
@@ -705,6 +702,70 @@ TEST_F(PkgtoolExplain, DoesNotTakeAnAlteredCertificateForAnotherRoots)
     EXPECT_EQ(failure["reason"], "the signature on CN=Test Signing CA does not verify with the key of CN=Test Root, "
                                  "the root that the checker trusts: another root of that name issued it, or it was "
                                  "altered");
+}
+
+// A self-signed CA that came along is no root, whatever CRL there is of it; and the root's own signature counts.
+TEST_F(PkgtoolExplain, KnowsASelfSignedCertificateThatIsNoRoot)
+{
+    CertSpec own = bench_.pki.signingCa;
+    own.issuer = own.subject;
+    own.issuerKey = own.key;
+    CmsSpec cms = DemoCms(bench_.pki);
+    for (Bytes& cert : cms.certificates) {
+        if (cert == Build(bench_.pki.signingCa)) cert = Build(own);
+    }
+    const Json failure = ExplainLikeTheChecker(Write(bench_.Package(cms)))["failure"];
+    EXPECT_EQ(failure["kind"], "wrong-root");
+    EXPECT_EQ(failure["reason"], "the chain ends at CN=Test Signing CA, which came with the package and is not CN=Test "
+                                 "Root, the root that the checker trusts");
+}
+
+// In either order, for it is the one to renew.
+TEST_F(PkgtoolExplain, ReportsTheExpiredOneOfSeveralUnfitCrls)
+{
+    const CrlSpec expired = With(bench_.pki.signingCrl, &CrlSpec::nextUpdate, UtcTime("251221000000Z"));
+    const CrlSpec foreign = Indirect(CrlOf(Intermediate("Other CA")));
+    for (const auto& [first, second] : {std::pair(expired, foreign), std::pair(foreign, expired)}) {
+        const Bytes crls = Cat(Build(bench_.pki.rootCrl), Build(bench_.pki.tsaCrl), Build(first), Build(second));
+        const Json report = ExplainLikeTheChecker(Write(bench_.WithCrls(crls)));
+        EXPECT_EQ(report["failure"]["kind"], "crl-expired");
+        EXPECT_EQ(report["signers"][0]["chain"][0]["crls"].size(), 2u);
+    }
+}
+
+TEST_F(PkgtoolExplain, SaysWhatTheDecoderExpectedAndFound)
+{
+    const Bytes other = Octets(Text("xy"));
+    const Bytes cms = DetachedCms(bench_.payload, DemoCms(bench_.pki));
+    const struct {
+        Path place;
+        Bytes element; // in its place
+        const char* path;
+        const char* found;
+        const char* expected;
+        const char* fault;
+    } cases[] = {
+        {{1, 0, 0}, other, "signed_data.version", "04027879", "INTEGER", "it is no INTEGER"},
+        {{1, 0, 1}, other, "signed_data.digest_algo_set", "04027879", "SET", "it is no SET"},
+        {{1, 0, 4, 0},
+         Tlv(0x30, Int(1)),
+         "signed_data.signer_infos.infos[0]",
+         "3003020101",
+         "SEQUENCE",
+         "it ends before issuer_sn"},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.path);
+        PackageSpec package = bench_.Package();
+        package.subFiles[1].content = Replace(cms, one.place, one.element);
+        const Json element = ExplainLikeTheChecker(Write(package))["failure"]["element"];
+        ASSERT_TRUE(element.is_object());
+        EXPECT_EQ(element["path"], one.path);
+        EXPECT_EQ(element["expected"], one.expected);
+        EXPECT_EQ(element["fault"], one.fault);
+        EXPECT_EQ(element["offset"], Find(package.subFiles[1].content, one.place).offset);
+        EXPECT_EQ(element["found"].get<std::string>().rfind(one.found, 0), 0u) << element;
+    }
 }
 
 // Of several entries for a certificate the one that decided, and a reason that leaves no earlier timestamp good.
@@ -845,7 +906,7 @@ TEST_F(PkgtoolExplain, TrustsTheCheckersRootUnlessToldOtherwise)
 {
     const ProcessResult run = RunProcess({PkgtoolPath(), "explain", Write(bench_.Package()), "--json"});
     EXPECT_EQ(run.status, 1);
-    const Json report = Json::parse(run.out);
+    const Json report = ParseJson(run.out);
     EXPECT_EQ(report["root"]["source"], "compiled in");
     EXPECT_EQ(report["failure"]["kind"], "issuer-missing");
     EXPECT_EQ(report["code"], "0x88200009");
@@ -857,12 +918,12 @@ TEST_F(PkgtoolExplain, NamesARootThatIsNone)
     const auto explain = [&](const Bytes& root) {
         return RunProcess({PkgtoolPath(), "explain", path, "--json", "--root", dir_.Write("root", root)});
     };
-    const Json garbage = Json::parse(explain(Bytes(64, 0x00)).out);
+    const Json garbage = ParseJson(explain(Bytes(64, 0x00)).out);
     EXPECT_EQ(garbage["failure"]["kind"], "root-unusable");
     EXPECT_EQ(garbage["failure"]["at"], "/root");
     EXPECT_EQ(garbage["code"], "0x88200008");
     // Not a CA, so the package's own CA leads nowhere.
-    const Json signer = Json::parse(explain(Build(bench_.pki.signer)).out);
+    const Json signer = ParseJson(explain(Build(bench_.pki.signer)).out);
     EXPECT_EQ(signer["failure"]["kind"], "issuer-missing");
     EXPECT_NE(signer["failure"]["reason"].get<std::string>().find("trusts CN=Test Signer"), std::string::npos);
     EXPECT_EQ(explain({}).status, 2);
@@ -874,7 +935,7 @@ TEST_F(PkgtoolExplain, KeepsTheLibrarysLog)
     Json record = ExplainLikeTheChecker(Write(bench_.Package()))["log"][0];
     EXPECT_GT(record["line"], 0);
     record.erase("line");
-    EXPECT_EQ(record, Json::parse(R"({"level": "warning", "code": "0x88200103",
+    EXPECT_EQ(record, ParseJson(R"({"level": "warning", "code": "0x88200103",
         "message": "Found an expired CRL, it most likely cause NO CRL error.",
         "file": "cmsverify/pelnic_pki_impl.cpp", "function": "_pnvCrlGetScore"})"));
 }
@@ -883,7 +944,7 @@ TEST_F(PkgtoolExplain, ShortFilesAreRefusedLikeTheChecker)
 {
     const ProcessResult run = Explain(dir_.Write("package", Bytes(351, 0x00)), {"--json"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(Json::parse(run.out)["status"], 255);
+    EXPECT_EQ(ParseJson(run.out)["status"], 255);
     EXPECT_EQ(Explain(dir_.Path("missing")).status, 2);
 }
 

@@ -1,18 +1,18 @@
 // What pkgtool reads, writes and prints, as files: it waits for nothing, destroys nothing that it was not told to, and
 // lets no foreign text take a terminal over.
+#include "programs/pkgtool_json.h"
 #include "support/package.h"
 #include "support/paths.h"
 #include "support/signing_room.h"
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 
 namespace pnvtest {
 namespace {
@@ -108,6 +108,19 @@ TEST_F(PkgtoolFiles, ExistingFilesAreReplacedOnlyByForceAndKeepTheirMode)
     }
     EXPECT_EQ(Run(PackTo(room_.Path("new"))).status, 0);
     EXPECT_EQ(ModeOf(room_.Path("new")), ModeOf(payloadFile_)); // as any new file
+}
+
+// Not the first of them alone.
+TEST_F(PkgtoolFiles, EveryNewFileHasTheModeThatTheUserWants)
+{
+    const std::string directory = room_.Path("pki");
+    ASSERT_EQ(InShell("umask 027 && \"$@\"", {"pki", "new", directory + "/", "--key-bits", "2048"}).status, 0);
+    int files = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+        EXPECT_EQ(ModeOf(entry.path()) & 027, 0u) << entry.path();
+        files += entry.is_regular_file() ? 1 : 0;
+    }
+    EXPECT_GT(files, 3);
 }
 
 TEST_F(PkgtoolFiles, UnpackReplacesNothingAndFollowsNoLink)
@@ -391,7 +404,7 @@ TEST_F(PkgtoolFiles, ForeignTextIsEscapedEverywhere)
     const std::string shown = "\\x1b[31m\\x7f\\u009b31m\\u0090\\u009d\\u202e\\u2067\\u061c\xC3\xA9\\x9b31m\\xc0\\x9b"
                               "\\xe0\\x82\\x9b\\xed\\xa0\\x80\\xf8\\xe2\\x80";
     EXPECT_TRUE(Contains(Run({"list", path}).out, "description  " + shown + "\n")) << Run({"list", path}).out;
-    const auto json = nlohmann::json::parse(Run({"inspect", path, "--json"}).out);
+    const auto json = ParseJson(Run({"inspect", path, "--json"}).out);
     EXPECT_TRUE(Contains(json["header"]["description"].get<std::string>(),
                          std::string(kNastyOctets.begin(), kNastyOctets.end())));
 }

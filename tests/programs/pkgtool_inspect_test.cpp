@@ -1,4 +1,5 @@
 // pkgtool inspect as a process: it shows what is there and judges nothing.
+#include "programs/pkgtool_json.h"
 #include "support/cms.h"
 #include "support/package.h"
 #include "support/paths.h"
@@ -7,13 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
 #include <openssl/evp.h>
 
 namespace pnvtest {
 namespace {
-
-using Json = nlohmann::json;
 
 std::string Sha256(const Bytes& octets)
 {
@@ -44,7 +42,7 @@ protected:
     {
         const ProcessResult run = Inspect(Build(package), {"--json"});
         EXPECT_EQ(run.status, 0) << run.err;
-        return Json::parse(run.out);
+        return ParseJson(run.out);
     }
     PackageSpec Package() const { return SignedPackage(payload_, DetachedCms(payload_, DemoCms(pki_)), pki_.Crls()); }
 
@@ -62,9 +60,9 @@ TEST_F(PkgtoolInspect, ShowsHeaderAndTable)
     const Json json = InspectJson(package);
     EXPECT_EQ(json["schema"], 2);
     EXPECT_EQ(json["size"], 355);
-    EXPECT_EQ(json["header"], Json::parse(R"({"file_id": 0, "version": 7, "length": 355, "compress_type": 0,
+    EXPECT_EQ(json["header"], ParseJson(R"({"file_id": 0, "version": 7, "length": 355, "compress_type": 0,
         "header_crc": 0, "file_crc": 0, "reserved": 0, "description": "board\u001b", "sub_file_count": 2})"));
-    EXPECT_EQ(json["sub_files"], Json::parse(R"([
+    EXPECT_EQ(json["sub_files"], ParseJson(R"([
         {"type": "0x20000000", "offset": 0, "length": 3, "is_inside": true,
          "sha256": "709E80C88487A2411E1EE4DFB9F22A861492D20C4765150C0C794ABD70F8147C"},
         {"type": "payload", "offset": 100, "length": 200, "is_inside": false}])"));
@@ -77,7 +75,7 @@ TEST_F(PkgtoolInspect, ShowsTheSignature)
     EXPECT_EQ(signature["form"], "DER");
     EXPECT_EQ(signature["problem"], Json());
     EXPECT_EQ(WithoutFingerprints(signature["certificates"][1]),
-              Json::parse(R"({"subject": "C=ZZ,O=Example,CN=Test Signer",
+              ParseJson(R"({"subject": "C=ZZ,O=Example,CN=Test Signer",
         "issuer": "C=ZZ,O=Example,CN=Test Signing CA", "serial": "23", "not_before": "2020-01-01T00:00:00Z",
         "not_after": "2040-01-01T00:00:00Z", "key": "RSA", "key_bits": 2048,
         "key_exponent": "010001", "signature_algorithm": "RSA-SHA256",
@@ -100,7 +98,7 @@ TEST_F(PkgtoolInspect, ShowsCrls)
     pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}, {Bytes{0x7F}}};
     const Json der = InspectJson(Package())["sub_files"][2]["content"];
     EXPECT_EQ(der["crls"].size(), 3u);
-    EXPECT_EQ(WithoutFingerprints(der["crls"][1]), Json::parse(R"({"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
+    EXPECT_EQ(WithoutFingerprints(der["crls"][1]), ParseJson(R"({"issuer": "C=ZZ,O=Example,CN=Test Signing CA",
         "this_update": "2025-01-01T00:00:00Z", "next_update": "2035-01-01T00:00:00Z",
         "signature_algorithm": "RSA-SHA256", "is_indirect": false, "scope": [], "revoked": [
             {"serial": "23", "date": "2025-06-01T00:00:00Z", "reason": "keyCompromise"},
@@ -217,7 +215,7 @@ TEST_F(PkgtoolInspect, ShowsWhatIsAroundASignatureAndAmongItsCertificates)
     package.subFiles[1].content.push_back(0x00);
     const Json signature = InspectJson(package)["sub_files"][1]["content"];
     EXPECT_EQ(signature["claimed_length"], length);
-    EXPECT_EQ(signature["certificates"][2], Json::parse(R"({"problem": "not a certificate", "read_by": null})"));
+    EXPECT_EQ(signature["certificates"][2], ParseJson(R"({"problem": "not a certificate", "read_by": null})"));
     EXPECT_EQ(signature["signers"][0]["message_digest"], "");
     const std::string out = Inspect(Build(package)).out;
     for (const std::string& line :
@@ -286,7 +284,7 @@ TEST(PkgtoolRoot, FindsTheRootThatIsCompiledIn)
     const std::string sha256 = Sha256(ReadWholeFile(DataPath("test_root.der")));
     const ProcessResult run = Root({"--json", PkgcheckTestRootPath()});
     EXPECT_EQ(run.status, 0) << run.err;
-    const Json report = Json::parse(run.out);
+    const Json report = ParseJson(run.out);
     EXPECT_EQ(report["checker"], PkgcheckTestRootPath());
     ASSERT_EQ(report["roots"].size(), 1u);
     EXPECT_EQ(report["roots"][0]["subject"], "C=ZZ,O=Example,CN=Test Root");
@@ -297,7 +295,7 @@ TEST(PkgtoolRoot, FindsTheRootThatIsCompiledIn)
                              sha256 + "\n  key     "),
               0u)
         << words.out;
-    EXPECT_EQ(Json::parse(Root({"--json"}).out)["roots"], Json::parse(Root({"--json", PkgcheckPath()}).out)["roots"]);
+    EXPECT_EQ(ParseJson(Root({"--json"}).out)["roots"], ParseJson(Root({"--json", PkgcheckPath()}).out)["roots"]);
 }
 
 TEST(PkgtoolRoot, ReadsCertificates)
@@ -305,7 +303,7 @@ TEST(PkgtoolRoot, ReadsCertificates)
     const TempDir dir;
     const Bytes root = Build(DemoPki().root);
     for (const Bytes& file : {root, Pem("CERTIFICATE", root), Cat(Pem("CERTIFICATE", root), Text("text behind"))}) {
-        const Json report = Json::parse(Root({"--json", dir.Write("root", file)}).out);
+        const Json report = ParseJson(Root({"--json", dir.Write("root", file)}).out);
         ASSERT_EQ(report["roots"].size(), 1u);
         EXPECT_EQ(report["roots"][0]["sha256"], Sha256(root));
     }

@@ -1,5 +1,6 @@
 // pkgtool lint as a process: each finding by the package that has it and, in everything else, is one that devices
 // accept.
+#include "programs/pkgtool_json.h"
 #include "support/cms.h"
 #include "support/package.h"
 #include "support/paths.h"
@@ -9,14 +10,11 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include <set>
 
 namespace pnvtest {
 namespace {
 
-using Json = nlohmann::json;
 using Ids = std::set<std::string>;
 
 constexpr int kClean = 0;
@@ -51,7 +49,7 @@ protected:
         const ProcessResult run = RunProcess(options);
         EXPECT_EQ(run.err, "");
         EXPECT_EQ(run.status, status) << run.out;
-        return Json::parse(run.out);
+        return ParseJson(run.out);
     }
     Ids Found(const PackageSpec& package, int status, const std::vector<std::string>& options = {}) const
     {
@@ -106,6 +104,13 @@ TEST_F(PkgtoolLint, FindsWhatTheCheckerRefuses)
     PackageSpec two = Package();
     two.subFileCount = 2;
     ExpectFound(two, kErrors, {"refused", "bytes-outside-sub-files"});
+}
+
+TEST_F(PkgtoolLint, SaysNothingMoreOfOctetsThatAreNoPackage)
+{
+    const Json report = Lint(Bytes(3000, 0xEE), kErrors);
+    ASSERT_EQ(report["findings"].size(), 1u) << report.dump(2);
+    EXPECT_EQ(report["findings"][0]["id"], "refused");
 }
 
 TEST_F(PkgtoolLint, FindsSubFilesOutsideOverlappingUnknownAndUncovered)
@@ -382,7 +387,7 @@ TEST_F(PkgtoolLint, PointsAtThePlaceAndPutsTheWorstFirst)
     pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");
     const Json report = Lint(Build(Package()), kWarnings, {"--crl-margin", "15"});
     EXPECT_EQ(report["schema"], 2);
-    EXPECT_EQ(report["findings"][0], Json::parse(R"({"id": "crl-ends-soon", "severity": "warning",
+    EXPECT_EQ(report["findings"][0], ParseJson(R"({"id": "crl-ends-soon", "severity": "warning",
         "at": "/sub_files/2/content/crls/1",
         "message": "the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp 2026-01-01"})"));
     const ProcessResult words = RunProcess(

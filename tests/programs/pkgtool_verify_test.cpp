@@ -1,4 +1,5 @@
 // pkgtool verify held against the checker, package by package.
+#include "programs/pkgtool_json.h"
 #include "support/checker.h"
 #include "support/cms.h"
 #include "support/package.h"
@@ -8,15 +9,12 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include <regex>
 #include <sstream>
 
 namespace pnvtest {
 namespace {
 
-using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
 class PkgtoolVerify : public ::testing::Test {
@@ -37,7 +35,7 @@ protected:
         EXPECT_EQ(run.err, "");
         std::vector<Json> answers;
         std::istringstream lines(run.out);
-        for (std::string line; std::getline(lines, line);) answers.push_back(Json::parse(line));
+        for (std::string line; std::getline(lines, line);) answers.push_back(ParseJson(line));
         return answers;
     }
 

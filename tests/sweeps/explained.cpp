@@ -4,6 +4,7 @@
 #include "cmsverify/include/pelnic_cms_witness.h"
 #include "pkgtool/diagnosis.h"
 #include "pkgtool/reason_code.h"
+#include "pkgtool/text.h"
 #include "support/der_mutator.h"
 #include "support/effort.h"
 #include "support/generated_package.h"

@@ -1,6 +1,7 @@
 // All who judge packages judge the same ones, from random PKIs and then damaged element by element: the checker, the
 // strict checker, pkgtool verify and pkgtool lint. Nobody accepts what the checker refuses, and what it accepts and the
 // strict one does not, lint names.
+#include "programs/pkgtool_json.h"
 #include "support/checker.h"
 #include "support/der_mutator.h"
 #include "support/effort.h"
@@ -12,8 +13,6 @@
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
 
 #include <sstream>
 
@@ -95,7 +94,7 @@ TEST_F(Judges, AgreeOnRandomPackages)
         SCOPED_TRACE(path);
         std::string line;
         ASSERT_TRUE(std::getline(verdicts, line));
-        Judge(path, nlohmann::json::parse(line)["verdict"] == "accepted");
+        Judge(path, ParseJson(line)["verdict"] == "accepted");
         if (HasFailure()) return;
     }
     Report("packages that four judged, seed " + std::to_string(Seed()), packages);
