@@ -263,6 +263,17 @@ TEST(VerificationWitness, TheFirstRefusalIsTheReason)
     }
 }
 
+TEST(VerificationWitness, TellsOfContentWithoutASignature)
+{
+    CallbackPlan plan;
+    Context ctx(plan);
+    const Notes notes;
+    const Bytes content{0x00};
+    EXPECT_EQ(pelnic_verify_detach_signature_update(ctx, content.data(), 1), PELNIC_ERR_CMS_NOT_BEGUN);
+    EXPECT_EQ(notes.decisions, std::vector<Decision>{Decision::Payload});
+    EXPECT_EQ(notes.codes, std::vector<PELNIC_ERROR_CODE>{PELNIC_ERR_CMS_NOT_BEGUN});
+}
+
 TEST(VerificationWitness, IsOfItsThreadAndGoesWithItsOwner)
 {
     {

@@ -3,8 +3,8 @@
 
 Copies the project to a scratch directory, puts a mutation site wherever something could be mistaken in cmsverify/,
 tool/ and pkgtool/, builds the tests once, and notes which sites each test reaches. Then each mutant meets the tests
-that reach it, the quickest first, until one fails. Prints the mutants that no test notices, with their lines, but for
-those that survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
+that reach it, the most promising first, until one fails. Prints the mutants that no test notices, with their lines, but
+for those that survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
 
     tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
 
@@ -13,6 +13,7 @@ statement (dropped), guard (dropped with what it guards), flag (negated), length
 of one type exchanged).
 """
 import argparse
+import collections
 import concurrent.futures
 import hashlib
 import json
@@ -42,10 +43,11 @@ CONSTANT = re.compile(r"\bconstexpr\b|\bstatic_assert\b|^\s*#|\bcase\b|\btemplat
 # One line each: a call, an assignment or a step, and a guard.
 STATEMENT = re.compile(r"^(\s+)((?:\(void\))?[A-Za-z_][\w:.>\[\]-]*(?:\(.*\)| [-+|&^]?= .*|\+\+|--);|(?:\+\+|--)[\w.>-]+;)$")
 GUARD = re.compile(r"^(\s*)((?:\} else )?if \()(.*)(\) (?:\{|[^{].*;))$")
-# A mutant meets the tests that reach it in rounds: as many of the quickest as take so many seconds together, then all.
+# A mutant meets the tests that reach it in rounds: as many as take so many seconds together, then all.
 ROUNDS = (0.3, 3, 30, float("inf"))
 LEFT_OUT = "CaBundle*:SignedPackageTest.With2GiB*:StackWork*"  # the slowest
 CASES = "300"  # generated packages
+PROGRAMS = ("cmsverify_tests", "witness")
 
 
 class Mutants:
@@ -181,35 +183,46 @@ def prepare(scratch, modules, kinds, jobs):
                 source.spared |= lines
                 changed.append(source)
         unsure = changed
-    subprocess.run(["cmake", "--build", scratch / "build", "--target", "cmsverify_tests", "-j", str(jobs)], check=True,
+    subprocess.run(["cmake", "--build", scratch / "build", "-j", str(jobs), "--target", *PROGRAMS], check=True,
                    stdout=subprocess.DEVNULL)
     return mutants.found
 
 
 class Tests:
     def __init__(self, scratch):
-        self.program = scratch / "build/tests/cmsverify_tests"
-        self.reaching = {}  # site -> [(seconds, test)], the quickest first
+        self.directory = scratch / "build/tests"
+        self.reaching = {}  # site -> [(seconds, test)]; a test is "program Suite.Name"
+        self.noticed = collections.Counter()  # (source, test) -> mutants
 
+    # The test that fails, which is "" if it cannot be told, or None.
     def run(self, tests, patience, **variables):
-        environment = dict(os.environ, CMSVERIFY_CASES=CASES, GTEST_FILTER=":".join(tests), **variables)
-        try:
-            return subprocess.run([self.program, "--gtest_fail_fast", "--gtest_brief=1"], env=environment,
-                                  timeout=patience, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                  stdin=subprocess.DEVNULL).returncode == 0
-        except subprocess.TimeoutExpired:
-            return False
+        for program in PROGRAMS:
+            names = [test.split()[1] for test in tests if test.split()[0] == program]
+            if not names:
+                continue
+            environment = dict(os.environ, CMSVERIFY_CASES=CASES, GTEST_FILTER=":".join(names), **variables)
+            try:
+                done = subprocess.run([self.directory / program, "--gtest_fail_fast", "--gtest_brief=1"],
+                                      env=environment, timeout=patience, stdin=subprocess.DEVNULL,
+                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, errors="replace")
+            except subprocess.TimeoutExpired:
+                return ""
+            if done.returncode != 0:
+                failed = re.search(r"^\[  FAILED  \] ([\w./]+)", done.stdout, re.M)
+                return f"{program} {failed[1]}" if failed else ""
+        return None
 
     def names(self):
-        listed = subprocess.run([self.program, "--gtest_list_tests", f"--gtest_filter=-{LEFT_OUT}"], check=True,
-                                capture_output=True, text=True).stdout
-        suite = None
-        for line in listed.splitlines()[1:]:
-            name = line.split("#")[0].strip()
-            if not line.startswith(" "):
-                suite = name
-            elif not name.startswith("DISABLED_"):
-                yield suite + name
+        for program in PROGRAMS:
+            listed = subprocess.run([self.directory / program, "--gtest_list_tests", f"--gtest_filter=-{LEFT_OUT}"],
+                                    check=True, capture_output=True, text=True).stdout
+            suite = None
+            for line in listed.splitlines()[1:]:
+                name = line.split("#")[0].strip()
+                if not line.startswith(" "):
+                    suite = name
+                elif not name.startswith("DISABLED_"):
+                    yield f"{program} {suite}{name}"
 
     # Runs each test alone: its time, and the sites that it reaches, in the processes that it starts as well.
     def explore(self, state, jobs):
@@ -222,7 +235,7 @@ class Tests:
             log.unlink(missing_ok=True)
             begin = time.monotonic()
             # A test that counts descriptors passes without the log only.
-            if not self.run([name], None, CMSVERIFY_MUTANT_LOG=str(log)) and not self.run([name], None):
+            if self.run([name], None, CMSVERIFY_MUTANT_LOG=str(log)) is not None and self.run([name], None) is not None:
                 print(f"{name} fails without any mutant and is left out", flush=True)
                 return [0, name, []]
             seconds = time.monotonic() - begin
@@ -240,8 +253,9 @@ class Tests:
             for site in sites:
                 self.reaching.setdefault(site, []).append((seconds, name))
 
-    def survives(self, number):
-        waiting = list(self.reaching.get(number, []))
+    # First come the tests that noticed other mutants of the source, then the quickest.
+    def survives(self, number, where):
+        waiting = sorted(self.reaching.get(number, []), key=lambda test: (-self.noticed[where, test[1]], test[0]))
         for limit in ROUNDS:
             chosen, total = [], 0.0
             while waiting and (not chosen or total + waiting[0][0] <= limit):
@@ -249,7 +263,9 @@ class Tests:
                 chosen.append(name)
                 total += seconds
             # A mutant that hangs is noticed.
-            if chosen and not self.run(chosen, 20 + 10 * total, CMSVERIFY_MUTANT=str(number)):
+            failed = self.run(chosen, 20 + 10 * total, CMSVERIFY_MUTANT=str(number))
+            if failed is not None:
+                self.noticed[where, failed] += 1
                 return False
         return True
 
@@ -297,7 +313,7 @@ def main():
 
     def verdict(number):
         if str(number) not in known:
-            survived = tests.survives(number)
+            survived = tests.survives(number, found[number][0])
             with log.open("a") as lines:
                 lines.write(f"{number} {int(survived)}\n")
             return survived
