@@ -6,7 +6,8 @@ tool/ and pkgtool/, builds the tests once, and notes which sites each test reach
 that reach it, the most promising first, until one fails. Prints the mutants that no test notices, with their lines, but
 for those that survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
 
-    tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--sample N --seed S]
+    tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--rounds N]
+        [--sample N --seed S]
 
 Kinds: comparison (negated, or its bound moved), code (a result code becomes 0 or another one, success a failure),
 statement (dropped), guard (dropped with what it guards), flag (negated), length (one more or less), swap (two arguments
@@ -254,9 +255,9 @@ class Tests:
                 self.reaching.setdefault(site, []).append((seconds, name))
 
     # First come the tests that noticed other mutants of the source, then the quickest.
-    def survives(self, number, where):
+    def survives(self, number, where, rounds):
         waiting = sorted(self.reaching.get(number, []), key=lambda test: (-self.noticed[where, test[1]], test[0]))
-        for limit in ROUNDS:
+        for limit in ROUNDS[:rounds]:
             chosen, total = [], 0.0
             while waiting and (not chosen or total + waiting[0][0] <= limit):
                 seconds, name = waiting.pop(0)
@@ -281,6 +282,7 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--modules", default="")
     parser.add_argument("--kinds", default=",".join(KINDS))
+    parser.add_argument("--rounds", type=int, default=len(ROUNDS), help="leave out the last ones; a later run goes on")
     parser.add_argument("--sample", type=int, default=0, help="so many mutants instead of all, drawn by the seed")
     parser.add_argument("--seed", type=int, default=1)
     arguments = parser.parse_args()
@@ -308,16 +310,17 @@ def main():
     total = len(numbers)
     if arguments.sample:
         numbers = sorted(random.Random(arguments.seed).sample(numbers, min(arguments.sample, len(numbers))))
-    log = state / "verdicts"  # a line for each mutant tried: its number and whether it survived
-    known = dict(line.split() for line in log.read_text().splitlines()) if log.exists() else {}
+    log = state / "verdicts"  # a line for each mutant tried: its number, and the rounds that it survived or 0
+    lines = [map(int, line.split()) for line in log.read_text().splitlines()] if log.exists() else []
+    known = dict(lines)
 
     def verdict(number):
-        if str(number) not in known:
-            survived = tests.survives(number, found[number][0])
-            with log.open("a") as lines:
-                lines.write(f"{number} {int(survived)}\n")
-            return survived
-        return known[str(number)] == "1"
+        if number in known and (known[number] == 0 or known[number] >= arguments.rounds):
+            return known[number] != 0
+        survived = tests.survives(number, found[number][0], arguments.rounds)
+        with log.open("a") as verdicts:
+            verdicts.write(f"{number} {arguments.rounds if survived else 0}\n")
+        return survived
 
     expected = harmless()
     survivors = listed = 0
