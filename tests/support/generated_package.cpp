@@ -257,7 +257,12 @@ const Change kChanges[] = {
     {"a second CRL of an issuer", 5,
      [](World& w, Random& r) {
          PlacedCrl second = r.Of(w.crls);
-         (r.Percent(50) ? second.spec.thisUpdate : *second.spec.nextUpdate) = Around(r, w.now);
+         const Bytes date = Around(r, w.now);
+         if (r.Percent(50)) {
+             second.spec.thisUpdate = date;
+         } else {
+             second.spec.nextUpdate = date;
+         }
          const CertSpec cert = w.Cert(UsedCert(w, r));
          if (second.spec.issuer == cert.issuer) second.spec.revoked.push_back(Entry(w, r, cert));
          w.crls.insert(w.crls.begin() + static_cast<std::ptrdiff_t>(r.Below(w.crls.size() + 1)), second);
