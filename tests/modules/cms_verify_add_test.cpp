@@ -250,6 +250,39 @@ TEST(ReadFileCallbacks, GiveNoBlockAndCallItASuccess)
     EXPECT_EQ(plan.Count(Call::Fread), 0u);
 }
 
+// Whatever else the file has got by then.
+TEST(ReadFileCallbacks, AreAskedForTheSizeOfTheBlock)
+{
+    CleanPlan plan;
+    plan.Table().plt_funcs.sys_funcs.file_funcs.fread = [](void* block, size_t size, PNV_FILE_HANDLE) {
+        EXPECT_EQ(size, 100u);
+        std::fill_n(static_cast<PNV_BYTE*>(block), std::min<size_t>(size, 100), PNV_BYTE{0x5A});
+        return size;
+    };
+    Stores stores(plan);
+    const TempDir dir;
+    PNV_BYTE* data = nullptr;
+    PNV_UINT32 size = 0;
+    ASSERT_EQ(_pnvReadFile(stores, dir.Write("file", Bytes(100, 0)).c_str(), &data, &size), 0u);
+    EXPECT_EQ(Bytes(data, data + size), Bytes(100, 0x5A));
+    pelnic_free(stores, data);
+}
+
+TEST(ReadFileCallbacks, SayThemselvesWhyThereIsNoBlock)
+{
+    CleanPlan plan;
+    Stores stores(plan);
+    static_cast<PELNIC_VRF*>(stores)->callback_funcs.plt_funcs.sys_funcs.mem_funcs.malloc = [](void** out, PNV_UINT32) {
+        *out = nullptr;
+        return PELNIC_ERROR_CODE{0x12345678};
+    };
+    const TempDir dir;
+    PNV_BYTE* data = nullptr;
+    PNV_UINT32 size = 0;
+    EXPECT_EQ(_pnvReadFile(stores, dir.Write("file", Bytes(100, 0)).c_str(), &data, &size), 0x12345678u);
+    EXPECT_EQ(data, nullptr);
+}
+
 // ---- Decoding an input ----
 
 class DecodeInput : public AddTest {
@@ -539,6 +572,14 @@ TEST_F(PemBlock, EndsWithItsMarker)
     EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_CMS_FORMAT));
     plan_.ClearLogs();
     EXPECT_EQ(Crl("-----BEGIN X509 CRL-----\nTWFu\n-----END CERTIFICATE-----"), PELNIC_ERR_CMS_FORMAT);
+    EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_CMS_FORMAT));
+}
+
+TEST_F(PemBlock, EndsWithTheWholeMarker)
+{
+    std::string cert = AsString(PemCert(pki_.signer));
+    cert.erase(cert.rfind('-'), 1);
+    EXPECT_EQ(Cert(cert), PELNIC_ERR_CMS_FORMAT);
     EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_CMS_FORMAT));
 }
 

@@ -509,6 +509,17 @@ TEST_F(SignedData, RawCertificatesAreDecodedIntoAListOfTheirNumber)
     }
 }
 
+TEST_F(SignedData, RawCertificatesWithoutMemoryAreUndecodable)
+{
+    const auto raw = DecodeItem<PELNIC_X509_CERT_RAW_BUNDLE_item>(vrf_, Seq(spec_.certificates[0]));
+    for (const std::size_t nth : {1u, 2u, 3u}) { // the record, its list, and the certificate
+        PELNIC_X509_CERT_BUNDLE* certificates = nullptr;
+        vrf_.Plan().Fail(Call::Malloc, nth);
+        EXPECT_EQ(_pnvDecodeCert(vrf_, raw.get(), &certificates), PELNIC_ERR_CMS_DECODE) << nth;
+        EXPECT_EQ(certificates, nullptr);
+    }
+}
+
 TEST_F(SignedData, RawCertificatesAreNotDecodedForNull)
 {
     const auto raw = DecodeItem<PELNIC_X509_CERT_RAW_BUNDLE_item>(vrf_, Seq(spec_.certificates[0]));

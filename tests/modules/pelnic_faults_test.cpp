@@ -388,6 +388,22 @@ TEST(DisturbedRuns, SayWhyTheyRefuse)
     EXPECT_EQ(plan.Logs().back().function, "pelnic_verify_detach_signature_begin");
 }
 
+TEST(DisturbedRuns, SayWhyASignatureIsUndecodable)
+{
+    const Case input = Good();
+    for (const Bytes& signature : {input.signature, Pem("CMS", input.signature)}) {
+        CleanPlan plan;
+        const Context ctx(plan);
+        Provide(ctx, input.anchors);
+        plan.Fail(Call::Malloc, 9, FaultMode::Once);
+        EXPECT_EQ(Begin(ctx, signature), PELNIC_ERR_CMS_DECODE);
+        EXPECT_EQ(FaultRecords(plan), 1u);
+        EXPECT_TRUE(LoggedError(plan, PELNIC_ERR_SYS_MEM_ALLOC,
+                                "A callback failed during this operation: nothing is accepted."));
+        EXPECT_EQ(Verify(ctx, signature, input.content), good); // nothing is left of it
+    }
+}
+
 // ---- Records in more places than one ----
 
 class SharedRecords : public StoresTest {

@@ -306,6 +306,36 @@ PNV_UINT32 NumberAt(const Bytes& octets, std::size_t at)
            octets[at + 3];
 }
 
+// A signature by a changed PKI or with another timestamp.
+Case Signed(const char* name, const DemoPki& pki, const CmsSpec& cms)
+{
+    const Bytes content = Text("a firmware image");
+    return {name, {Build(pki.root), pki.Crls()}, DetachedCms(content, cms), content};
+}
+
+Case StampedWithGarbage()
+{
+    const DemoPki pki;
+    TokenSpec token = DemoToken(pki);
+    token.editTstInfo = [](const Bytes&) { return Seq(Int(1)); };
+    return Signed("StampedWithGarbage", pki, DemoCms(pki, token));
+}
+
+Case StampedByNobodyKnown()
+{
+    const DemoPki pki;
+    TokenSpec token = DemoToken(pki);
+    token.cms.certificates.clear();
+    return Signed("StampedByNobodyKnown", pki, DemoCms(pki, token));
+}
+
+Case SignerWithoutDigitalSignature()
+{
+    DemoPki pki;
+    pki.signer.keyUsage = usage::keyCertSign;
+    return Signed("SignerWithoutDigitalSignature", pki, DemoCms(pki));
+}
+
 TEST(ReasonCode, TellsExpiredFromUnknown)
 {
     struct {
@@ -324,6 +354,9 @@ TEST(ReasonCode, TellsExpiredFromUnknown)
         {cases::AlteredAttributes(), Decision::Value, PELNIC_ERR_CMS_SIGNATURE, PELNIC_ERR_CMS_SIGNATURE},
         {cases::OtherStampedSignature(), Decision::Time, PELNIC_ERR_TSP_IMPRINT_MISMATCH,
          PELNIC_ERR_TSP_IMPRINT_MISMATCH},
+        {SignerWithoutDigitalSignature(), Decision::Usage, PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_USAGE},
+        {StampedWithGarbage(), Decision::Undecodable, PELNIC_ERR_TSP_DECODE, 0},
+        {StampedByNobodyKnown(), Decision::SignerCert, PELNIC_ERR_TSP_CERT_NOT_FOUND, PELNIC_ERR_TSP_CERT_NOT_FOUND},
         {cases::OtherContent(cases::Good()), Decision::Payload, 0, 0},
     };
     for (const auto& refusal : refusals) {

@@ -119,10 +119,13 @@ TEST_F(StrictChecker, RefusesSignedAttributesReplayedAsAPayload)
 
 TEST_F(StrictChecker, RefusesATimestampOfAnotherContentType)
 {
-    TokenSpec token = DemoToken(pki_);
-    token.cms.edit = [](Bytes signedData) { return Replace(signedData, {2, 0}, Oid(oid::data)); };
-    token.cms.signers[0].signedAttributes = UsualAttributes(oid::data);
-    ExpectRefused(DemoCms(pki_, token), "a timestamp's content is not of the type TSTInfo");
+    constexpr std::string_view receipt = "1.2.840.113549.1.9.16.1.1"; // differs in the last octet alone
+    for (const std::string_view type : {oid::data, receipt}) {
+        TokenSpec token = DemoToken(pki_);
+        token.cms.edit = [type](Bytes signedData) { return Replace(signedData, {2, 0}, Oid(type)); };
+        token.cms.signers[0].signedAttributes = UsualAttributes(type);
+        ExpectRefused(DemoCms(pki_, token), "a timestamp's content is not of the type TSTInfo");
+    }
 }
 
 Bytes Point(const Bytes& fields)
@@ -156,6 +159,9 @@ TEST_F(StrictChecker, RefusesCrlsThatMayLeaveOutARevocation)
     pki_ = DemoPki(KeyId::Rsa4096);
     pki_.rootCrl.extensions.push_back(Point(CtxPrim(1, {0xFF})));
     ExpectRefused(DemoCms(pki_), "a CRL speaks for no CA certificates, and its issuer issued one");
+    pki_ = DemoPki(KeyId::Rsa4096);
+    pki_.tsaCrl.extensions.push_back(Point(CtxPrim(2, {0xFF}))); // the other certificate is in the token alone
+    ExpectRefused(DemoCms(pki_), "a CRL speaks for CA certificates only, and its issuer issued another");
     pki_ = DemoPki(KeyId::Rsa4096);
     pki_.signingCrl = Indirect(CrlOf(pki_.tsaCa)); // of another CA
     ExpectRefused(DemoCms(pki_), "a CRL is an indirect one");

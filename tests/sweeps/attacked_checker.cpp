@@ -313,6 +313,81 @@ TEST_F(AttackedChecker, WithoutMemoryRefusesSignedAttributesReplayedAsAPayload)
     FailAllocations(StrictlyRefused());
 }
 
+// ---- The work of several verifications in one process
+
+PELNIC_ERROR_CODE InitThatSucceeds(PELNIC_CRYPTO_VRF_CTX, const PELNIC_BIGINT*, const PELNIC_BIGINT*, PNV_UINT32)
+{
+    return 0;
+}
+
+class LimitedWork {
+public:
+    LimitedWork()
+    {
+        table_.crypt_funcs.pelnic_verify_init = InitThatSucceeds;
+        pkgcheck_limit_work(&table_);
+    }
+    // A key's exponent, as the library hands it over.
+    PELNIC_ERROR_CODE Init(const Bytes& exponent)
+    {
+        PELNIC_BIGINT e{};
+        std::copy(exponent.begin(), exponent.end(), e.aVal);
+        e.uiLength = static_cast<PNV_UINT32>(exponent.size());
+        return table_.crypt_funcs.pelnic_verify_init(nullptr, &e, nullptr, AOID_SHA256);
+    }
+
+private:
+    PELNIC_CALLBACK_FUNCS table_{};
+};
+
+TEST(LimitedWork, OfTheOrdinaryCheckerHasNoLimit)
+{
+    if (IsStrict()) return;
+    LimitedWork work;
+    for (const Bytes& exponent : {Bytes{0x01}, Bytes(9, 0x01)}) EXPECT_EQ(work.Init(exponent), 0u);
+    EXPECT_EQ(pkgcheck_work_refusal(), nullptr);
+}
+
+TEST(LimitedWork, OfTheStrictCheckerStopsAtWeakAndLongExponents)
+{
+    if (!IsStrict()) return;
+    const std::vector<std::pair<Bytes, const char*>> cases = {
+        {{}, "an RSA exponent is below 3"},
+        {{0x00}, "an RSA exponent is below 3"},
+        {{0x01}, "an RSA exponent is below 3"},
+        {{0x02}, "an RSA exponent is below 3"},
+        {{0x00, 0x00, 0x02}, "an RSA exponent is below 3"},
+        {{0x03}, nullptr},
+        {{0x00, 0x03}, nullptr},
+        {{0x01, 0x01}, nullptr},
+        {{0x01, 0x00}, nullptr},
+        {Bytes(8, 0xFF), nullptr},
+        {Bytes(9, 0x01), "an RSA exponent has more than 64 bits"},
+    };
+    for (const auto& [exponent, refusal] : cases) {
+        SCOPED_TRACE(testing::PrintToString(exponent));
+        LimitedWork work; // anew: what stopped the one before is forgotten
+        EXPECT_EQ(work.Init(exponent), refusal == nullptr ? 0u : PELNIC_ERR_FAILED);
+        EXPECT_STREQ(pkgcheck_work_refusal(), refusal);
+        EXPECT_EQ(work.Init({0x03}), refusal == nullptr ? 0u : PELNIC_ERR_FAILED); // nothing more is asked
+        EXPECT_STREQ(pkgcheck_work_refusal(), refusal);
+    }
+}
+
+TEST(LimitedWork, OfTheStrictCheckerIsAThousandChecksEachTime)
+{
+    if (!IsStrict()) return;
+    for (int time = 0; time < 2; ++time) {
+        LimitedWork work;
+        for (int i = 0; i < 1000; ++i) ASSERT_EQ(work.Init({0x03}), 0u);
+        EXPECT_EQ(pkgcheck_work_refusal(), nullptr);
+        EXPECT_EQ(work.Init({0x03}), PELNIC_ERR_FAILED);
+        EXPECT_STREQ(pkgcheck_work_refusal(), "there are more than 1000 signatures to check");
+    }
+}
+
+// ---- Without memory, packages without a signature
+
 PackageSpec OneSubFile()
 {
     PackageSpec package;

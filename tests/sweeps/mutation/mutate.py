@@ -48,7 +48,7 @@ GUARD = re.compile(r"^(\s*)((?:\} else )?if \()(.*)(\) (?:\{|[^{].*;))$")
 ROUNDS = (0.3, 3, 30, float("inf"))
 LEFT_OUT = "CaBundle*:SignedPackageTest.With2GiB*:StackWork*"  # the slowest
 CASES = "300"  # generated packages
-PROGRAMS = ("cmsverify_tests", "witness")
+PROGRAMS = ("cmsverify_tests", "witness", "attacked_pkgcheck", "attacked_pkgcheck_strict")
 
 
 class Mutants:
