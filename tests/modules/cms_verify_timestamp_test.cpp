@@ -604,7 +604,12 @@ TEST_F(TimestampParts, LogTheCodeOfAHashThatFails)
         plan_.Fail(step, 1);
         EXPECT_EQ(VerifyTstInfo(), PELNIC_ERR_FAILED);
         EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_FAILED));
+        plan_.ClearLogs();
+        plan_.Fail(step, 1); // of the TSTInfo, for the signed attributes
+        EXPECT_EQ(VerifyTokenSigner(), PELNIC_ERR_FAILED);
+        EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_FAILED));
     }
+    EXPECT_EQ(VerifyTokenSigner(), 0u);
 }
 
 // ---- Whether a certificate may be used ----

@@ -329,6 +329,22 @@ Case StampedByNobodyKnown()
     return Signed("StampedByNobodyKnown", pki, DemoCms(pki, token));
 }
 
+Case SignedByNobodyKnown()
+{
+    const DemoPki pki;
+    CmsSpec cms = DemoCms(pki);
+    cms.certificates.clear();
+    return Signed("SignedByNobodyKnown", pki, cms);
+}
+
+Case TooShort()
+{
+    const DemoPki pki;
+    Case input = Signed("TooShort", pki, DemoCms(pki));
+    input.signature.resize(4);
+    return input;
+}
+
 Case SignerWithoutDigitalSignature()
 {
     DemoPki pki;
@@ -355,6 +371,9 @@ TEST(ReasonCode, TellsExpiredFromUnknown)
         {cases::OtherStampedSignature(), Decision::Time, PELNIC_ERR_TSP_IMPRINT_MISMATCH,
          PELNIC_ERR_TSP_IMPRINT_MISMATCH},
         {SignerWithoutDigitalSignature(), Decision::Usage, PELNIC_ERR_CERT_USAGE, PELNIC_ERR_CERT_USAGE},
+        {SignedByNobodyKnown(), Decision::SignerCert, PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND,
+         PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND},
+        {TooShort(), Decision::Signature, PELNIC_ERR_CMS_FORMAT, PELNIC_ERR_CMS_FORMAT},
         {StampedWithGarbage(), Decision::Undecodable, PELNIC_ERR_TSP_DECODE, 0},
         {StampedByNobodyKnown(), Decision::SignerCert, PELNIC_ERR_TSP_CERT_NOT_FOUND, PELNIC_ERR_TSP_CERT_NOT_FOUND},
         {cases::OtherContent(cases::Good()), Decision::Payload, 0, 0},
