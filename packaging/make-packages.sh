@@ -7,6 +7,15 @@ set -eu
 cd "$(dirname "$0")/.."
 native=$(dpkg --print-architecture)
 [ $# -gt 0 ] || set -- "$native" armhf
+for arch; do
+    case $arch in
+    "$native" | armhf) ;;
+    *)
+        echo "packaging/make-packages.sh: for $native and armhf only, and not for $arch" >&2
+        exit 2
+        ;;
+    esac
+done
 
 cmake/install-packages.sh cmake ninja-build pkgconf g++ dpkg-dev file libssl-dev libsafec-dev libcli11-dev \
     libcurl4-openssl-dev nlohmann-json3-dev openssl

@@ -29,6 +29,9 @@ says 0 "usage: ./test.sh [PRESET...], of debug clang release arm coverage" "$sou
 says 2 "./test.sh: no such preset: nope; usage: ./test.sh [PRESET...], of debug clang release arm coverage" \
     "$source/test.sh" nope
 
+says 2 "packaging/make-packages.sh: for $(dpkg --print-architecture) and armhf only, and not for nope" \
+    "$source/packaging/make-packages.sh" nope
+
 # A machine that lacks a package, with a user who may not install it, and then with a root without a network.
 mkdir bin project
 cp -R "$source/cmake" project
