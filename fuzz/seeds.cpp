@@ -50,6 +50,8 @@ Seeds Certificates()
         With(ca, &CertSpec::brokenSignature, true),
         With(ca, &CertSpec::subjectPublicKey, RsaSpki({0xC1, 0x01}, {0x03})),
         With(signer, &CertSpec::key, KeyId::EcP256),
+        With(signer, &CertSpec::keyUsage, 0u),
+        With(ca, &CertSpec::subjectPublicKey, RsaSpki({0x00}, {0x03})),
     });
 }
 
@@ -65,6 +67,13 @@ CrlSpec LongCrl(CrlSpec crl)
     return Revoking({{0x7F}, Pki().signingCa.serial}, crl);
 }
 
+// Revokes the CA that is judged by it.
+CrlSpec RevokingCa(CrlSpec crl, std::string_view date, std::optional<int> reason = {})
+{
+    crl.revoked = {With(RevokedSpec{Pki().signingCa.serial, UtcTime(date)}, &RevokedSpec::reason, reason)};
+    return crl;
+}
+
 Seeds Crls()
 {
     const CrlSpec& crl = Pki().rootCrl;
@@ -72,6 +81,8 @@ Seeds Crls()
     unlike.nextUpdate.reset();
     unlike.version.reset();
     unlike.extensions.clear();
+    CrlSpec ofAnotherRoot = crl;
+    ofAnotherRoot.issuer = TestName("Another Root");
     return BuildAll<CrlSpec>({
         crl,
         Pki().signingCrl,
@@ -82,6 +93,13 @@ Seeds Crls()
         With(crl, &CrlSpec::hash, Hash::Sha512),
         With(crl, &CrlSpec::brokenSignature, true),
         With(crl, &CrlSpec::nextUpdate, UtcTime("250201000000Z")),
+        RevokingCa(crl, "250601000000Z"),
+        RevokingCa(crl, "270601000000Z", 3),
+        RevokingCa(crl, "250601000000Z", 4),
+        RevokingCa(crl, "270601000000Z", 5),
+        RevokingCa(With(crl, &CrlSpec::nextUpdate, UtcTime("250201000000Z")), "250601000000Z"),
+        RevokingCa(crl, "25060100000000"),
+        Indirect(ofAnotherRoot),
     });
 }
 
@@ -107,14 +125,17 @@ Seeds Extensions()
 
 // ---- Signatures and timestamps, each for both cryptographies
 
-// The same with digests that the lenient cryptography finds right.
-CmsSpec Lenient(CmsSpec cms, std::string_view contentType)
+// Digests that the lenient cryptography finds right.
+SignedAttributes LenientAttributes(const SignedAttributes& attributes)
+{
+    return [attributes](const Bytes& digest) { return attributes(Bytes(digest.size(), kLenientDigestOctet)); };
+}
+
+CmsSpec Lenient(CmsSpec cms)
 {
     for (SignerSpec& signer : cms.signers) {
         if (signer.signedAttributes == nullptr) continue;
-        signer.signedAttributes = [contentType](const Bytes& digest) {
-            return UsualAttributes(contentType)(Bytes(digest.size(), kLenientDigestOctet));
-        };
+        signer.signedAttributes = LenientAttributes(signer.signedAttributes);
     }
     return cms;
 }
@@ -122,7 +143,7 @@ CmsSpec Lenient(CmsSpec cms, std::string_view contentType)
 TokenSpec Lenient(TokenSpec token)
 {
     token.imprint = Bytes(Digest(token.imprintHash, {}).size(), kLenientDigestOctet);
-    token.cms = Lenient(token.cms, oid::tstInfo);
+    token.cms = Lenient(token.cms);
     return token;
 }
 
@@ -140,7 +161,12 @@ std::vector<TokenSpec> Tokens()
     two.cms.signers.push_back(two.cms.signers[0]);
     TokenSpec direct = token;
     direct.cms = Direct(direct.cms);
-    return {token, complete, longer, two, direct};
+    TokenSpec broken = direct;
+    broken.cms.signers[0].brokenSignature = true;
+    TokenSpec noAttributes = token;
+    noAttributes.cms.signers[0].signedAttributes = [](const Bytes&) { return std::vector<Bytes>{}; };
+    const TokenSpec unknown = With(token, &TokenSpec::imprintAlgorithm, AlgoId(oid::sha1));
+    return {token, complete, longer, two, direct, broken, noAttributes, unknown};
 }
 
 CmsSpec WithHash(CmsSpec cms, Hash hash)
@@ -155,9 +181,17 @@ std::vector<CmsSpec> CmsFor(const TokenSpec& token)
     CmsSpec two = cms;
     two.signers.push_back(two.signers[0]);
     two.signers[1].hash = Hash::Sha384;
+    CmsSpec alike = cms;
+    alike.signers.push_back(alike.signers[0]);
+    CmsSpec unknown = cms;
+    unknown.signers[0].digestAlgorithm = AlgoId(oid::sha1);
     CmsSpec withCrl = cms;
     withCrl.crls = {Build(Pki().rootCrl)};
-    return {cms, two, Direct(cms), withCrl, WithHash(cms, Hash::Sha512)};
+    CmsSpec ownRoot = cms;
+    CertSpec strange = IssuedBy(With(Pki().signer, &CertSpec::key, KeyId::Rsa2048H), Root(KeyId::Rsa2048G));
+    ownRoot.certificates = {Build(Root(KeyId::Rsa2048G)), Build(strange)};
+    ownRoot.signers[0] = With(SignedBy(strange), &SignerSpec::unsignedAttributes, cms.signers[0].unsignedAttributes);
+    return {cms, two, alike, Direct(cms), Direct(alike), withCrl, WithHash(cms, Hash::Sha512), ownRoot};
 }
 
 Seeds Signatures()
@@ -165,7 +199,7 @@ Seeds Signatures()
     Seeds seeds;
     const TokenSpec token = DemoToken(Pki());
     for (const CmsSpec& cms : CmsFor(token)) seeds.push_back(DetachedCms(Payload(), cms));
-    for (const CmsSpec& cms : CmsFor(Lenient(token))) seeds.push_back(DetachedCms(Payload(), Lenient(cms, oid::data)));
+    for (const CmsSpec& cms : CmsFor(Lenient(token))) seeds.push_back(DetachedCms(Payload(), Lenient(cms)));
     seeds.push_back(Pem("CMS", seeds[0]));
     seeds.push_back(Pem("PKCS7", seeds[0], "\r\n"));
     return seeds;
@@ -206,6 +240,7 @@ Seeds PemTexts()
         Pem("CMS", cms),
         Pem("PKCS7", cms),
         Cat(cert, crl, cert),
+        Cat(Pem("CERTIFICATE", Build(Pki().root)), cert),
         Cat(crl, Text("a remark\n"), Pem("X509 CRL", Build(Pki().signingCrl), "\r\n")),
         Cat(Pem("CERTIFICATE", Bytes(40, 0x30)), cert),
         Bytes(cert.begin(), cert.end() - 10),
@@ -238,6 +273,14 @@ Seeds CrlBundles()
     const Bytes revoking = Build(LongCrl(UpdatedOn("260101", Pki().rootCrl)));
     const Bytes signing = Build(Pki().signingCrl);
     const Bytes laterSigning = Build(UpdatedOn("260101", Pki().signingCrl));
+    const Bytes tsaCa = Build(Pki().tsaCa);
+    const Bytes tsa = Build(Pki().tsaCrl);
+    const Bytes laterTsa = Build(UpdatedOn("260101", Pki().tsaCrl));
+    const CrlSpec odd = Revoking({Bytes(33, 0x11), {0x21}, {0x22}}, Pki().rootCrl);
+    const Bytes oddSerials = Build(odd);
+    const Bytes laterOddSerials =
+        Build(Revoking({Bytes(33, 0x11), {0x21}, {0x23}}, UpdatedOn("260101", Pki().rootCrl)));
+    const Bytes laterBroken = Build(With(UpdatedOn("260101", Pki().rootCrl), &CrlSpec::brokenSignature, true));
     return {
         Pair(root, root),
         Pair(laterRoot, root),
@@ -249,6 +292,12 @@ Seeds CrlBundles()
         Pair(Cat(root, laterRoot), root),
         Pair(Pem("X509 CRL", laterRoot), root),
         Pair(DailyCrls(Pki().rootCrl, 3), root),
+        Pair(DailyCrls(Pki().rootCrl, PELNIC_CRL_BUNDLE_MAX + 1), root),
+        Pair(Cat(laterRoot, ca, signing, tsaCa, laterTsa), Cat(root, ca, laterSigning, tsaCa, tsa)),
+        Pair(Cat(root, ca, laterSigning), Cat(root, ca, signing)),
+        Pair(oddSerials, laterOddSerials),
+        Pair(root, laterBroken),
+        Pair(Cat(root, ca, signing, laterSigning), Cat(root, ca, signing)),
     };
 }
 
@@ -256,11 +305,26 @@ Seeds Packages()
 {
     const DemoPki& pki = Pki();
     const Bytes cms = DetachedCms(Payload(), DemoCms(pki));
-    const Bytes lenient = DetachedCms(Payload(), Lenient(DemoCms(pki, Lenient(DemoToken(pki))), oid::data));
+    const Bytes lenient = DetachedCms(Payload(), Lenient(DemoCms(pki, Lenient(DemoToken(pki)))));
+    CmsSpec broken = Direct(DemoCms(pki));
+    broken.signers[0].brokenSignature = true;
+    const auto with = [&](const CrlSpec& root, const CrlSpec& tsa) {
+        return SignedPackage(Payload(), lenient, Cat(Build(root), Build(pki.signingCrl), Build(tsa)));
+    };
+    CrlSpec superseded = pki.tsaCrl;
+    superseded.revoked = {{pki.tsa.serial, UtcTime("250601000000Z"), 4}};
+    CrlSpec compromised = pki.tsaCrl;
+    compromised.revoked = {{pki.tsa.serial, UtcTime("270601000000Z"), 1}};
+    const CrlSpec forged = With(pki.tsaCrl, &CrlSpec::brokenSignature, true);
+    CrlSpec strangers = With(pki.tsaCrl, &CrlSpec::issuer, TestName("Another CA"));
     PackageSpec noSignature = SignedPackage(Payload(), {}, pki.Crls());
     PackageSpec liar = SignedPackage(Payload(), cms, pki.Crls());
     liar.subFiles[1].length = 0xFFFFFFF0;
     liar.subFiles[2].offset = 0xFFFFFEA0;
+    PackageSpec header = SignedPackage(Payload(), cms, pki.Crls());
+    header.subFiles[0].offset = 0xFFFFFEA0;
+    PackageSpec longer = SignedPackage(Payload(), cms, pki.Crls());
+    longer.subFiles[2].length = 0x00100000;
     PackageSpec unsignedPackage;
     unsignedPackage.subFiles = {{subfile::payload, Payload()}};
     return BuildAll<PackageSpec>({
@@ -269,15 +333,78 @@ Seeds Packages()
         SignedPackage(Payload(), cms, Build(LongCrl(pki.rootCrl))),
         noSignature,
         liar,
+        header,
+        longer,
         unsignedPackage,
+        SignedPackage(Payload(), cms, Cat(pki.Crls(), Build(UpdatedOn("250601", pki.signingCrl)))),
+        SignedPackage(Payload(), DetachedCms(Payload(), broken), pki.Crls()),
+        with(pki.rootCrl, superseded),
+        with(pki.rootCrl, compromised),
+        with(pki.rootCrl, forged),
+        with(pki.rootCrl, Indirect(strangers)),
+        with(RevokingCa(pki.rootCrl, "250601000000Z"), pki.tsaCrl),
+        with(With(pki.rootCrl, &CrlSpec::brokenSignature, true), pki.tsaCrl),
     });
+}
+
+// Each with what one of its rules refuses.
+Seeds StrictPackages()
+{
+    const DemoPki& pki = Pki();
+    Seeds seeds = Packages();
+    const auto add = [&](const CmsSpec& cms, const Bytes& crls) {
+        seeds.push_back(Build(SignedPackage(Payload(), DetachedCms(Payload(), Lenient(cms)), crls)));
+    };
+    const TokenSpec token = Lenient(DemoToken(pki));
+    TokenSpec ofNobody = token;
+    ofNobody.cms.signers.clear();
+    TokenSpec ofAnotherType = With(token, &TokenSpec::cms, Direct(token.cms));
+    ofAnotherType.cms.edit = [](Bytes signedData) { return Replace(signedData, {2, 0}, Oid(oid::data)); };
+    TokenSpec withoutType = token;
+    withoutType.cms.signers[0].signedAttributes = LenientAttributes(UsualAttributes(oid::data));
+    for (const TokenSpec& odd : {ofNobody, ofAnotherType, withoutType}) add(DemoCms(pki, odd), pki.Crls());
+
+    const CmsSpec cms = DemoCms(pki, token);
+    CmsSpec two = Direct(cms);
+    two.signers.push_back(two.signers[0]);
+    CmsSpec noType = cms;
+    noType.signers[0].signedAttributes = [](const Bytes& digest) {
+        return std::vector<Bytes>{MessageDigestAttribute(digest)};
+    };
+    for (const CmsSpec& odd : {Direct(cms), two, noType}) add(odd, pki.Crls());
+    for (const Bytes& exponent : {Bytes{0x01}, Bytes{0x00, 0x00, 0x01}, Bytes(9, 0x03)}) {
+        CertSpec stranger = With(Root(KeyId::Rsa2048H), &CertSpec::subject, TestName("Stranger"));
+        stranger.issuer = stranger.subject;
+        stranger.subjectPublicKey = RsaSpki(TestKey(KeyId::Rsa2048H).modulus, exponent);
+        CmsSpec odd = cms;
+        odd.certificates.push_back(Build(stranger));
+        add(odd, pki.Crls());
+    }
+    CrlSpec delta = pki.signingCrl;
+    delta.extensions.push_back(Ext("2.5.29.27", Int(1), true));
+    const CrlSpec late = With(pki.signingCrl, &CrlSpec::thisUpdate, UtcTime("300101000000Z"));
+    // For users', CA or attribute certificates only.
+    const auto only = [](CrlSpec crl, unsigned field) {
+        crl.extensions = {Ext(oid::issuingDistributionPoint, Seq(CtxPrim(field, {0xFF})), true)};
+        return crl;
+    };
+    const CrlSpec& usual = pki.signingCrl;
+    for (const CrlSpec& odd : {delta, late, Indirect(usual), only(usual, 1), only(usual, 2), only(usual, 5)}) {
+        add(cms, Cat(Build(pki.rootCrl), Build(odd), Build(pki.tsaCrl)));
+    }
+    add(cms, Cat(Build(only(pki.rootCrl, 1)), Build(usual), Build(pki.tsaCrl)));
+
+    const Bytes genuine = DetachedCms(Payload(), DemoCms(pki));
+    const Bytes replayed = Replace(genuine, {1, 0, 4, 0, 3}, {});
+    seeds.push_back(Build(SignedPackage(Set(Content(genuine, {1, 0, 4, 0, 3})), replayed, pki.Crls())));
+    return seeds;
 }
 
 // Each lie about each callback once, before a signature: in the first, the third and every call.
 Seeds Callbacks()
 {
     const TokenSpec token = Lenient(DemoToken(Pki()));
-    const Bytes cms = DetachedCms(Payload(), Lenient(DemoCms(Pki(), token), oid::data));
+    const Bytes cms = DetachedCms(Payload(), Lenient(DemoCms(Pki(), token)));
     Seeds seeds{Cat(Bytes{0}, DetachedCms(Payload(), DemoCms(Pki()))), Cat(Bytes{0}, cms)};
     for (std::uint8_t liar = 0; liar < static_cast<std::uint8_t>(Liar::End); ++liar) {
         seeds.push_back(Cat(Bytes{1, liar, 0, 0, 0xFF, 0xFF}, cms));
@@ -308,7 +435,7 @@ constexpr NamedSeeds kSeeds[] = {
     {"timestamp", Timestamps},     {"pem", PemTexts},
     {"base64", Base64Texts},       {"crl_bundle", CrlBundles},
     {"package", Packages},         {"callbacks", Callbacks},
-    {"strict", Packages},          {"pkgtool", Packages},
+    {"strict", StrictPackages},    {"pkgtool", StrictPackages},
     {"response", Responses},
 };
 

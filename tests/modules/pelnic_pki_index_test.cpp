@@ -87,6 +87,24 @@ TEST(PkiIndex, FindsEachCrlAndStaysLow)
 }
 
 // The order takes for equal what the comparisons of names, numbers and keys take for equal, tags included.
+// A signature that begins with another one is another one, whichever came first.
+TEST(PkiIndex, FindsNoCrlWhoseSignatureIsLonger)
+{
+    const Bytes sample = Build(CrlOf(Root()));
+    const Bytes shorter = Replace(sample, {2}, Bits(0, Bytes(128, 0x5A)));
+    const Bytes longer = Replace(sample, {2}, Bits(0, Bytes(256, 0x5A)));
+    for (const auto& [first, second] : {std::pair(shorter, longer), std::pair(longer, shorter)}) {
+        CleanPlan plan;
+        Stores stores(plan);
+        LIST_TYPE_PELNIC_X509_CRL none{};
+        PkiIndex<PELNIC_X509_CRL> index{};
+        PELNIC_X509_CRL* const crl = stores.Crl(first);
+        _pnvIndexCrl(&index, crl);
+        EXPECT_EQ(_pnvFindDuplicateCrl(&none, &index, stores.Crl(second)), nullptr);
+        EXPECT_EQ(_pnvFindDuplicateCrl(&none, &index, stores.Crl(first)), crl);
+    }
+}
+
 TEST(PkiIndex, AgreesWithTheComparisons)
 {
     const auto issuer = [](const Bytes& name) { return Replace(Sample(), {0, tbs::issuer}, name); };
