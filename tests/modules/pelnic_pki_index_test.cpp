@@ -122,6 +122,7 @@ TEST(PkiIndex, AgreesWithTheComparisons)
         issuer(Name(Cn("b"))),
         issuer(Name(O("a"))),
         issuer(Name(NameAttr(oid::commonName, Printable("a")))),
+        issuer(Name(NameAttr(oid::commonName, CtxPrim(12, Text("a"))))), // the number of UTF8String in another class
         issuer(Name(Cn("a"), Cn("a"))),
         issuer(Name(Rdn(Cn("a"), Cn("a")))),
         key(RsaSpki({0x41})),
