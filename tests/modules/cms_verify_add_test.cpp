@@ -117,6 +117,7 @@ TEST_F(AddArguments, ThatAreMissingAreLogged)
     for (const auto& call : calls) {
         plan_.ClearLogs();
         EXPECT_EQ(call(), PELNIC_ERR_NULL_POINTER);
+        EXPECT_EQ(plan_.Logs().size(), 1u);
         EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_NULL_POINTER));
     }
 }

@@ -287,7 +287,9 @@ INSTANTIATE_TEST_SUITE_P(
                   signedData.certificates = &bundle;
                   PELNIC_PKCS7_CONTENT content{};
                   content.signed_data = &signedData;
-                  (void)_pnvExtractCertsIntoVerifyContext(vrf, &content);
+                  EXPECT_EQ(_pnvExtractCertsIntoVerifyContext(vrf, &content), 0u);
+                  signedData.certificates = nullptr;
+                  EXPECT_EQ(_pnvExtractCertsIntoVerifyContext(vrf, &content), 0u);
               },
               false}),
     [](const auto& way) { return way.param.name; });
