@@ -542,6 +542,15 @@ TEST_F(VerifyCert, RefusesNullArguments)
     EXPECT_EQ(pelnic_pki_verify_cert(stores_, stores_.Cert(Root()), 1, nullptr), PELNIC_ERR_NULL_POINTER);
 }
 
+TEST_F(VerifyCert, AcceptsNothingInAContextThatLostAnInput)
+{
+    const PELNIC_X509_CERT* root = stores_.Cert(Root());
+    stores_->bInputLost = 1;
+    EXPECT_EQ(stores_.Verify(root), PELNIC_ERR_SYS_MEM_ALLOC);
+    stores_->bInputLost = 0;
+    EXPECT_EQ(stores_.Verify(root), 0u);
+}
+
 // Neither stores nor CRLs are looked at.
 TEST_F(VerifyCert, AcceptsASelfSignedCertificateOfTheCallerAtOnce)
 {

@@ -256,6 +256,20 @@ TEST_F(ScoredCrls, LoseNoRecordWhicheverAllocationFails)
     EXPECT_NE(refused, 0u);
 }
 
+TEST_F(ScoredCrls, EndWhereThereIsNoRecord)
+{
+    stores_.AddCrl(pki_.signingCrl);
+    std::size_t allocations = 0;
+    for (int time = 0; time < 2; ++time) { // the second time issuers are known
+        const std::size_t before = plan_.Count(Call::Malloc);
+        ASSERT_EQ(_pnvGetScoredCrl(stores_, signer_, &list_), 0u);
+        allocations = plan_.Count(Call::Malloc) - before;
+    }
+    plan_.Fail(Call::Malloc, allocations); // the last one, which is the record
+    EXPECT_EQ(_pnvGetScoredCrl(stores_, signer_, &list_), PELNIC_ERR_SYS_MEM_ALLOC);
+    EXPECT_EQ(list_.num, 2u);
+}
+
 TEST_F(ScoredCrls, NeedARoot)
 {
     const PELNIC_X509_CERT* orphan = stores_.Cert(pki_.tsa);
