@@ -547,6 +547,9 @@ TEST_F(VerifyCert, AcceptsNothingInAContextThatLostAnInput)
     const PELNIC_X509_CERT* root = stores_.Cert(Root());
     stores_->bInputLost = 1;
     EXPECT_EQ(stores_.Verify(root), PELNIC_ERR_SYS_MEM_ALLOC);
+    EXPECT_TRUE(LoggedError(plan_, PELNIC_ERR_SYS_MEM_ALLOC,
+                            "A callback failed while certificates or CRLs were added: this context accepts nothing "
+                            "any more."));
     stores_->bInputLost = 0;
     EXPECT_EQ(stores_.Verify(root), 0u);
 }
