@@ -20,7 +20,7 @@ run() # LOG COMMAND...
     "$@" 2>&1 | tee -a "$log" || failures=$((failures + 1))
 }
 
-cmake/install-packages.sh valgrind python3 libbenchmark-dev libclang-rt-14-dev chromium
+cmake/install-packages.sh valgrind python3 libbenchmark-dev libclang-rt-14-dev llvm chromium
 run test env CMSVERIFY_LONG=1 CMSVERIFY_CASES=100000 CMSVERIFY_MODEL_PKIS=1000000 ./test.sh clang
 cp build/clang/Testing/Temporary/LastTest.log "$logs/clang" # what the 32-bit run repeats is not counted twice
 run test env CMSVERIFY_LONG=1 ./test.sh arm
@@ -33,6 +33,7 @@ run explained env CMSVERIFY_LONG=1 build/debug/tests/explained
 run valgrind valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/sweeps/valgrind.supp \
     build/clang/tests/cmsverify_tests --gtest_brief=1
 run fuzz fuzz/run.sh "${1:-60}"
+run unreached fuzz/unreached.py build/unreached
 run planted tests/sweeps/mutation/planted.py build/planted
 run mutants tests/sweeps/mutation/mutate.py build/mutation --sample "${MUTANTS:-0}"
 run bench cmake --preset bench

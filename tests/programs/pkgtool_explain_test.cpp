@@ -704,7 +704,7 @@ TEST_F(PkgtoolExplain, DoesNotTakeAnAlteredCertificateForAnotherRoots)
                                  "altered");
 }
 
-// A self-signed CA that came along is no root, whatever CRL there is of it; and the root's own signature counts.
+// One that came along, whatever CRL there is of it.
 TEST_F(PkgtoolExplain, KnowsASelfSignedCertificateThatIsNoRoot)
 {
     CertSpec own = bench_.pki.signingCa;
