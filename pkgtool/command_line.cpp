@@ -38,12 +38,15 @@ std::string helpLine(const std::string& name, const std::string& text)
     return left + (text.empty() ? "" : gap) + wrapped(text, COLUMNS - TEXT_COLUMN, TEXT_COLUMN) + "\n";
 }
 
-// TEXT, UINT, or TEXT:{a,b} for a choice.
+// FILE, NUMBER, {a,b} for a choice, or what the option itself says. CLI11's type is followed by the checks; a text is
+// the name of a file unless the option says what it is.
 std::string valueOf(const CLI::Option* option)
 {
     if (option->get_type_size() == 0) return "";
     const std::string type = option->get_type_name();
-    return " " + (type.find('{') != std::string::npos ? type : type.substr(0, type.find(':')));
+    if (type.find('{') != std::string::npos) return " " + type.substr(type.find('{'));
+    const std::string word = type.substr(0, type.find(':'));
+    return word == "TEXT" ? " FILE" : word == "UINT" || word == "INT" ? " NUMBER" : " " + word;
 }
 
 // ---- Errors ----
@@ -123,9 +126,9 @@ std::string firstWrong(const Words& words)
 std::string withoutLibrarysWords(const CLI::ParseError& error)
 {
     std::string text = error.what();
+    const std::size_t missing = text.find(" 1 required "); // and the type
+    if (missing != std::string::npos) text.replace(missing, std::string::npos, " its value is missing");
     for (const auto& [words, by] : {std::pair("A subcommand is required", "a command is missing"),
-                                    {" 1 required TEXT missing", " its value is missing"},
-                                    {" 1 required UINT missing", " its value is missing"},
                                     {" excludes ", " does not go with "},
                                     {" requires ", " needs "},
                                     {"Could not convert: ", "not a number that fits: "},

@@ -39,13 +39,18 @@ CLI::Option_group* addTimestampOptions(CLI::App* command, TimestampOptions& opti
     CLI::Option* const cert =
         when->add_option("--tsa-cert", options.tsaCert, "certificate of an authority of your own");
     CLI::Option* const key = when->add_option("--tsa-key", options.tsaKey, "its private key: a file, or a pkcs11: URI");
-    when->add_option("--tsa-pass", options.tsaPassword, "its password or PIN: env:NAME or file:PATH")->needs(cert);
+    when->add_option("--tsa-pass", options.tsaPassword, "its password or PIN: env:NAME or file:PATH")
+        ->type_name("SOURCE")
+        ->needs(cert);
     addRepeatable(when, "--tsa-chain", options.tsaChain, "certificates of the CAs above it")->needs(cert);
     when->add_option("--tsa-time", options.tsaTime, "the time it states, 2026-01-31T12:00:00Z; by default now")
+        ->type_name("TIME")
         ->needs(cert);
-    when->add_option("--tsa-policy", options.tsaPolicy, "the policy it states, an object identifier")->needs(cert);
+    when->add_option("--tsa-policy", options.tsaPolicy, "the policy it states, an object identifier")
+        ->type_name("OID")
+        ->needs(cert);
     addRepeatable(when, "--tsa-response", options.tsaResponses, "an authority's response, one per signer");
-    when->add_option("--tsa-url", options.tsaUrl, "ask this authority (RFC 3161 over HTTP)");
+    when->add_option("--tsa-url", options.tsaUrl, "ask this authority (RFC 3161 over HTTP)")->type_name("URL");
     CLI::Option* const requests = addRepeatable(when, "--tsa-request-out", options.tsaRequests,
                                                 "write only the query to this file, one per signer");
     cert->needs(key);

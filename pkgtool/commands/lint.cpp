@@ -101,12 +101,12 @@ void addLintCommand(CLI::App& app)
     CLI::App* const command = app.add_subcommand("lint", "Find what devices would accept and should not be shipped");
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
-    command
-        ->add_option("--crl-margin", options->limits.crlMarginDays,
-                     "days that CRLs must stay valid after the timestamp")
-        ->capture_default_str();
-    command->add_option("--crl-days", options->limits.crlDays, "the longest validity of a CRL in days")
-        ->capture_default_str();
+    Limits& limits = options->limits;
+    command->add_option("--crl-margin", limits.crlMarginDays,
+                        "days that CRLs must stay valid after the timestamp, by default " +
+                            std::to_string(limits.crlMarginDays));
+    command->add_option("--crl-days", limits.crlDays,
+                        "the longest validity of a CRL in days, by default " + std::to_string(limits.crlDays));
     command->add_flag("--json", options->json, "print JSON");
     command->footer("Exit status: 0 nothing but notes, 10 warnings, 11 errors, 2 unreadable, or the\n"
                     "command line is wrong.");

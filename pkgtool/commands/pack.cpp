@@ -140,7 +140,7 @@ void addPackCommand(CLI::App& app)
     addForecastOptions(command, options->forecast);
 
     CLI::Option_group* const fields = command->add_option_group("header", "Header fields, 0 or empty unless given");
-    fields->add_option("--description", options->description, "text of at most 224 bytes");
+    fields->add_option("--description", options->description, "text of at most 224 bytes")->type_name("WORDS");
     fields->add_option("--file-id", options->header.ulFileID, "file identifier");
     fields->add_option("--image-version", options->header.ulVersion, "version of the image");
     fields->add_option("--compress-type", options->header.ulCompressType, "compression type");
@@ -164,6 +164,7 @@ void addUnpackCommand(CLI::App& app)
     CLI::App* const command = app.add_subcommand("unpack", "Write a package's sub-files into a directory");
     command->add_option("package", options->package, "the package; - is standard input")->required();
     command->add_option("-d,--directory", options->directory, "for the files; created if it does not exist")
+        ->type_name("DIRECTORY")
         ->required();
     addForceFlag(command, options->existing);
     command->footer("The files are named after place and type: 1-payload, 2-signature, 3-crl, 1-0x20000000.\n\n" +

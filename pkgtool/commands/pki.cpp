@@ -272,8 +272,11 @@ void addDirectory(CLI::App* command, PkiOptions& options, const char* text)
 {
     command->add_option("directory", options.directory, text)->required();
     CLI::Option* const token =
-        command->add_option("--token", options.token, "the keys are in this PKCS #11 token, pkcs11:token=NAME");
-    command->add_option("--pass", options.password, "its PIN: env:NAME or file:PATH")->needs(token);
+        command->add_option("--token", options.token, "the keys are in this PKCS #11 token, pkcs11:token=NAME")
+            ->type_name("URI");
+    command->add_option("--pass", options.password, "its PIN: env:NAME or file:PATH")
+        ->type_name("SOURCE")
+        ->needs(token);
     command->add_option("--crl-days", options.crlDays, "validity of a CRL in days, by default 90")
         ->check(CLI::Range(1, 36500));
 }
@@ -289,7 +292,7 @@ void addPkiCommand(CLI::App& app)
 
     CLI::App* const create = pki->add_subcommand("new", "Make root, CAs, signer, timestamp authority and CRLs");
     addDirectory(create, o, "the PKI's directory, which must not exist yet");
-    create->add_option("--name", o.organization, "the organization in all names, by default Trial");
+    create->add_option("--name", o.organization, "the organization in all names, by default Trial")->type_name("NAME");
     create
         ->add_option("--key-bits", o.keyBits,
                      "length of all keys; by default 4096 for the root and 3072 for the others")
@@ -309,7 +312,8 @@ void addPkiCommand(CLI::App& app)
     addDirectory(revocation, o, "the PKI's directory");
     revocation->add_option("certificate", o.certificate, "ca, tsa-ca, signer, tsa, or a certificate's file")
         ->required();
-    revocation->add_option("--reason", o.reason, "as in RFC 5280: keyCompromise, superseded ...; by default none");
+    revocation->add_option("--reason", o.reason, "as in RFC 5280: keyCompromise, superseded ...; by default none")
+        ->type_name("REASON");
     revocation->callback([options] { revoke(*options); });
 }
 

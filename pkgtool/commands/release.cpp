@@ -161,7 +161,8 @@ void addReleaseCommand(CLI::App& app)
     command->add_option("-o,--output", options->output, "the package")->required();
     addForceFlag(command, options->existing);
     CLI::Option_group* const from = command->add_option_group("settings", "Who signs, and how; one of");
-    from->add_option("--pki", options->pki, "a directory of pkgtool pki new, whose release.toml is read");
+    from->add_option("--pki", options->pki, "a directory of pkgtool pki new, whose release.toml is read")
+        ->type_name("DIRECTORY");
     from->add_option("--config", options->config, "a file like that one");
     from->require_option(1);
     command->footer("The file has a section for each of sign, pack, verify and lint, with the options of that command\n"

@@ -235,11 +235,13 @@ void addSignCommand(CLI::App& app)
     CLI::Option* const signature =
         addRepeatable(who, "--signature", o.signatures, "that key's bare signature value, RSA PKCS #1 v1.5");
     addRepeatable(who, "--p12", o.pkcs12, "certificate, key and chain in a PKCS #12 file");
-    addRepeatable(who, "--pass", o.passwords, "password or PIN of the keys: env:NAME or file:PATH");
+    addRepeatable(who, "--pass", o.passwords, "password or PIN of the keys: env:NAME or file:PATH")
+        ->type_name("SOURCE");
     addRepeatable(who, "--chain", o.chain, "certificates of the CAs between signer and root");
     addRepeatable(who, "--digest", o.digests, "sha256 (default), sha384 or sha512")
         ->check(CLI::IsMember({"sha256", "sha384", "sha512"}));
-    who->add_option("--signing-time", o.signingTime, "put this time (2026-01-31T12:00:00Z) into the signature");
+    who->add_option("--signing-time", o.signingTime, "put this time (2026-01-31T12:00:00Z) into the signature")
+        ->type_name("TIME");
 
     CLI::Option_group* const when = addTimestampOptions(command, o.timestamp, output);
     when->add_flag("--no-timestamp", o.noTimestamp, "none, for tests: the checker refuses such a signature");

@@ -10,6 +10,7 @@ dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 cd "$dir" || exit 1
 touch image.bin image.cms
+mkdir images
 status=0
 
 # completes 'WORDS' EXPECTED...: the last word is the one begun.
@@ -48,7 +49,11 @@ completes 'pkgtool sign --p' --p12 --pass --pem
 completes 'pkgtool verify -j ' ''
 completes 'pkgtool verify --jobs ' ''
 completes 'pkgtool pki new --crl-days ' ''
-completes 'pkgtool sign im' image.bin image.cms
+completes 'pkgtool sign im' image.bin image.cms images
+completes 'pkgtool unpack -d im' images
+completes 'pkgtool release --pki im' images
+completes 'pkgtool sign --pass im' ''
+completes 'pkgtool sign --pem im' image.bin image.cms images
 completes 'pkgtool sign --cert image.c' image.cms
 completes 'pkgtool pack --image-version ' ''
 completes 'pkgtool pack -o image.b' image.bin

@@ -4,7 +4,7 @@
 # _files.
 compadd() { shift; print -l -- ${(M)@:#${PREFIX}*}; }
 compset() { PREFIX=${PREFIX#*=}; }
-_files() { print -l -- ${PREFIX}*(N); }
+_files() { if [[ $1 == -/ ]]; then print -l -- ${PREFIX}*(N/); else print -l -- ${PREFIX}*(N); fi; }
 
 completion=$1
 shift

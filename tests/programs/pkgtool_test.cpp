@@ -176,7 +176,8 @@ TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
     for (const Words& command : {Words{},     {"pki"},     {"pki", "new"}, {"pki", "crl"},  {"pki", "revoke"},
                                  {"release"}, {"sign"},    {"stamp"},      {"pack"},        {"renew-crls"},
                                  {"unpack"},  {"list"},    {"crl"},        {"crl", "show"}, {"crl", "compare"},
-                                 {"code"},    {"inspect"}, {"explain"},    {"lint"},        {"verify"}}) {
+                                 {"code"},    {"inspect"}, {"explain"},    {"lint"},        {"verify"},
+                                 {"root"}}) {
         const ProcessResult result = Run(command + Words{"--help"});
         EXPECT_EQ(result.status, kDone);
         std::istringstream lines(result.out);
@@ -184,12 +185,30 @@ TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), 80u) << line;
             EXPECT_EQ(line.find("Excludes"), std::string::npos) << line;
+            EXPECT_EQ(line.find(" TEXT"), std::string::npos) << line;
             const bool isOption = line.rfind("  -", 0) == 0;
             const bool hasText = line.size() > 29 || lines.peek() == ' ';
             EXPECT_TRUE(!isOption || hasText) << line;
             EXPECT_TRUE(!isOption || options.insert(line).second) << "twice: " << line;
         }
         EXPECT_EQ(Run(Words{"help"} + command).out, result.out);
+    }
+}
+
+TEST_F(Pkgtool, HelpSaysWhatKindOfValueAnOptionTakes)
+{
+    for (const auto& [command, option] :
+         {std::pair("sign", "  --cert FILE "),
+          {"sign", "  --digest {sha256,sha384,sha512}\n"},
+          {"sign", "  --tsa-pass SOURCE "},
+          {"sign", "  --signing-time TIME "},
+          {"sign", "  --pem                      write"},
+          {"unpack", "  -d,--directory DIRECTORY "},
+          {"pack", "  --file-id NUMBER "},
+          {"verify", "  -j,--jobs NUMBER "},
+          {"lint", "  --crl-days NUMBER          the longest validity of a CRL in days, by default\n"
+                   "                             400\n"}}) {
+        EXPECT_NE(Run({command, "--help"}).out.find(option), std::string::npos) << option;
     }
 }
 
