@@ -53,6 +53,7 @@ PELNIC_ERROR_CODE _pnvAddSignerInfoToVerifyProcess(PELNIC_VRF* pVrf, const PELNI
 static PELNIC_ERROR_CODE copySignature(const PELNIC_VRF* pVrf, const PELNIC_ASN_OCTS* signature,
                                        PELNIC_VERIFY_DIGEST_INFO* pInfo)
 {
+    if (signature->len == 0) return PELNIC_ERR_NULL_POINTER; // the default copy's code; no callback is to blame
     void* block = nullptr;
     PELNIC_ERROR_CODE rc = pelnic_malloc(pVrf, &block, signature->len);
     if (rc != 0) return rc;

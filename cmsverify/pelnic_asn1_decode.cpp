@@ -696,6 +696,8 @@ static bool isCopiedLater(const PELNIC_VRF* pVrf, PELNIC_BUF* b, const PELNIC_AS
     if (field->asn1_item->asn_func != &g_pnvAsnFuncPeekOct || field->tagType != PNV_TAG_NONE || !isPlain(field + 1)) {
         return false;
     }
+    const PNV_BYTE* const first = pelnic_buf_get_point(b);
+    if (first == nullptr || (*first & HIGH_TAG_NUMBER) == HIGH_TAG_NUMBER) return false; // which is logged, once
     PNV_DECODING(b, field, field->name_val);
     const PNV_UINT32 start = b->iCursor;
     PELNIC_BER_TAG tag = {};

@@ -298,8 +298,9 @@ typedef PNV_TIME_T (*pnv_func_get_utc_time)(void);
 typedef PNV_TIME_T (*pnv_func_mktime)(const PELNIC_DATETIME* date);
 
 /*
- * Receives errors and warnings. rc is 0 if there is no code; message may be empty or, without memory, the bare format.
- * thread is null and time is 0 without the two callbacks above. Must not call the library on the same context.
+ * Receives errors and warnings. rc is 0 if there is no code; message may be empty or, without memory, the bare format,
+ * or null for a record without words of its own. thread is null and time is 0 without the two callbacks above. Must not
+ * call the library on the same context.
  */
 typedef void (*func_pelnic_log_callback)(PELNIC_LOG_TYPE log_level, const PNV_CHAR* filename, PNV_INT line,
                                          const PNV_CHAR* function, PNV_THREAD_ID thread, PNV_TIME_T time,

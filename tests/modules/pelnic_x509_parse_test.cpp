@@ -146,6 +146,16 @@ TYPED_TEST(SignedRecord, KeepsTheSignedPartAsItWasEncoded)
     TypeParam::Free(this->vrf_, outcome.record);
 }
 
+// The signed part is looked at before and after it is decoded.
+TYPED_TEST(SignedRecord, LogsATagWithAHighNumberOnce)
+{
+    const Bytes beginsWithIt = Seq(Bytes{0x1F, 0x02, 0x05, 0x00, 0x00});
+    this->ExpectRefused(beginsWithIt);
+    ASSERT_EQ(this->vrf_.Plan().Logs().size(), 1u);
+    EXPECT_EQ(this->vrf_.Plan().Logs()[0].rc, PELNIC_ERR_FAILED);
+    this->vrf_.Plan().ClearLogs();
+}
+
 TYPED_TEST(SignedRecord, HasOneReference)
 {
     const auto outcome = this->Decode(this->sample_);

@@ -4,7 +4,8 @@
 Copies the project to a scratch directory, puts a mutation site wherever something could be mistaken in cmsverify/,
 tool/ and pkgtool/, builds the tests once, and notes which sites each test reaches. Then each mutant meets the tests
 that reach it, the most promising first, until one fails. Prints the mutants that no test notices, with their lines, but
-for those that survivors.txt lists as changing nothing. Goes on where an interrupted run over the same sources stopped.
+for those that survivors.txt lists as changing nothing. What survives meets the quick tests once more under
+AddressSanitizer and UndefinedBehaviorSanitizer. Goes on where an interrupted run over the same sources stopped.
 
     tests/sweeps/mutation/mutate.py SCRATCH [--jobs N] [--modules cms_verify,lint] [--kinds guard,swap] [--rounds N]
         [--sample N --seed S]
@@ -16,13 +17,16 @@ of one type exchanged).
 import argparse
 import collections
 import concurrent.futures
+import contextlib
 import hashlib
 import json
+import math
 import os
 import pathlib
 import random
 import re
 import shutil
+import signal
 import subprocess
 import time
 
@@ -49,7 +53,11 @@ ROUNDS = (0.3, 3, 30, float("inf"))
 TOGETHER = 20  # seconds of tests in one process: a mutant that hangs is waited for as long as they may take
 LEFT_OUT = "CaBundle*:SignedPackageTest.With2GiB*:StackWork*"  # the slowest
 CASES = "300"  # generated packages
-PROGRAMS = ("cmsverify_tests", "witness", "attacked_pkgcheck", "attacked_pkgcheck_strict")
+PROGRAMS = ("cmsverify_tests", "witness", "attacked_pkgcheck", "attacked_pkgcheck_strict", "libcrypto_memory",
+            "explained", "pkgtool_work")
+MEMORY = 4096  # MiB that a process may have: some mutants allocate without end
+SANITIZERS = "-fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=all"
+QUICK_ROUNDS = 2  # of them under the sanitizers
 
 
 class Mutants:
@@ -147,11 +155,13 @@ class Source:
         self.path.write_text(mutate_lines(self.text, changed, self.where, mutants, self.spared))
 
 
-def configure(tree, build):
+def configure(tree, build, sanitizers=""):
     subprocess.run(["cmake", "-S", tree, "-B", build, "-G", "Ninja", "--compile-no-warning-as-error",
                     "-DCMAKE_BUILD_TYPE=Debug", "-DCMSVERIFY_BUILD_TESTS=ON", "-DCMSVERIFY_BUILD_PKGTOOL=ON",
                     "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-                    f"-DCMAKE_CXX_FLAGS=-O1 -w -include {HERE}/mutation.h"], check=True, stdout=subprocess.DEVNULL)
+                    f"-DCMAKE_C_FLAGS={sanitizers}",
+                    f"-DCMAKE_CXX_FLAGS=-O1 -w -include {HERE}/mutation.h {sanitizers}"],
+                   check=True, stdout=subprocess.DEVNULL)
     commands = json.loads((build / "compile_commands.json").read_text())
     return {command["file"]: command for command in commands}
 
@@ -185,41 +195,69 @@ def prepare(scratch, modules, kinds, jobs):
                 source.spared |= lines
                 changed.append(source)
         unsure = changed
-    subprocess.run(["cmake", "--build", scratch / "build", "-j", str(jobs), "--target", *PROGRAMS], check=True,
-                   stdout=subprocess.DEVNULL)
+    configure(tree, scratch / "sanitized", SANITIZERS)
+    for build in ("build", "sanitized"):
+        subprocess.run(["cmake", "--build", scratch / build, "-j", str(jobs), "--target", *PROGRAMS], check=True,
+                       stdout=subprocess.DEVNULL)
     return mutants.found
+
+
+# Tests, each with its seconds, in lists for one process each.
+def batches(tests, rounds):
+    waiting = collections.deque(tests)
+    for limit in ROUNDS[:rounds]:
+        spent = 0.0
+        while waiting and (spent == 0 or spent + waiting[0][0] <= limit):
+            names, total = [], 0.0
+            while waiting and (not names or total + waiting[0][0] <= min(limit - spent, TOGETHER)):
+                seconds, name = waiting.popleft()
+                names.append(name)
+                total += seconds
+            spent += total
+            yield names, total
 
 
 class Tests:
     def __init__(self, scratch):
-        self.directory = scratch / "build/tests"
+        self.scratch = scratch
         self.reaching = {}  # site -> [(seconds, test)]; a test is "program Suite.Name"
         self.noticed = collections.Counter()  # (source, test) -> mutants
         self.home = {suite: path.stem.removeprefix("pkgtool_") for path in (PROJECT / "tests").rglob("*.cpp")
                      for suite in re.findall(r"^TEST(?:_[FP])?\((\w+),", path.read_text(), re.M)}
 
     # The test that fails, which is "" if it cannot be told, or None.
-    def run(self, tests, patience, **variables):
+    def run(self, tests, patience, sanitized=False, **variables):
         for program in PROGRAMS:
             names = [test.split()[1] for test in tests if test.split()[0] == program]
             if not names:
                 continue
-            environment = dict(os.environ, CMSVERIFY_CASES=CASES, GTEST_FILTER=":".join(names), **variables)
+            environment = dict(os.environ, CMSVERIFY_CASES=CASES, GTEST_FILTER=":".join(names),
+                               ASAN_OPTIONS=f"hard_rss_limit_mb={MEMORY}", **variables)
+            limits = ["prlimit", f"--cpu={math.ceil(patience)}"]
+            if not sanitized:
+                limits.append(f"--data={MEMORY << 20}")
+            path = self.scratch / ("sanitized" if sanitized else "build") / "tests" / program
+            process = subprocess.Popen([*limits, path, "--gtest_fail_fast", "--gtest_brief=1"], env=environment,
+                                       start_new_session=True, errors="replace", stdin=subprocess.DEVNULL,
+                                       stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
             try:
-                done = subprocess.run([self.directory / program, "--gtest_fail_fast", "--gtest_brief=1"],
-                                      env=environment, timeout=patience, stdin=subprocess.DEVNULL,
-                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, errors="replace")
+                output, _ = process.communicate(timeout=patience)
             except subprocess.TimeoutExpired:
                 return ""
-            if done.returncode != 0:
-                failed = re.search(r"^\[  FAILED  \] ([\w./]+)", done.stdout, re.M)
+            finally:
+                with contextlib.suppress(ProcessLookupError):
+                    os.killpg(process.pid, signal.SIGKILL)  # with the programs that a test waits for
+                process.wait()
+            if process.returncode != 0:
+                failed = re.search(r"^\[  FAILED  \] ([\w./]+)", output, re.M)
                 return f"{program} {failed[1]}" if failed else ""
         return None
 
     def names(self):
         for program in PROGRAMS:
-            listed = subprocess.run([self.directory / program, "--gtest_list_tests", f"--gtest_filter=-{LEFT_OUT}"],
-                                    check=True, capture_output=True, text=True).stdout
+            path = self.scratch / "build/tests" / program
+            listed = subprocess.run([path, "--gtest_list_tests", f"--gtest_filter=-{LEFT_OUT}"], check=True,
+                                    capture_output=True, text=True).stdout
             suite = None
             for line in listed.splitlines()[1:]:
                 name = line.split("#")[0].strip()
@@ -265,22 +303,17 @@ class Tests:
         kinship = len(os.path.commonprefix((pathlib.Path(where).stem, self.home.get(suite, ""))))
         return -self.noticed[where, name], seconds / (1 + kinship)
 
+    # A mutant that hangs is noticed.
     def survives(self, number, where, rounds):
-        waiting = sorted(self.reaching.get(number, []), key=lambda test: self.order(where, test))
-        for limit in ROUNDS[:rounds]:
-            spent = 0.0
-            while waiting and (spent == 0 or spent + waiting[0][0] <= limit):
-                chosen, total = [], 0.0
-                while waiting and (not chosen or total + waiting[0][0] <= min(limit - spent, TOGETHER)):
-                    seconds, name = waiting.pop(0)
-                    chosen.append(name)
-                    total += seconds
-                spent += total
-                # A mutant that hangs is noticed.
-                failed = self.run(chosen, 20 + 4 * total, CMSVERIFY_MUTANT=str(number))
-                if failed is not None:
-                    self.noticed[where, failed] += 1
-                    return False
+        tests = sorted(self.reaching.get(number, []), key=lambda test: self.order(where, test))
+        for sanitized in (False, True):
+            for names, seconds in batches(tests, min(rounds, QUICK_ROUNDS) if sanitized else rounds):
+                patience = 20 + (16 if sanitized else 4) * seconds
+                failed = self.run(names, patience, sanitized, CMSVERIFY_MUTANT=str(number))
+                if failed is None or (sanitized and self.run(names, patience, sanitized) is not None):
+                    continue
+                self.noticed[where, failed] += 1
+                return False
         return True
 
 
