@@ -111,7 +111,8 @@ void printContent(const Json& content, const Json& length)
         for (const Json& cert : content["certificates"]) printCertificate(cert, indent);
         for (const Json& crl : content["crls"]) printCrl(crl, indent);
         if (content["unread_bytes"] != 0)
-            printf("  %s bytes of something else\n", textOf(content["unread_bytes"]).c_str());
+            printf("  %s byte%s of something else\n", textOf(content["unread_bytes"]).c_str(),
+                   content["unread_bytes"] == 1 ? "" : "s");
         return;
     }
     printEnvelope(content, length);

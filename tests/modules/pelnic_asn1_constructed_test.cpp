@@ -301,7 +301,7 @@ TEST_F(SequenceKind, GivesBackWhatItHadWhenAFieldFails)
 TEST_F(SequenceKind, IsRefusedWhenSuccessBringsNoMemory)
 {
     vrf_->callback_funcs.plt_funcs.sys_funcs.mem_funcs.malloc = MallocNothing;
-    ExpectRefused(kLeaf, Leaf(1, Text("text")));
+    ExpectRefused(kLeaf, Leaf(1, Text("text")), PELNIC_ERR_ASN_OCTS);
     ExpectRefused(FieldOf(kOptions), Seq(Int(1)));
 }
 
@@ -409,6 +409,25 @@ TEST_F(SequenceKind, WithoutItsHeaderLeavesTheRestUntouched)
     EXPECT_EQ(decoding.Consumed(), content.size());
 }
 
+// Nothing is left over there, so a tag that cannot be read is not taken for an absent field.
+TEST_F(SequenceKind, WithoutItsHeaderRefusesAHighTagNumberInPlaceOfAnOptionalField)
+{
+    struct Record {
+        PELNIC_ASN_INT number;
+        PELNIC_ASN_BOOL flag;
+    };
+    constexpr PELNIC_ASN1_TEMPLATE rows[] = {
+        PNV_FIELD(Record, number, PNV_UNTAGGED, PELNIC_ASN_INT_item),
+        PNV_FIELD(Record, flag, PNV_UNTAGGED, PELNIC_ASN_BOOL_item, PNV_OPTIONAL),
+    };
+    const PELNIC_ASN1_ITEM item = SequenceItem<Record>(rows);
+    const Bytes content = Cat(Int(1), Bytes{0x1F, 0x20, 0x00});
+    const Decoding decoding(vrf_, FieldOf(item, kContentOnly), content, Len(content));
+    ExpectRefused(decoding);
+    EXPECT_EQ(decoding.Code(), PELNIC_ERR_ASN_TAG);
+    ExpectLogged(PELNIC_ERR_FAILED, "");
+}
+
 // There is no length that would say that the content ends.
 TEST_F(SequenceKind, WithoutItsHeaderMayNotEndBeforeOptionalFields)
 {
@@ -489,6 +508,17 @@ TEST_F(SequenceKind, AnAbsentFieldIsNull)
     EXPECT_EQ(record.number, nullptr);
     EXPECT_EQ(octets, 0u);
     EXPECT_EQ(input.Moved(), 0u);
+}
+
+TEST_F(SequenceKind, AFieldsOctetsIncludeItsExplicitHeader)
+{
+    constexpr PELNIC_ASN1_TEMPLATE row = PNV_FIELD(Tree, version, PNV_EXPLICIT(0), PELNIC_ASN_INT_item);
+    Tree record{};
+    PNV_UINT32 octets = 0xA5A5A5A5;
+    Cursor input(Ctx(0, Int(7)));
+    EXPECT_EQ(_pnvDecSeqValue(vrf_, input, &record, &octets, &row), 0u);
+    EXPECT_EQ(record.version, 7);
+    EXPECT_EQ(octets, 5u);
 }
 
 // Recognised by the tag of an INTEGER and decoded by its own.
@@ -631,6 +661,27 @@ TEST_F(SetOfKind, RefusesAnElementWithItsOwnCode)
     ExpectRefused(kLeaves, Set(Leaf(1, {}), Bytes{0x30}), PELNIC_ERR_ASN_SETOF);
 }
 
+TEST_F(SetOfKind, HasItsOwnCodeWithoutMemory)
+{
+    vrf_.Plan().Fail(Call::Malloc, 1);
+    ExpectRefused(kLeaves, Set(Leaf(1, {})), PELNIC_ERR_ASN_SETOF);
+}
+
+TEST_F(SetOfKind, AddsOneElement)
+{
+    ASN1_TEST_LEAVES leaves{};
+    PNV_UINT32 octets = 0;
+    Cursor input(Leaf(1, Text("text")));
+    const PELNIC_ASN1_TEMPLATE& row = ASN1_TEST_LEAVES_templ[0];
+    EXPECT_EQ(_pnv_dec_seq_elem(vrf_, input, _pnvAsList(&leaves.list), &octets, &row), 0u);
+    EXPECT_EQ(octets, input.Moved());
+    EXPECT_EQ(Elements(leaves.list), Leaf(1, Text("text")));
+    Cursor another(Leaf(2, {}));
+    EXPECT_NE(_pnv_dec_seq_elem(nullptr, another, _pnvAsList(&leaves.list), &octets, &row), 0u);
+    EXPECT_EQ(leaves.list.num, 1u);
+    pelnic_free_setof(vrf_, &leaves, &kLeaves);
+}
+
 TEST_F(SetOfKind, RefusesElementsThatReachBeyondIt)
 {
     const Bytes content = Cat(Leaves(2));
@@ -702,6 +753,14 @@ TEST_F(OctetsListKind, GivesBackAnOwnedListWhenAnElementFails)
     ExpectRefused(field_, Seq(Octets({'a'}), Int({0x00})), PELNIC_ERR_ASN_SETOF);
 }
 
+TEST_F(OctetsListKind, HasItsOwnCodeWithoutMemoryForAnOwnedList)
+{
+    rows_[0].flag = PNV_FLAG_POINTER;
+    rows_[0].offset_val = offsetof(Record, before);
+    vrf_.Plan().Fail(Call::Malloc, 1);
+    ExpectRefused(field_, Seq(Octets({'a'})), PELNIC_ERR_ASN_SETOF);
+}
+
 TEST_F(OctetsListKind, RefusesElementsThatConsumeNothing)
 {
     rows_[0].asn1_item = &PELNIC_ASN_PEEK_OCTS_item;
@@ -731,6 +790,12 @@ protected:
         EXPECT_EQ(decoding.Input().Moved(), element.size());
     }
 };
+
+TEST_F(ChoiceKind, HasItsOwnCodeForATagThatCannotBeRead)
+{
+    ExpectRefused(kSelection, {0x1F, 0x20, 0x00}, PELNIC_ERR_ASN_CHOICE);
+    ExpectLogged(PELNIC_ERR_FAILED, "");
+}
 
 TEST_F(ChoiceKind, DecodesTheAlternativeThatItsTagChooses)
 {
@@ -898,7 +963,7 @@ protected:
         PNV_FIELD(Record, flag, PNV_UNTAGGED, PELNIC_ASN_BOOL_item, PNV_DEFAULT),
     };
     PELNIC_ASN1_TEMPLATE& value_ = rows_[1];
-    const PELNIC_ASN1_ITEM item_ = SequenceItem<Record>(rows_);
+    PELNIC_ASN1_ITEM item_ = SequenceItem<Record>(rows_);
     const PELNIC_ASN1_TEMPLATE field_ = FieldOf(item_);
 
     const Bytes asNumber_ = Oid(oid::commonName);
@@ -1048,6 +1113,15 @@ TEST_F(AnyKind, MayBeAbsentWhenOptionalAndTagged)
     ExpectNumber(Seq(asNumber_, Ctx(3, Int(7))), 7);
     Tag(PNV_IMPLICIT(3));
     ExpectNumber(Seq(asNumber_, CtxPrim(3, {0x07})), 7);
+}
+
+TEST_F(AnyKind, IsNotAbsentForATagThatCannotBeRead)
+{
+    value_.flag |= PNV_FLAG_OPTIONAL;
+    const Bytes content = Cat(asNumber_, Bytes{0x1F, 0x20, 0x00});
+    item_.templ_count = 2; // nothing behind it that could refuse the tag
+    ExpectRefused(Decoding(vrf_, FieldOf(item_, kContentOnly), content, Len(content)));
+    ExpectLogged(PELNIC_ERR_FAILED, "");
 }
 
 TEST_F(AnyKind, OptionalIsRefusedByTheTypeThatItHas)

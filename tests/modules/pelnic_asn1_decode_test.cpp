@@ -590,6 +590,8 @@ TEST_P(PrimitiveKind, RefusesTheEndWithItsOwnCode)
 TEST_P(PrimitiveKind, RefusesTheIndefiniteFormAndAFifthLengthOctet)
 {
     ExpectRefused(field_, Cat(Bytes{kind_.identifier, 0x80}, kind_.content, Bytes{0x00, 0x00}));
+    // Not the length 128 either, where so many octets follow.
+    ExpectRefused(field_, Cat(Bytes{kind_.identifier, 0x80, 0x00}, Bytes(127, 0x01)));
     ExpectRefused(field_, TlvLong(kind_.identifier, 5, kind_.content));
 }
 
@@ -791,6 +793,12 @@ TEST_F(OctetsKind, AreRefusedWhenSuccessBringsNoMemory)
 {
     vrf_->callback_funcs.plt_funcs.sys_funcs.mem_funcs.malloc = MallocNothing;
     ExpectRefused(FieldOf(PELNIC_ASN_OCTS_item), Octets({'a'}), PELNIC_ERR_ASN_OCTS);
+}
+
+TEST_F(OctetsKind, HaveTheirOwnCodeForAHeaderThatCannotBeRead)
+{
+    ExpectRefused(FieldOf(PELNIC_ASN_OCTS_item), {0x04}, PELNIC_ERR_ASN_OCTS);
+    ExpectRefused(FieldOf(PELNIC_ASN_OCTS_item), {0x04, 0x80}, PELNIC_ERR_ASN_OCTS);
 }
 
 TEST_F(OctetsKind, PassOnTheCodeOfTheCopy)

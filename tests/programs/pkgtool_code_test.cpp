@@ -2,6 +2,7 @@
 #include "programs/pkgtool_json.h"
 #include "support/paths.h"
 #include "support/process.h"
+#include "support/screen.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -100,6 +101,23 @@ TEST(PkgtoolCode, KnowsEveryLineOfTheChecker)
     }
     const ProcessResult refused = RunCode({"Check cms file fail for file(err 0x88200016)"});
     EXPECT_EQ(refused.out, "Check cms file fail for file(err 0x88200016): refused\n" + RunCode({"0x88200016"}).out);
+}
+
+// Each status, a line of the checker with an unknown code, and a reason of each decision with and without a code.
+TEST(PkgtoolCode, AnswersAreThoseOnRecord)
+{
+    const std::string coded = "0100882000098820001469580b8000000000000000000000000000000a0b";
+    const std::string uncoded = "020100000000000000006958000069570000040000000000000000300301"; // of an authority
+    std::vector<std::string> words{"0", "234", "253", "254", "255", "Check cms file fail for file(err 0x99999999)"};
+    for (char high : {'0', '1'}) {
+        for (char low : std::string(high == '0' ? "0123456789abcdef" : "0123456789ab")) {
+            for (const std::string& rest : {coded, uncoded}) words.push_back(std::string("01") + high + low + rest);
+        }
+    }
+    const std::string json =
+        RunCode({"--json", "0", "Failed to alloc memory", "0100" + coded, "0113" + uncoded, "CERT_VERIFY"}).out;
+    ExpectScreen("code", RunCode(words).out + "\n" + json);
+    EXPECT_EQ(RunCode({"011c" + coded}).status, 2) << "no such decision";
 }
 
 // Of a log the lines that are the checker's.

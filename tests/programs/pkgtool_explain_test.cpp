@@ -6,6 +6,7 @@
 #include "support/package.h"
 #include "support/paths.h"
 #include "support/process.h"
+#include "support/screen.h"
 #include "support/signature.h"
 #include "support/temp_dir.h"
 
@@ -544,6 +545,11 @@ protected:
         EXPECT_EQ(report["code"], hasCode ? Json(code[1].str()) : Json());
         return report;
     }
+    std::string WithoutDirectory(const std::string& text) const
+    {
+        return std::regex_replace(text, std::regex(dir_.Path() + "/"), "");
+    }
+    std::string Screen(const std::string& path) const { return WithoutDirectory(WithoutAddresses(Explain(path).out)); }
     static std::string WithoutAddresses(const std::string& line)
     {
         return std::regex_replace(line, std::regex("(bin|cms) 0x[0-9a-f]+"), "$1 ADDRESS");
@@ -553,8 +559,11 @@ protected:
     Bench bench_;
 };
 
+// On record is the whole screen of a good package, and what is different in those of others.
 TEST_F(PkgtoolExplain, EveryRefusalHasItsVerdictItsPlaceAndItsAdvice)
 {
+    const std::string good = Screen(Write(bench_.Package()));
+    std::string screens = good;
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.title);
         Bench bench;
@@ -570,13 +579,19 @@ TEST_F(PkgtoolExplain, EveryRefusalHasItsVerdictItsPlaceAndItsAdvice)
         EXPECT_EQ(subject, *refusal.subject == '\0' ? "" : std::string("C=ZZ,O=Example,CN=") + refusal.subject);
         EXPECT_NE(failure["advice"].get<std::string>().find(refusal.advice), std::string::npos) << failure;
 
-        const std::string screen = Explain(path).out;
+        const std::string screen = Screen(path);
+        screens += std::string("\n") + refusal.title + "\n";
+        std::istringstream lines(screen);
+        for (std::string line; std::getline(lines, line);) {
+            if (good.find("\n" + line + "\n") == std::string::npos) screens += line + "\n";
+        }
         const std::regex mark("\n> ");
         EXPECT_EQ(std::distance(std::sregex_iterator(screen.begin(), screen.end(), mark), std::sregex_iterator()), 1)
             << screen;
         EXPECT_NE(screen.find("\nwhy:  " + failure["reason"].get<std::string>() + "\n"), std::string::npos) << screen;
         EXPECT_EQ(screen.find('\033'), std::string::npos);
     }
+    ExpectScreen("explain", screens);
 }
 
 TEST_F(PkgtoolExplain, AcceptedPackagesHaveNoFailure)
@@ -879,7 +894,7 @@ TEST_F(PkgtoolExplain, DrawsRevocationsOnTheTimeLine)
     const std::string later = pageOf("300101000000Z");
     EXPECT_NE(later.find("<path d=\"M650 "), std::string::npos) << later;
     EXPECT_EQ(later.find("<path"), later.rfind("<path"));
-    EXPECT_NE(later.find("revokes it only later, as of 2030-01-01"), std::string::npos);
+    ExpectScreen("page", WithoutDirectory(later));
     // Whatever the date, it is in the picture.
     EXPECT_NE(pageOf("600101000000Z").find("<path d=\"M300 "), std::string::npos);
     EXPECT_NE(pageOf("491231000000Z").find("<path d=\"M1000 "), std::string::npos);

@@ -4,6 +4,7 @@
 #include "support/package.h"
 #include "support/paths.h"
 #include "support/process.h"
+#include "support/screen.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -142,23 +143,31 @@ TEST_F(PkgtoolInspect, HasFingerprints)
     EXPECT_EQ(pem["crls"][0]["sha256"], Sha256(Build(pki_.rootCrl)));
 }
 
-TEST_F(PkgtoolInspect, SaysItInWords)
+TEST_F(PkgtoolInspect, ScreensAreThoseOnRecord)
 {
     pki_.signingCrl.revoked = {{pki_.signer.serial, UtcTime("250601000000Z"), 1}};
-    const std::string out = Inspect(Build(Package())).out;
-    for (const char* line :
-         {"sub-file 2: signature, DER\n  certificate C=ZZ,O=Example,CN=Test Signing CA, serial 11\n",
-          "      no CA: digitalSignature, codeSigning\n",
-          "  signer with serial 23 of C=ZZ,O=Example,CN=Test Signing CA\n"
-          "      SHA256, rsaEncryption, signed attributes contentType, messageDigest\n"
-          "      timestamp 2026-01-01T00:00:00Z, serial 01, policy ",
-          "          signer with serial 24 of C=ZZ,O=Example,CN=Test TSA CA\n",
-          "  CRL of C=ZZ,O=Example,CN=Test Root\n"
-          "      2025-01-01T00:00:00Z to 2035-01-01T00:00:00Z, signed with RSA-SHA256\n"
-          "      SHA-256 ",
-          "\n      revokes nothing\n", "      revokes serial 23 on 2025-06-01T00:00:00Z, keyCompromise\n"}) {
-        EXPECT_NE(out.find(line), std::string::npos) << line << "is not in\n" << out;
-    }
+    const PackageSpec good = Package();
+    CmsSpec cms = DemoCms(pki_);
+    cms.certificates.push_back(Seq(Int(1)));
+    cms.signers[0].signedAttributes = [](const Bytes&) {
+        return std::vector<Bytes>{ContentTypeAttribute(oid::data), MessageDigestAttribute({})};
+    };
+    PackageSpec odd = good;
+    odd.description = "board\033";
+    odd.subFiles[1].content = Cat(DetachedCms(payload_, cms), Bytes{0x00});
+    pki_.rootCrl.extensions = {Ext(oid::issuingDistributionPoint, Seq(CtxPrim(2, {0xFF})), true)};
+    odd.subFiles[2].content = Cat(Pem("X509 CRL", Build(pki_.rootCrl)), Pem("CRL", Build(pki_.signingCrl)),
+                                  Pem("CERTIFICATE", Build(pki_.tsaCa)));
+    PackageSpec unreadable = good;
+    unreadable.subFiles[1].content = Bytes(40, 0x30);
+    unreadable.subFiles[2].content.push_back(0x00);
+    unreadable.subFiles.push_back({0x20000000, {}, 100, 2000});
+    PackageSpec armoured = good;
+    cms.signers.clear();
+    armoured.subFiles[1].content = Pem("CMS", DetachedCms(payload_, cms));
+    std::string screens;
+    for (const PackageSpec& package : {good, odd, unreadable, armoured}) screens += Inspect(Build(package)).out + "\n";
+    ExpectScreen("inspect", screens);
 }
 
 // Timestamps inside timestamps, as deep as a file allows: nobody looks at the second one.

@@ -2,6 +2,7 @@
 // refuse is refused.
 #include "support/package.h"
 #include "support/paths.h"
+#include "support/screen.h"
 #include "support/signing_room.h"
 
 #include <gtest/gtest.h>
@@ -173,6 +174,7 @@ TEST_F(Pkgtool, SaysWhatIsWrongWithTheCommandLine)
 
 TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
 {
+    std::string screens;
     for (const Words& command : {Words{},     {"pki"},     {"pki", "new"}, {"pki", "crl"},  {"pki", "revoke"},
                                  {"release"}, {"sign"},    {"stamp"},      {"pack"},        {"renew-crls"},
                                  {"unpack"},  {"list"},    {"crl"},        {"crl", "show"}, {"crl", "compare"},
@@ -180,12 +182,11 @@ TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
                                  {"root"}}) {
         const ProcessResult result = Run(command + Words{"--help"});
         EXPECT_EQ(result.status, kDone);
+        screens += "\n" + result.out;
         std::istringstream lines(result.out);
         std::set<std::string> options;
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), 80u) << line;
-            EXPECT_EQ(line.find("Excludes"), std::string::npos) << line;
-            EXPECT_EQ(line.find(" TEXT"), std::string::npos) << line;
             const bool isOption = line.rfind("  -", 0) == 0;
             const bool hasText = line.size() > 29 || lines.peek() == ' ';
             EXPECT_TRUE(!isOption || hasText) << line;
@@ -193,23 +194,7 @@ TEST_F(Pkgtool, HelpHasATextForEveryOptionOn80Columns)
         }
         EXPECT_EQ(Run(Words{"help"} + command).out, result.out);
     }
-}
-
-TEST_F(Pkgtool, HelpSaysWhatKindOfValueAnOptionTakes)
-{
-    for (const auto& [command, option] :
-         {std::pair("sign", "  --cert FILE "),
-          {"sign", "  --digest {sha256,sha384,sha512}\n"},
-          {"sign", "  --tsa-pass SOURCE "},
-          {"sign", "  --signing-time TIME "},
-          {"sign", "  --pem                      write"},
-          {"unpack", "  -d,--directory DIRECTORY "},
-          {"pack", "  --file-id NUMBER "},
-          {"verify", "  -j,--jobs NUMBER "},
-          {"lint", "  --crl-days NUMBER          the longest validity of a CRL in days, by default\n"
-                   "                             400\n"}}) {
-        EXPECT_NE(Run({command, "--help"}).out.find(option), std::string::npos) << option;
-    }
+    ExpectScreen("help", screens);
 }
 
 TEST_F(Pkgtool, TellsItsVersion)
