@@ -305,6 +305,12 @@ TEST_F(SequenceKind, IsRefusedWhenSuccessBringsNoMemory)
     ExpectRefused(FieldOf(kOptions), Seq(Int(1)));
 }
 
+TEST_F(SequenceKind, PassesOnThatThereIsNoMemoryForARecord)
+{
+    vrf_.Plan().Fail(Call::Malloc, 1);
+    ExpectRefused(FieldOf(kOptions), Seq(Int(1)), PELNIC_ERR_SYS_MEM_ALLOC);
+}
+
 TEST_F(SequenceKind, OwnedOctetsMayBeFreedBeforeTheirRecord)
 {
     Decoding decoding(vrf_, kLeaf, Leaf(1, Text("text")));
@@ -519,6 +525,7 @@ TEST_F(SequenceKind, AFieldsOctetsIncludeItsExplicitHeader)
     EXPECT_EQ(_pnvDecSeqValue(vrf_, input, &record, &octets, &row), 0u);
     EXPECT_EQ(record.version, 7);
     EXPECT_EQ(octets, 5u);
+    EXPECT_EQ(_pnvDecSeqValue(vrf_, input, nullptr, &octets, &row), PELNIC_ERR_NULL_POINTER);
 }
 
 // Recognised by the tag of an INTEGER and decoded by its own.
@@ -678,6 +685,8 @@ TEST_F(SetOfKind, AddsOneElement)
     EXPECT_EQ(Elements(leaves.list), Leaf(1, Text("text")));
     Cursor another(Leaf(2, {}));
     EXPECT_NE(_pnv_dec_seq_elem(nullptr, another, _pnvAsList(&leaves.list), &octets, &row), 0u);
+    Cursor bad(Seq(Int(1)));
+    EXPECT_EQ(_pnv_dec_seq_elem(vrf_, bad, _pnvAsList(&leaves.list), &octets, &row), PELNIC_ERR_ASN_SEQ);
     EXPECT_EQ(leaves.list.num, 1u);
     pelnic_free_setof(vrf_, &leaves, &kLeaves);
 }
@@ -765,6 +774,12 @@ TEST_F(OctetsListKind, RefusesElementsThatConsumeNothing)
 {
     rows_[0].asn1_item = &PELNIC_ASN_PEEK_OCTS_item;
     ExpectRefused(field_, Seq(Int(1)), PELNIC_ERR_ASN_SETOF);
+}
+
+TEST_F(OctetsListKind, OfNullIsNotFreed)
+{
+    pelnic_free_setof(vrf_, nullptr, &field_);
+    EXPECT_EQ(vrf_.Plan().Count(Call::Free), 0u);
 }
 
 TEST_F(OctetsListKind, HasExactlyOneRow)
@@ -1153,6 +1168,12 @@ TEST_F(AnyKind, WhoseSelectorHasGoneIsReleasedAlone)
     pelnic_free_any(vrf_, &record, &value_);
     EXPECT_EQ(record.value, nullptr);
     EXPECT_EQ(vrf_.Plan().LiveBlocks(), 1u) << "the selector";
+}
+
+TEST_F(AnyKind, OfNullIsNotFreed)
+{
+    pelnic_free_any(vrf_, nullptr, &value_);
+    EXPECT_EQ(vrf_.Plan().Count(Call::Free), 0u);
 }
 
 TEST_F(AnyKind, FreedIsNull)

@@ -605,8 +605,10 @@ TEST_P(PrimitiveKind, RefusesHugeLengthsWithoutAskingForMemory)
 
 TEST_P(PrimitiveKind, RefusesTheHighTagNumberForm)
 {
-    ExpectRefused(field_, {0x1F, kind_.identifier, 0x01, 0x00});
-    ExpectLogged(PELNIC_ERR_FAILED, "");
+    for (std::size_t behind : {1u, 40u}) { // it is not the length 31 either
+        ExpectRefused(field_, Cat(Bytes{0x1F, kind_.identifier, 0x01}, Bytes(behind, 0x00)));
+        ExpectLogged(PELNIC_ERR_FAILED, "");
+    }
 }
 
 TEST_P(PrimitiveKind, AsksForNoMoreMemoryThanItsElementHas)

@@ -339,6 +339,8 @@ TEST_F(PkgtoolCrl, CutsLongRevokeListsInWordsOnly)
               std::string::npos);
     const Json json = ParseJson(Show(bundle, TheRoot() + Words{"--json"}).out);
     EXPECT_EQ(json["bundles"][0]["crls"][0]["revoked"].size(), 100u);
+    serials.resize(8);
+    EXPECT_NE(Show(Build(Revoking(serials, pki_.rootCrl)), TheRoot()).out.find("0107, 0108\n"), std::string::npos);
 }
 
 // Of equal dates and counts the device's bundle counts as the newer one, which has to have what the offered one has.

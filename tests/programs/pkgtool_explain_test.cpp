@@ -957,9 +957,11 @@ TEST_F(PkgtoolExplain, KeepsTheLibrarysLog)
 
 TEST_F(PkgtoolExplain, ShortFilesAreRefusedLikeTheChecker)
 {
-    const ProcessResult run = Explain(dir_.Write("package", Bytes(351, 0x00)), {"--json"});
+    const std::string path = dir_.Write("package", Bytes(351, 0x00));
+    const ProcessResult run = Explain(path, {"--json"});
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(ParseJson(run.out)["status"], 255);
+    EXPECT_EQ(Screen(path), "package: REFUSED\n  shorter than a package header of 352 octets\n");
     EXPECT_EQ(Explain(dir_.Path("missing")).status, 2);
 }
 

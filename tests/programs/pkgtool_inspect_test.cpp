@@ -165,8 +165,18 @@ TEST_F(PkgtoolInspect, ScreensAreThoseOnRecord)
     PackageSpec armoured = good;
     cms.signers.clear();
     armoured.subFiles[1].content = Pem("CMS", DetachedCms(payload_, cms));
+    // A certificate that the checker alone decodes, and a timestamp that nobody does.
+    PackageSpec foreign = good;
+    cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(With(Signer(KeyId::Rsa2048F), &CertSpec::editTbs, [](const Bytes& der) {
+        return Replace(der, {tbs::version}, Ctx(0, Tlv(0x02, Bytes{0x00, 0x02})));
+    })));
+    cms.signers[0].unsignedAttributes = {
+        [](const Bytes&) { return Attribute(oid::timestampToken, Seq(Oid(oid::data))); }};
+    foreign.subFiles[1].content = DetachedCms(payload_, cms);
     std::string screens;
-    for (const PackageSpec& package : {good, odd, unreadable, armoured}) screens += Inspect(Build(package)).out + "\n";
+    for (const PackageSpec& package : {good, odd, unreadable, armoured, foreign})
+        screens += Inspect(Build(package)).out + "\n";
     ExpectScreen("inspect", screens);
 }
 
@@ -316,6 +326,20 @@ TEST(PkgtoolRoot, ReadsCertificates)
         ASSERT_EQ(report["roots"].size(), 1u);
         EXPECT_EQ(report["roots"][0]["sha256"], Sha256(root));
     }
+}
+
+TEST(PkgtoolRoot, FindsOneThatEndsAFileAndEachOnce)
+{
+    const TempDir dir;
+    const Bytes root = Build(DemoPki().root);
+    for (const Bytes& file : {Cat(Bytes(8, 0x00), root), Cat(Bytes(8, 0x00), root, root, Bytes(8, 0x00))}) {
+        const Json report = ParseJson(Root({"--json", dir.Write("program", file)}).out);
+        ASSERT_EQ(report["roots"].size(), 1u);
+        EXPECT_EQ(report["roots"][0]["sha256"], Sha256(root));
+    }
+    const ProcessResult run = Root({dir.WriteSparse("large", (64u << 20) + 1)});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_NE(run.err.find("more than 64 MiB"), std::string::npos) << run.err;
 }
 
 // What only looks like a root is none: nobody may have its key.

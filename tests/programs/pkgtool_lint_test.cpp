@@ -104,6 +104,10 @@ TEST_F(PkgtoolLint, FindsWhatTheCheckerRefuses)
     PackageSpec two = Package();
     two.subFileCount = 2;
     ExpectFound(two, kErrors, {"refused", "bytes-outside-sub-files"});
+    CmsSpec unstamped = DemoCms(pki_);
+    unstamped.signers[0].unsignedAttributes.clear();
+    pki_.signingCrl.revoked = {{Bytes{0x7F}}};
+    ExpectOnly(Package(unstamped), kErrors, {"refused"});
 }
 
 TEST_F(PkgtoolLint, SaysNothingMoreOfOctetsThatAreNoPackage)
@@ -124,6 +128,13 @@ TEST_F(PkgtoolLint, FindsSubFilesOutsideOverlappingUnknownAndUncovered)
     package.subFiles[2].content.push_back(0x00); // a byte that both of the next have
     package.subFiles[1].length = Len(package.subFiles[1].content) + 10;
     ExpectFound(package, kWarnings, {"sub-file-overlap", "crl-unread-bytes"});
+
+    // In another order than in the table.
+    const Bytes cms = package.subFiles[1].content;
+    package = Package();
+    package.subFiles[0] = {subfile::cms, payload_, Len(payload_), Len(cms)};
+    package.subFiles[1] = {subfile::payload, cms, 0, Len(payload_)};
+    ExpectFound(package, kClean, {});
 
     // Eight bytes of nothing known in the first place, far outside.
     PackageSpec unknown;
@@ -331,6 +342,14 @@ TEST_F(PkgtoolLint, HoldsCrlsAgainstTheLatestTimestamp)
     ExpectFound(Package(cms), kWarnings, {"crl-ends-soon"}, {"--crl-margin", "30"}); // on 1 July
     std::swap(cms.signers[0], cms.signers[1]);
     ExpectFound(Package(cms), kWarnings, {"crl-ends-soon"}, {"--crl-margin", "30"});
+}
+
+TEST_F(PkgtoolLint, ACrlHoldsInItsFirstAndInItsLastSecond)
+{
+    pki_.signingCrl.thisUpdate = UtcTime("260101000000Z");
+    ExpectFound(Package(), kClean, {});
+    pki_.signingCrl.nextUpdate = UtcTime("260101000000Z");
+    ExpectFound(Package(), kWarnings, {"crl-ends-soon"}, {"--crl-margin", "1"});
 }
 
 TEST_F(PkgtoolLint, SaysOfNoCrlThatHasEndedThatItEndsSoon)

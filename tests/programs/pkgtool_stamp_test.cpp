@@ -76,6 +76,25 @@ TEST_F(PkgtoolStamp, MakesASignatureFromElsewhereAcceptable)
     EXPECT_EQ(SignatureValue(room_.Read("stamped.cms")), SignatureValue(room_.Read("plain.cms")));
 }
 
+TEST_F(PkgtoolStamp, AddsTheCertificatesOfTheCas)
+{
+    Words alone = Signer("signer");
+    alone.resize(4); // without -certfile
+    SignElsewhere(alone);
+    ASSERT_EQ(Run(StampCommand() + Authority()).status, kDone);
+    EXPECT_NE(room_.Verify(payload_, room_.Read("stamped.cms")), kAccepted);
+    ASSERT_EQ(Run(StampCommand() + Authority() + Words{"--force", "--chain", room_.Path("ca.pem")}).status, kDone);
+    EXPECT_EQ(room_.Verify(payload_, room_.Read("stamped.cms")), kAccepted);
+}
+
+TEST_F(PkgtoolStamp, OverwritesOnlyByForce)
+{
+    SignElsewhere();
+    room_.Write("stamped.cms", Text("another"));
+    ExpectFailure(kUserError, StampCommand() + Authority(), "exists", "--force");
+    EXPECT_EQ(room_.Read("stamped.cms"), Text("another"));
+}
+
 TEST_F(PkgtoolStamp, KeepsTheFormOfItsInput)
 {
     SignElsewhere();

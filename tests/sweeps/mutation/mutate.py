@@ -223,7 +223,7 @@ class Tests:
         self.reaching = {}  # site -> [(seconds, test)]; a test is "program Suite.Name"
         self.noticed = collections.Counter()  # (source, test) -> mutants
         self.home = {suite: path.stem.removeprefix("pkgtool_") for path in (PROJECT / "tests").rglob("*.cpp")
-                     for suite in re.findall(r"^TEST(?:_[FP])?\((\w+),", path.read_text(), re.M)}
+                     for suite in re.findall(r"^(?:TYPED_)?TEST(?:_[FP])?\((\w+),", path.read_text(), re.M)}
 
     # The test that fails, which is "" if it cannot be told, or None.
     def run(self, tests, patience, sanitized=False, **variables):
@@ -299,8 +299,9 @@ class Tests:
     # the source counts as quicker.
     def order(self, where, test):
         seconds, name = test
-        suite = re.search(r"(\w+)\.", name)[1]
-        kinship = len(os.path.commonprefix((pathlib.Path(where).stem, self.home.get(suite, ""))))
+        words = re.split(r"[ /.]", name)  # one of them is the suite
+        home = next((self.home[word] for word in words if word in self.home), "")
+        kinship = len(os.path.commonprefix((pathlib.Path(where).stem, home)))
         return -self.noticed[where, name], seconds / (1 + kinship)
 
     # A mutant that hangs is noticed.
