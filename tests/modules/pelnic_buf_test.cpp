@@ -352,6 +352,7 @@ TEST_F(DataBlock, SetWithoutMemoryLeavesNoAreaBehind)
     EXPECT_EQ(db_.pData, nullptr);
     EXPECT_EQ(db_.nLen, 0u);
     EXPECT_EQ(vrf_.Plan().LiveBlocks(), 0u);
+    EXPECT_EQ(Set(Counting(100)), 0u) << "there is no area of 128 octets any more";
 }
 
 TEST_F(DataBlock, SetRefusesALengthThatRoundsBeyond32Bits)

@@ -282,6 +282,12 @@ TEST(DefaultMemory, DoesNotCopyOverlappingOctets)
 {
     Bytes octets{1, 2, 3, 4, 5};
     ExpectSilent([&] { EXPECT_NE(pnv_memcpy_s_impl(octets.data() + 1, 4, octets.data(), 4), 0u); });
+    // By one octet, on either side, and then by none.
+    ExpectSilent([&] { EXPECT_NE(pnv_memcpy_s_impl(octets.data() + 2, 3, octets.data(), 3), 0u); });
+    ExpectSilent([&] { EXPECT_NE(pnv_memcpy_s_impl(octets.data(), 3, octets.data() + 2, 3), 0u); });
+    octets = {1, 2, 3, 4};
+    EXPECT_EQ(pnv_memcpy_s_impl(octets.data() + 2, 2, octets.data(), 2), 0u);
+    EXPECT_EQ(octets, (Bytes{1, 2, 1, 2}));
 }
 
 TEST(DefaultMemory, Compares)
@@ -1136,6 +1142,7 @@ TEST(RsaContext, RefusesNumbersBeyond4096Bits)
         e.uiLength = length;
         EXPECT_EQ(_pnv_verify_init_impl(rsa.Handle(), &e, &n, AOID_SHA256), PELNIC_ERR_FAILED);
         EXPECT_EQ(rsa.Record().pub, nullptr);
+        EXPECT_EQ(pelnic_verify_update_impl(rsa.Handle(), kExponent.aVal, 1), PELNIC_ERR_FAILED) << "nothing begun";
     }
 }
 

@@ -174,8 +174,12 @@ TEST_F(PkgtoolInspect, ScreensAreThoseOnRecord)
     cms.signers[0].unsignedAttributes = {
         [](const Bytes&) { return Attribute(oid::timestampToken, Seq(Oid(oid::data))); }};
     foreign.subFiles[1].content = DetachedCms(payload_, cms);
+    // A signature that OpenSSL alone decodes, for its indefinite length.
+    PackageSpec ber = good;
+    ber.subFiles[1].content =
+        Cat(Bytes{0x30, 0x80}, Content(DetachedCms(payload_, DemoCms(pki_)), {}), Bytes{0x00, 0x00});
     std::string screens;
-    for (const PackageSpec& package : {good, odd, unreadable, armoured, foreign})
+    for (const PackageSpec& package : {good, odd, unreadable, armoured, foreign, ber})
         screens += Inspect(Build(package)).out + "\n";
     ExpectScreen("inspect", screens);
 }
@@ -326,6 +330,20 @@ TEST(PkgtoolRoot, ReadsCertificates)
         ASSERT_EQ(report["roots"].size(), 1u);
         EXPECT_EQ(report["roots"][0]["sha256"], Sha256(root));
     }
+}
+
+// Certificates are read by OpenSSL here.
+TEST(PkgtoolRoot, CertificatesAreThoseOnRecord)
+{
+    const TempDir dir;
+    const DemoPki pki;
+    Bytes file;
+    for (const CertSpec& cert : {pki.root, pki.signingCa, pki.signer, pki.tsa}) {
+        file = Cat(file, Pem("CERTIFICATE", Build(cert)));
+    }
+    Json report = ParseJson(Root({"--json", dir.Write("certificates", file)}).out);
+    report.erase("checker");
+    ExpectScreen("root", report.dump(2) + "\n");
 }
 
 TEST(PkgtoolRoot, FindsOneThatEndsAFileAndEachOnce)

@@ -28,7 +28,7 @@ FIGURES = (
     ("decoded beside a model", NUMBER + r" decodings, 0 differences", r"\[   SWEPT  \] decoded: (\d+)"),
     ("PKIs beside a model", NUMBER + r" random PKIs", r"\[   SWEPT  \] PKIs: (\d+)"),
     ("inputs fuzzed", NUMBER + r" inputs", r"^(\d+) executions$"),
-    ("mistakes in the code", r"of " + NUMBER + r" sampled", r"^\d+ mutants, (\d+) tried"),
+    ("mistakes in the code", NUMBER + r" mistakes tried", r"^\d+ mutants, (\d+) tried"),
 )
 
 
