@@ -50,6 +50,7 @@ STATEMENT = re.compile(r"^(\s+)((?:\(void\))?[A-Za-z_][\w:.>\[\]-]*(?:\(.*\)| [-
 GUARD = re.compile(r"^(\s*)((?:\} else )?if \()(.*)(\) (?:\{|[^{].*;))$")
 # A mutant meets the tests that reach it in rounds: as many as take so many seconds together, then all.
 ROUNDS = (0.3, 3, 30, float("inf"))
+ALONE = 600  # seconds of patience with one test without a mutant
 TOGETHER = 20  # seconds of tests in one process: a mutant that hangs is waited for as long as they may take
 LEFT_OUT = "CaBundle*:SignedPackageTest.With2GiB*:StackWork*"  # the slowest
 CASES = "300"  # generated packages
@@ -248,6 +249,8 @@ class Tests:
                 with contextlib.suppress(ProcessLookupError):
                     os.killpg(process.pid, signal.SIGKILL)  # with the programs that a test waits for
                 process.wait()
+            if process.returncode in (126, 127):
+                raise RuntimeError(f"{path} does not run")
             if process.returncode != 0:
                 failed = re.search(r"^\[  FAILED  \] ([\w./]+)", output, re.M)
                 return f"{program} {failed[1]}" if failed else ""
@@ -277,7 +280,8 @@ class Tests:
             log.unlink(missing_ok=True)
             begin = time.monotonic()
             # A test that counts descriptors passes without the log only.
-            if self.run([name], None, CMSVERIFY_MUTANT_LOG=str(log)) is not None and self.run([name], None) is not None:
+            failed = self.run([name], ALONE, CMSVERIFY_MUTANT_LOG=str(log))
+            if failed is not None and self.run([name], ALONE) is not None:
                 print(f"{name} fails without any mutant and is left out", flush=True)
                 return [0, name, []]
             seconds = time.monotonic() - begin
