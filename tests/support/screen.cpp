@@ -16,7 +16,7 @@ void ExpectScreen(const std::string& name, const std::string& shown)
     const std::string path = DataPath("screens/" + name + ".txt");
     if (std::getenv("CMSVERIFY_RECORD") != nullptr) {
         std::ofstream(path, std::ios::binary) << shown;
-        return;
+        GTEST_SKIP() << "recorded " << path << " and compared nothing";
     }
     std::istringstream shownLines(shown);
     std::ifstream recordedLines(path);
