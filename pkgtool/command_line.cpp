@@ -131,6 +131,8 @@ std::string withoutLibrarysWords(const CLI::ParseError& error)
     for (const auto& [words, by] : {std::pair("A subcommand is required", "a command is missing"),
                                     {" excludes ", " does not go with "},
                                     {" requires ", " needs "},
+                                    {"Exactly 1 option from ", "give one of "},
+                                    {" is required and ", "; "},
                                     {"Could not convert: ", "not a number that fits: "},
                                     {": Value ", ": "},
                                     {" not in range ", " is not in the range "},

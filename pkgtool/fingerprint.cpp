@@ -10,7 +10,7 @@ namespace pkgtool {
 
 namespace {
 
-// An element at the start of the octets.
+// An element at the start of the octets, whose length is told (X.690, 8.1.3.6 has another kind).
 struct Element {
     int tag;
     int tagClass;
@@ -25,7 +25,8 @@ std::optional<Element> elementAt(ByteView octets)
     Element element{0, 0, octets, octets};
     const int form = ASN1_get_object(&in, &length, &element.tag, &element.tagClass, static_cast<long>(octets.size));
     ERR_clear_error();
-    if ((form & 0x80) != 0) return std::nullopt;
+    constexpr int UNREADABLE_OR_INDEFINITE = 0x80 | 0x01;
+    if ((form & UNREADABLE_OR_INDEFINITE) != 0) return std::nullopt;
     element.content = {in, static_cast<std::size_t>(length)};
     element.whole = {octets.data, static_cast<std::size_t>(in - octets.data) + element.content.size};
     return element;

@@ -84,7 +84,8 @@ void lintRanges(const Json& subFiles, std::size_t size, Findings& findings)
     const std::uint64_t bytes = size - sizeof(Header) - covered;
     if (bytes == 0) return;
     findings.push_back({"bytes-outside-sub-files", Severity::Warning, "/sub_files",
-                        std::to_string(bytes) + " bytes of the file are in no sub-file, and nobody signed them"});
+                        std::to_string(bytes) + (bytes == 1 ? " byte of the file is" : " bytes of the file are") +
+                            " in no sub-file and unsigned"});
 }
 
 void lintTable(const Json& subFiles, Findings& findings)

@@ -53,12 +53,16 @@ inline void ignoreConfiguration()
     (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr); // later calls fail too, and say so
 }
 
-// Throws the contents of OpenSSL's error queue, unless ok.
+// What was done, and the last error in OpenSSL's queue.
+inline std::string failureOf(const char* doing)
+{
+    const char* const reason = ERR_reason_error_string(ERR_peek_last_error());
+    return std::string(doing) + ": " + (reason != nullptr ? reason : "OpenSSL gave no reason");
+}
+
 inline void ensure(bool ok, const char* doing)
 {
-    if (ok) return;
-    const char* const reason = ERR_reason_error_string(ERR_peek_last_error());
-    throw std::runtime_error(std::string(doing) + ": " + (reason != nullptr ? reason : "OpenSSL gave no reason"));
+    if (!ok) throw std::runtime_error(failureOf(doing));
 }
 
 template <typename T> Bytes toDer(int (*i2d)(const T*, unsigned char**), const T* object)

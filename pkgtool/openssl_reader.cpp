@@ -76,6 +76,8 @@ Json exponentOf(const EVP_PKEY* key)
 
 Json certificateJson(X509* cert)
 {
+    const X509_ALGOR* algorithm = nullptr;
+    X509_get0_signature(nullptr, &algorithm, cert);
     const EVP_PKEY* const key = X509_get0_pubkey(cert);
     const char* const type = key == nullptr ? nullptr : EVP_PKEY_get0_type_name(key);
     const unsigned flags = X509_get_extension_flags(cert);
@@ -87,7 +89,7 @@ Json certificateJson(X509* cert)
                  {"key", type != nullptr ? Json(type) : Json()},
                  {"key_bits", key != nullptr ? Json(EVP_PKEY_get_bits(key)) : Json()},
                  {"key_exponent", exponentOf(key)},
-                 {"signature_algorithm", objectJson(OBJ_nid2obj(X509_get_signature_nid(cert)))},
+                 {"signature_algorithm", algorithmJson(algorithm)},
                  {"is_ca", (flags & EXFLAG_CA) != 0},
                  {"is_self_issued", (flags & EXFLAG_SI) != 0},
                  {"usage", usageJson(cert)}};
@@ -110,12 +112,14 @@ Json crlJson(X509_CRL* crl)
     for (int i = 0; i < sk_X509_REVOKED_num(entries); ++i) {
         revoked.push_back(revokedJson(sk_X509_REVOKED_value(entries, i)));
     }
+    const X509_ALGOR* algorithm = nullptr;
+    X509_CRL_get0_signature(crl, nullptr, &algorithm);
     const IssuingPoint point(
         static_cast<ISSUING_DIST_POINT*>(X509_CRL_get_ext_d2i(crl, NID_issuing_distribution_point, nullptr, nullptr)));
     return {{"issuer", nameJson(X509_CRL_get_issuer(crl))},
             {"this_update", timeJson(X509_CRL_get0_lastUpdate(crl))},
             {"next_update", timeJson(X509_CRL_get0_nextUpdate(crl))},
-            {"signature_algorithm", objectJson(OBJ_nid2obj(X509_CRL_get_signature_nid(crl)))},
+            {"signature_algorithm", algorithmJson(algorithm)},
             {"is_indirect", point != nullptr && point->indirectCRL > 0},
             {"scope", nullptr}, // only the device's reader has it
             {"revoked", revoked}};
@@ -123,7 +127,7 @@ Json crlJson(X509_CRL* crl)
 
 // ---- Objects ----
 
-// The signed part of a certificate or CRL: the first element inside the outermost one.
+// The signed part of a certificate or CRL: the first element inside the outermost one, or all if its end is not told.
 Bytes signedPartOf(const Bytes& der)
 {
     const unsigned char* in = der.data();
@@ -132,8 +136,9 @@ Bytes signedPartOf(const Bytes& der)
     int type = 0;
     ASN1_get_object(&in, &length, &tag, &type, static_cast<long>(der.size()));
     const unsigned char* content = in;
-    ASN1_get_object(&content, &length, &tag, &type, length);
-    return Bytes(in, content + length);
+    const int form = ASN1_get_object(&content, &length, &tag, &type, static_cast<long>(der.data() + der.size() - in));
+    const bool isIndefinite = (form & 0x01) != 0;
+    return isIndefinite ? der : Bytes(in, content + length);
 }
 
 // ---- Signatures ----

@@ -84,6 +84,12 @@ void setSubject(X509* cert, const CertRequest& request)
     add(NID_commonName, request.commonName);
 }
 
+// The key is the user's, and not every key signs a digest.
+void ensureSigned(bool isSigned, const char* doing)
+{
+    if (!isSigned) throw UserError(failureOf(doing), "use RSA keys that can sign");
+}
+
 // ---- CRLs ----
 
 // One more than in the previous CRL; it begins at 1.
@@ -161,7 +167,7 @@ Cert issueCertificate(const CertRequest& request, EVP_PKEY* key, const Identity&
         ensure(X509_add_ext(cert.get(), makeExtension(extension, issuerCert, cert.get()).get(), -1) == 1,
                "adding an extension");
     }
-    ensure(X509_sign(cert.get(), isRoot ? key : issuer.key.get(), EVP_sha256()) > 0, "signing a certificate");
+    ensureSigned(X509_sign(cert.get(), isRoot ? key : issuer.key.get(), EVP_sha256()) > 0, "signing a certificate");
     return cert;
 }
 
@@ -188,9 +194,9 @@ Crl issueCrl(const Identity& issuer, X509_CRL* previous, const Revocation* revoc
     const X509Extension issuerKey =
         makeExtension({NID_authority_key_identifier, "keyid:always"}, issuer.cert.get(), nullptr);
     ensure(X509_CRL_sort(crl.get()) == 1 && X509_CRL_add_ext(crl.get(), issuerKey.get(), -1) == 1 &&
-               X509_CRL_add1_ext_i2d(crl.get(), NID_crl_number, nextNumber(previous).get(), 0, 0) == 1 &&
-               X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()) > 0,
-           "signing a CRL");
+               X509_CRL_add1_ext_i2d(crl.get(), NID_crl_number, nextNumber(previous).get(), 0, 0) == 1,
+           "making a CRL");
+    ensureSigned(X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()) > 0, "signing a CRL");
     return crl;
 }
 

@@ -345,7 +345,8 @@ void addVerifyCommand(CLI::App& app)
 {
     const auto options = std::make_shared<VerifyOptions>();
     CLI::App* const command = app.add_subcommand("verify", "Show the checker's verdict on many packages");
-    command->add_option("packages", options->packages, "the packages; directories with -r")->required();
+    command->add_option("packages", options->packages, "the packages; - is standard input; directories with -r")
+        ->required();
     command->add_flag("-r,--recursive", options->recursive, "take all files below a directory");
     command->add_option("--root", options->root, "trust this root certificate, not the one compiled into the checker");
     command->add_option("-j,--jobs", options->jobs, "packages at a time; by default the number of cores")

@@ -609,6 +609,14 @@ TEST_F(PemBlock, HasNoNegativeLength)
     EXPECT_LE(plan_.LargestRequest(), 2048u); // a log message
 }
 
+// As many octets as it has groups of four characters, times three.
+TEST_F(PemBlock, HasRoomForAllThatItDecodes)
+{
+    EXPECT_EQ(Cert("-----BEGIN CERTIFICATE-----\n" + std::string(40000, 'A') + "\n-----END CERTIFICATE-----"),
+              PELNIC_ERR_ASN_DECODE);
+    EXPECT_GE(plan_.LargestRequest(), 30000u);
+}
+
 TEST_F(PemBlock, HasAText)
 {
     for (const char* text : {"", "\n", "TW Fu", "TWFu====", "TQ==TQ=="}) {
@@ -996,6 +1004,28 @@ TEST_F(AddCrls, LeavesOutACrlThatCannotBeKept)
     EXPECT_EQ(Parked(), All{caCrl_});
     EXPECT_EQ(crls[0]->iRef, 1);
     EXPECT_EQ(crls[1]->iRef, 2);
+}
+
+// What stands behind the list is not its.
+TEST_F(AddCrls, EndWithTheirList)
+{
+    PELNIC_X509_CRL* crls[] = {stores_.Crl(rootCrl_), stores_.Crl(caCrl_)};
+    LIST_TYPE_PELNIC_X509_CRL list{1, crls, 1};
+    EXPECT_EQ(_pnvAddCrlToStore(stores_, &list), 0u);
+    EXPECT_EQ(Parked(), All{rootCrl_});
+    EXPECT_EQ(crls[1]->iRef, 1);
+}
+
+// Without the lists for what it decodes it has lost nothing, and says so.
+TEST_F(AddCrls, PassesOnWhatTheAllocatorSaysOfItsLists)
+{
+    for (std::size_t nth : {1u, 2u}) {
+        plan_.Fail(Call::Malloc, nth);
+        EXPECT_EQ(AddCrl(rootCrl_), PELNIC_ERR_SYS_MEM_ALLOC);
+        EXPECT_EQ(plan_.FaultsMet(), nth);
+        EXPECT_EQ(stores_->crl_list.num, 0u);
+        EXPECT_EQ(stores_->bInputLost, 0u);
+    }
 }
 
 // ---- Files ----

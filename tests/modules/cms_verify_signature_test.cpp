@@ -142,6 +142,18 @@ TEST_F(Signature, MayBeFollowedByAnything)
     ExpectAccepted(Cat(DetachedCms(payload_, DemoCms(pki_)), Bytes{0x00, 0xFF}));
 }
 
+// The octet that is missed stands behind it.
+TEST_F(Signature, EndsWhereItsLengthSays)
+{
+    const Bytes der = DetachedCms(payload_, DemoCms(pki_));
+    Provide();
+    EXPECT_EQ(pelnic_verify_detach_signature_begin(Current(), der.data(), Len(der) - 1), PELNIC_ERR_CMS_DECODE);
+    EXPECT_EQ(pelnic_verify_detach_signature_begin(Current(), der.data(), Len(der)), 0u);
+    const Bytes pem = Pem("CMS", der);
+    EXPECT_EQ(pelnic_verify_detach_signature_begin(Current(), pem.data(), Len(pem) - 2), PELNIC_ERR_CMS_FORMAT);
+    EXPECT_EQ(pelnic_verify_detach_signature_begin(Current(), pem.data(), Len(pem) - 1), 0u); // but for its line end
+}
+
 TEST_F(Signature, ThatDoesNotDecodeIsRefused)
 {
     ExpectRefused(Bytes(38, 0x00), PELNIC_ERR_CMS_DECODE);

@@ -6,9 +6,13 @@
 #include "cmsverify/pelnic_witness.h"
 #include "cmsverify/pelnic_x509_parse.h"
 #include "support/signature_cases.h"
+#include "support/stores.h"
 #include "support/vrf.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
 
 namespace pnvtest {
 namespace {
@@ -59,6 +63,15 @@ public:
             if (codes[i] != 0) refusals.push_back(decisions[i]);
         }
         return refusals;
+    }
+    // The codes of this decision each time that it was made.
+    std::vector<PELNIC_ERROR_CODE> CodesOf(Decision decision) const
+    {
+        std::vector<PELNIC_ERROR_CODE> found;
+        for (std::size_t i = 0; i < codes.size(); ++i) {
+            if (decisions[i] == decision) found.push_back(codes[i]);
+        }
+        return found;
     }
 
 private:
@@ -199,6 +212,13 @@ std::vector<Case> AllCases()
             ExpiredCaOfTheCaller()};
 }
 
+// A signature by a changed PKI or with another timestamp.
+Case Signed(const char* name, const DemoPki& pki, const CmsSpec& cms)
+{
+    const Bytes content = Text("a firmware image");
+    return {name, {Build(pki.root), pki.Crls()}, DetachedCms(content, cms), content};
+}
+
 struct Judged {
     Verdict verdict;
     std::size_t logged;
@@ -263,6 +283,103 @@ TEST(VerificationWitness, TheFirstRefusalIsTheReason)
     }
 }
 
+using Codes = std::vector<PELNIC_ERROR_CODE>;
+
+TEST(VerificationWitness, TellsEachDecisionOnceAndInOrder)
+{
+    CleanPlan plan;
+    Stores stores(plan);
+    DemoPki pki;
+    pki.signingCrl.revoked = {{pki.signer.serial}};
+    stores.AddSigningBranch(pki);
+    const Notes notes;
+    EXPECT_EQ(stores.Verify(pki.signer), PELNIC_ERR_CERT_REVOKED);
+    using D = Decision;
+    const std::vector<Decision> expected = {
+        D::Dates,                                                  // the signer
+        D::Issuer,     D::Issuer,     D::SelfSigned,               // its root
+        D::Issuer,     D::SelfSigned, D::CrlScored,  D::CrlIssuer, // that of its CRL
+        D::Dates,      D::Issuer,     D::SelfSigned,               // the CA, and its root
+        D::SelfSigned, D::CrlScored,  D::CrlIssuer,                // that of its CRL
+        D::Dates,      D::SelfSigned, D::Link,                     // the root
+        D::CrlChosen,  D::Revocation, D::Link,                     // the CA
+        D::CrlChosen,  D::Revocation, D::Link,                     // the signer
+    };
+    EXPECT_EQ(notes.decisions, expected);
+    EXPECT_EQ(notes.Refusals(), (std::vector{D::Revocation, D::Link}));
+    EXPECT_EQ(notes.CodesOf(D::Revocation), (Codes{0, PELNIC_ERR_CERT_REVOKED}));
+    EXPECT_EQ(notes.CodesOf(D::Link), (Codes{0, 0, PELNIC_ERR_CERT_REVOKED}));
+}
+
+// The search for a root and the walk judge alike.
+TEST(VerificationWitness, TellsWhyACertificateEndsNoChain)
+{
+    CleanPlan plan;
+    Stores stores(plan);
+    PELNIC_X509_CERT* const smuggled = stores.Cert(Root());
+    smuggled->bFromPackage = 1;
+    const std::pair<const PELNIC_X509_CERT*, PELNIC_ERROR_CODE> ends[] = {
+        {stores.Cert(Root()), 0},
+        {smuggled, PELNIC_ERR_CERT_NO_ISSUER},
+        {stores.Cert(With(Root(), &CertSpec::key, KeyId::EcP256)), PELNIC_ERR_UNSUPPORTED_ALGO}};
+    for (const auto& [cert, rc] : ends) {
+        const Notes found;
+        EXPECT_EQ(_pnvFindCertRoot(stores, cert), rc == 0 ? cert : nullptr);
+        EXPECT_EQ(found.decisions, std::vector{Decision::SelfSigned});
+        EXPECT_EQ(found.codes, Codes{rc});
+        const Notes walked;
+        EXPECT_EQ(stores.Verify(cert), rc);
+        EXPECT_EQ(walked.decisions, (std::vector{Decision::Dates, Decision::SelfSigned, Decision::Link}));
+        EXPECT_EQ(walked.codes, (Codes{0, rc, rc}));
+    }
+    const Notes notes;
+    EXPECT_EQ(_pnvFindCertRoot(nullptr, smuggled), nullptr);
+    EXPECT_EQ(notes.decisions, std::vector{Decision::SelfSigned});
+    EXPECT_EQ(notes.codes, Codes{PELNIC_ERR_NULL_POINTER});
+}
+
+TEST(VerificationWitness, TellsOfAVerificationThatIsTooDeep)
+{
+    CleanPlan plan;
+    Stores stores(plan);
+    stores->curr_depth = MAX_NESTED_VERIFICATIONS;
+    const Notes notes;
+    PNV_BOOL result = 1;
+    EXPECT_EQ(pelnic_pki_verify_cert(stores, stores.Cert(Root()), 0, &result), PELNIC_ERR_PATH_TOO_DEEP);
+    EXPECT_EQ(notes.decisions, std::vector{Decision::TooDeep});
+    EXPECT_EQ(notes.codes, Codes{PELNIC_ERR_PATH_TOO_DEEP});
+}
+
+TEST(VerificationWitness, TellsWhereSignersAuthoritiesAndChainsBeginAndEnd)
+{
+    const Notes notes;
+    EXPECT_EQ(Judge(cases::Good()).verdict, good);
+    const std::set<Decision> bounds{Decision::Signer,        Decision::SignerDone, Decision::Authority,
+                                    Decision::AuthorityDone, Decision::Chain,      Decision::ChainDone};
+    std::vector<Decision> told;
+    for (Decision decision : notes.decisions) {
+        if (bounds.count(decision) != 0) told.push_back(decision);
+    }
+    EXPECT_EQ(told, (std::vector<Decision>{Decision::Signer, Decision::Authority, Decision::Chain, Decision::ChainDone,
+                                           Decision::AuthorityDone, Decision::Chain, Decision::ChainDone,
+                                           Decision::SignerDone}));
+}
+
+TEST(VerificationWitness, TellsOfATimestampWhoseContentCannotBeRead)
+{
+    const DemoPki pki;
+    TokenSpec token = DemoToken(pki);
+    for (const auto& [content, code] :
+         {std::pair(Bytes{}, PELNIC_ERR_TSP_DECODE), {Ctx(0, Bytes{0x04}), PELNIC_ERR_ASN_DECODE}}) {
+        token.eContent = content;
+        const CmsSpec cms = DemoCms(pki, token);
+        const Notes notes;
+        EXPECT_EQ(Judge(Signed("StampedWithoutContent", pki, cms)).verdict.code, code);
+        EXPECT_EQ(notes.Refusals(), (std::vector<Decision>{Decision::Time, Decision::Begun}));
+        EXPECT_EQ(notes.codes.back(), code);
+    }
+}
+
 TEST(VerificationWitness, TellsOfContentWithoutASignature)
 {
     CallbackPlan plan;
@@ -306,19 +423,48 @@ PNV_UINT32 NumberAt(const Bytes& octets, std::size_t at)
            octets[at + 3];
 }
 
-// A signature by a changed PKI or with another timestamp.
-Case Signed(const char* name, const DemoPki& pki, const CmsSpec& cms)
-{
-    const Bytes content = Text("a firmware image");
-    return {name, {Build(pki.root), pki.Crls()}, DetachedCms(content, cms), content};
-}
-
 Case StampedWithGarbage()
 {
     const DemoPki pki;
     TokenSpec token = DemoToken(pki);
     token.editTstInfo = [](const Bytes&) { return Seq(Int(1)); };
     return Signed("StampedWithGarbage", pki, DemoCms(pki, token));
+}
+
+Case StampedWithoutContent()
+{
+    const DemoPki pki;
+    TokenSpec token = DemoToken(pki);
+    token.eContent = Bytes{};
+    return Signed("StampedWithoutContent", pki, DemoCms(pki, token));
+}
+
+// Its certificates come twice, and the second of each is refused on the way.
+Case NotStamped()
+{
+    const DemoPki pki;
+    CmsSpec cms = DemoCms(pki);
+    for (const Bytes& cert : DemoCms(pki).certificates) cms.certificates.push_back(cert);
+    cms.signers[0].unsignedAttributes.clear();
+    return Signed("NotStamped", pki, cms);
+}
+
+Case WithoutMessageDigest()
+{
+    const DemoPki pki;
+    CmsSpec cms = DemoCms(pki);
+    cms.signers[0].signedAttributes = [](const Bytes&) { return std::vector<Bytes>{ContentTypeAttribute(oid::data)}; };
+    return Signed("WithoutMessageDigest", pki, cms);
+}
+
+// The last CRL is of another CA, and where it says whose certificates it lists it does not decode.
+Case NoCrlButAnUnreadableOne()
+{
+    DemoPki pki;
+    pki.tsaCrl.extensions = {Ext(oid::issuingDistributionPoint, Int(5))};
+    Case input = Signed("NoCrlButAnUnreadableOne", pki, DemoCms(pki));
+    input.anchors.crls = Cat(Build(pki.rootCrl), Build(pki.tsaCrl));
+    return input;
 }
 
 Case StampedByNobodyKnown()
@@ -374,6 +520,11 @@ TEST(ReasonCode, TellsExpiredFromUnknown)
         {SignedByNobodyKnown(), Decision::SignerCert, PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND,
          PELNIC_ERR_CMS_SIGNER_CERT_NOT_FOUND},
         {TooShort(), Decision::Signature, PELNIC_ERR_CMS_FORMAT, PELNIC_ERR_CMS_FORMAT},
+        {NoCrlButAnUnreadableOne(), Decision::CrlChosen, PELNIC_ERR_CERT_VERIFY, PELNIC_ERR_CRL_NOT_FOUND},
+        {NotStamped(), Decision::Token, PELNIC_ERR_NULL_POINTER, PELNIC_ERR_NULL_POINTER},
+        {WithoutMessageDigest(), Decision::SignerDone, PELNIC_ERR_CMS_NO_MESSAGE_DIGEST,
+         PELNIC_ERR_CMS_NO_MESSAGE_DIGEST},
+        {StampedWithoutContent(), Decision::Time, PELNIC_ERR_TSP_DECODE, PELNIC_ERR_TSP_DECODE},
         {StampedWithGarbage(), Decision::Undecodable, PELNIC_ERR_TSP_DECODE, 0},
         {StampedByNobodyKnown(), Decision::SignerCert, PELNIC_ERR_TSP_CERT_NOT_FOUND, PELNIC_ERR_TSP_CERT_NOT_FOUND},
         {cases::OtherContent(cases::Good()), Decision::Payload, 0, 0},
@@ -417,6 +568,71 @@ TEST(ReasonCode, NamesCertificateTimeAndElement)
     EXPECT_EQ(reason[20], static_cast<PNV_BYTE>(DecodeFault::Tag));
     EXPECT_EQ(Bytes(reason.begin() + 24, reason.begin() + 28), (Bytes{0x04, 0x02, 0x01, 0x02}));
     EXPECT_EQ(signature[NumberAt(reason, 16)], 0x04);
+}
+
+TEST(ReasonCode, HoldsNoMoreThanTheEndOfASerialNumberOrElement)
+{
+    DemoPki pki;
+    pki.signer.serial = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x21, 0x32, 0x43};
+    pki.signer.notAfter = UtcTime("251231235959Z");
+    const Reasons reasons;
+    (void)Judge(Signed("LongSerialNumber", pki, DemoCms(pki)));
+    pki.signer.serial = {0x11, 0x22};
+    (void)Judge(Signed("ShortSerialNumber", pki, DemoCms(pki)));
+    // The last element is no SEQUENCE, and what stands behind the signature is not its.
+    const Bytes algorithms = Set(AlgoId(oid::sha256), AlgoId(oid::sha384), AlgoId(oid::sha512));
+    const Bytes signature = Seq(Oid(oid::signedData), Ctx(0, Seq(Int(1), algorithms, Octets({0x07}))));
+    const Bytes followed = Cat(signature, Bytes(8, 0xEE));
+    CallbackPlan plan;
+    const Context ctx(plan);
+    EXPECT_EQ(pelnic_verify_detach_signature_begin(ctx, followed.data(), Len(signature)), PELNIC_ERR_CMS_DECODE);
+    ASSERT_EQ(reasons.all.size(), 3u);
+    const auto endOf = [&](std::size_t i) { return Bytes(reasons.all[i].begin() + 22, reasons.all[i].end()); };
+    EXPECT_EQ(endOf(0), (Bytes{0, 0, 0x33, 0x44, 0x55, 0x66, 0x77, 0x21, 0x32, 0x43}));
+    EXPECT_EQ(endOf(1), (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0x11, 0x22}));
+    EXPECT_EQ(endOf(2), (Bytes{0, 0, 0x04, 0x01, 0x07, 0, 0, 0, 0, 0}));
+}
+
+TEST(ReasonCode, TellsAnAuthorityFromASignerAndWhenACrlEnded)
+{
+    const Reasons reasons;
+    (void)Judge(StampedByNobodyKnown());
+    (void)Judge(cases::ExpiredCrl());
+    ASSERT_EQ(reasons.all.size(), 2u);
+    for (const Bytes& reason : reasons.all) {
+        EXPECT_EQ(reason[2], 1);
+        EXPECT_EQ(NumberAt(reason, 12), 1767225600u);
+    }
+    EXPECT_EQ(reasons.all[0][3], 1);
+    EXPECT_EQ(reasons.all[1][3], 0);
+    EXPECT_EQ(NumberAt(reasons.all[1], 16), 1767225599u); // 2025-12-31, 23:59:59
+    EXPECT_EQ(reasons.all[1][20], static_cast<PNV_BYTE>(CrlUnfit::Expired));
+}
+
+// No signer, time or refusal of an operation is that of the next one; but content is judged at the signature's time.
+TEST(ReasonCode, IsOfItsOperationAlone)
+{
+    const Case input = cases::OtherContent(cases::Good());
+    CallbackPlan plan;
+    const Context ctx(plan);
+    Provide(ctx, input.anchors);
+    const Reasons reasons;
+    EXPECT_EQ(Verify(ctx, input.signature, input.content), bad);
+    EXPECT_EQ(pelnic_verify_add_crl(ctx, input.anchors.crls.data(), Len(input.anchors.crls)), PELNIC_ERR_CRL_FROZEN);
+    ASSERT_EQ(reasons.all.size(), 2u);
+    Bytes expected(PELNIC_REASON_SIZE, 0x00);
+    expected[0] = 1;
+    expected[1] = static_cast<PNV_BYTE>(Decision::Payload);
+    Bytes content = reasons.all[0];
+    EXPECT_EQ(NumberAt(content, 12), 1767225600u);
+    std::fill_n(content.begin() + 12, 4, std::uint8_t{0});
+    EXPECT_EQ(content, expected);
+    Bytes crls = reasons.all[1];
+    EXPECT_EQ(NumberAt(crls, 4), PELNIC_ERR_CRL_FROZEN);
+    EXPECT_EQ(NumberAt(crls, 8), PELNIC_ERR_CRL_FROZEN);
+    std::fill_n(crls.begin() + 4, 8, std::uint8_t{0});
+    expected[1] = static_cast<PNV_BYTE>(Decision::Crls);
+    EXPECT_EQ(crls, expected);
 }
 
 TEST(ReasonCode, OfNothingThatIsAccepted)

@@ -99,6 +99,8 @@ TEST(PkgtoolCode, KnowsEveryLineOfTheChecker)
         EXPECT_EQ(run.status, 0) << run.err;
         EXPECT_EQ(run.out.find(std::string(line) + ": "), 0u) << run.out;
     }
+    EXPECT_EQ(RunCode({"Failed to alloc memory"}).out, "Failed to alloc memory: no memory for the file\n"
+                                                       "The checker reads the whole file into memory.\n");
     const ProcessResult refused = RunCode({"Check cms file fail for file(err 0x88200016)"});
     EXPECT_EQ(refused.out, "Check cms file fail for file(err 0x88200016): refused\n" + RunCode({"0x88200016"}).out);
 }

@@ -191,6 +191,8 @@ TEST_F(PkgtoolCrl, ExplainsADroppedIssuer)
     const Json excused = ExpectVerdict({"NEW", 0}, Cat(newRootCrlWithoutTsa_, newCaCrl_), device);
     EXPECT_EQ(excused[2]["relation"], "dropped");
     EXPECT_EQ(excused[2]["excused_by"], "C=ZZ,O=Example,CN=Test Root");
+    const Json rootLast = ExpectVerdict({"NEW", 0}, Cat(newCaCrl_, newRootCrlWithoutTsa_), device);
+    EXPECT_EQ(rootLast[2]["excused_by"], "C=ZZ,O=Example,CN=Test Root");
 }
 
 TEST_F(PkgtoolCrl, AnAddedIssuerIsMissingOnTheDevice)

@@ -469,7 +469,7 @@ const std::vector<Refusal> kRefusals = {
     {"cut signature",
      [](Bench& b) {
          PackageSpec package = b.Package();
-         package.subFiles[1].content.resize(1000);
+         package.subFiles[1].content.resize(38); // the fewest that the checker decodes
          return package;
      },
      "signature-undecodable", "/sub_files/1", "", "it was cut off"},
@@ -760,6 +760,7 @@ TEST_F(PkgtoolExplain, SaysWhatTheDecoderExpectedAndFound)
         const char* expected;
         const char* fault;
     } cases[] = {
+        {{1}, Octets(Bytes(64, 'x')), "signed_data", "04407878", "[0]", "it is no [0]"},
         {{1, 0, 0}, other, "signed_data.version", "04027879", "INTEGER", "it is no INTEGER"},
         {{1, 0, 1}, other, "signed_data.digest_algo_set", "04027879", "SET", "it is no SET"},
         {{1, 0, 4, 0},
@@ -780,7 +781,20 @@ TEST_F(PkgtoolExplain, SaysWhatTheDecoderExpectedAndFound)
         EXPECT_EQ(element["fault"], one.fault);
         EXPECT_EQ(element["offset"], Find(package.subFiles[1].content, one.place).offset);
         EXPECT_EQ(element["found"].get<std::string>().rfind(one.found, 0), 0u) << element;
+        package.subFiles[1].content = Pem("CMS", package.subFiles[1].content);
+        EXPECT_EQ(ExplainLikeTheChecker(Write(package))["failure"]["element"], element);
     }
+    // Of CRLs in PEM there is no offset.
+    const Bytes crl = Pem("X509 CRL", Replace(Build(bench_.pki.rootCrl), {0, 2}, other));
+    const Json element = ExplainLikeTheChecker(Write(bench_.WithCrls(crl)))["failure"]["element"];
+    EXPECT_EQ(element["path"], "tbs_cert_list.issuer");
+    EXPECT_EQ(element.at("offset"), nullptr);
+    // An element of a list whose elements are decoded one by one.
+    CmsSpec foreign = DemoCms(bench_.pki);
+    foreign.certificates.push_back(Ctx(1, Int(1)));
+    EXPECT_EQ(ExplainLikeTheChecker(Write(bench_.Package(foreign)))["failure"]["element"],
+              ParseJson(R"({"path": "certificates[2]", "offset": null, "expected": null, "found": "",
+                            "fault": "it is not the expected element"})"));
 }
 
 // Of several entries for a certificate the one that decided, and a reason that leaves no earlier timestamp good.
@@ -861,8 +875,9 @@ TEST_F(PkgtoolExplain, WritesAPageWithoutAnythingOfThePackagesOwn)
     EXPECT_NE(page.find(R"(CN=\&lt;script\&gt;alert(1)\&lt;/script\&gt;\&quot;'&amp;\1B[2J)"), std::string::npos)
         << page;
     for (const char* part :
-         {">REFUSED</p>", "<dt>Why</dt>\n<dd>CRL of CN=Test Signing CA ended 2025-12-21", "<dt>What to do</dt>",
-          "<h2>Time line</h2>", "<svg role=\"img\" aria-label=", "<h2>Fingerprints</h2>", "<h2>Trusted root</h2>",
+         {">REFUSED</p>", "<p><code>Check cms file fail for file(err 0x88200009)</code>",
+          "<dt>Why</dt>\n<dd>CRL of CN=Test Signing CA ended 2025-12-21", "<dt>What to do</dt>", "<h2>Time line</h2>",
+          "<svg role=\"img\" aria-label=", "<h2>Fingerprints</h2>", "<h2>Trusted root</h2>",
           "8354D20F1A8AC4E9DD7B7A9DCBA2A2BE34A5FFBEF65EEEB688885E00CC403810"}) {
         EXPECT_NE(page.find(part), std::string::npos) << part;
     }
@@ -903,6 +918,53 @@ TEST_F(PkgtoolExplain, DrawsRevocationsOnTheTimeLine)
     EXPECT_EQ(Explain(Write(bench_.Package()), {"--html", "-"}).out.find("<path"), std::string::npos);
 }
 
+TEST_F(PkgtoolExplain, DrawsOneBarForEqualNamesAndDates)
+{
+    const auto page = [&](const CmsSpec& cms) { return Explain(Write(bench_.Package(cms)), {"--html", "-"}).out; };
+    const auto barsIn = [](const std::string& text) {
+        const std::regex bar("stroke-width=\"8\"");
+        return std::distance(std::sregex_iterator(text.begin(), text.end(), bar), std::sregex_iterator());
+    };
+    CmsSpec cms = DemoCms(bench_.pki);
+    const auto bars = barsIn(page(cms));
+    // A second signer of the same name, whose certificate is revoked later.
+    const CertSpec second = Signer(KeyId::Rsa2048F);
+    cms.certificates.push_back(Build(second));
+    cms.signers.push_back(cms.signers[0]);
+    cms.signers[1].serial = second.serial;
+    cms.signers[1].key = second.key;
+    bench_.pki.signingCrl.revoked = {{second.serial, UtcTime("300101000000Z")}};
+    const std::string both = page(cms);
+    EXPECT_NE(both.find("<path d=\"M650 "), std::string::npos) << both;
+    EXPECT_EQ(barsIn(both), bars);
+    // A moment is a bar, too.
+    bench_.pki.tsaCrl.nextUpdate = bench_.pki.tsaCrl.thisUpdate = UtcTime("260101000000Z");
+    EXPECT_EQ(barsIn(page(DemoCms(bench_.pki))), bars);
+}
+
+// What the package says of them.
+TEST_F(PkgtoolExplain, ShowsTheSignersAfterTheOneThatFailed)
+{
+    CmsSpec cms = DemoCms(bench_.pki);
+    cms.signers.resize(4, cms.signers[0]);
+    cms.signers[0].brokenSignature = true;
+    cms.signers[2].unsignedAttributes.clear();
+    cms.signers[3].serial = {0x7F};
+    const Json report = ExplainLikeTheChecker(Write(bench_.Package(cms)));
+    EXPECT_EQ(report["failure"]["at"], "/signers/0");
+    const Json& signers = report["signers"];
+    ASSERT_EQ(signers.size(), 4u);
+    EXPECT_EQ(signers[1]["subject"], "C=ZZ,O=Example,CN=Test Signer");
+    EXPECT_EQ(signers[1]["timestamp"]["time"], "2026-01-01T00:00:00Z");
+    EXPECT_EQ(signers[1]["timestamp"]["authorities"][0]["subject"], "C=ZZ,O=Example,CN=Test TSA");
+    EXPECT_EQ(signers[1]["chain"].size(), 3u);
+    EXPECT_EQ(signers[2].at("timestamp"), nullptr);
+    EXPECT_EQ(signers[2]["chain"], Json::array());
+    EXPECT_EQ(signers[3].at("subject"), nullptr);
+    EXPECT_EQ(signers[3]["timestamp"]["time"], "2026-01-01T00:00:00Z");
+    EXPECT_EQ(signers[3]["chain"], Json::array());
+}
+
 TEST_F(PkgtoolExplain, SaysNothingOfSignersThatWereNotLookedAt)
 {
     const std::string fractions = Write(bench_.Package(bench_.Token("20260101000000.5Z")));
@@ -915,6 +977,21 @@ TEST_F(PkgtoolExplain, SaysNothingOfSignersThatWereNotLookedAt)
     unsignedToken.cms.signers.clear();
     const std::string accepted = Explain(Write(bench_.Package(unsignedToken))).out;
     EXPECT_NE(accepted.find("Z, signed by nobody\n"), std::string::npos) << accepted;
+
+    // Beside a signer with a good timestamp, whose time alone is drawn.
+    CmsSpec two = DemoCms(bench_.pki);
+    two.signers.push_back(DemoCms(bench_.pki, bench_.Token("20260101000000.5Z")).signers[0]);
+    const std::string drawn = Explain(Write(bench_.Package(two)), {"--html", "-"}).out;
+    EXPECT_NE(drawn.find("stroke-dasharray"), std::string::npos) << drawn;
+    EXPECT_EQ(drawn.find("stroke-dasharray"), drawn.rfind("stroke-dasharray")) << drawn;
+
+    CmsSpec unstamped = DemoCms(bench_.pki);
+    unstamped.signers[0].unsignedAttributes.clear();
+    const std::string signersOnly = Explain(Write(bench_.Package(unstamped)), {"--html", "-"}).out;
+    EXPECT_NE(signersOnly.find("Signer "), std::string::npos) << signersOnly;
+    EXPECT_EQ(signersOnly.find("Timestamp "), std::string::npos) << signersOnly;
+    // No chain leads to the root.
+    EXPECT_NE(signersOnly.find("<td>C=ZZ,O=Example,CN=Test Root</td>"), std::string::npos) << signersOnly;
 }
 
 TEST_F(PkgtoolExplain, TrustsTheCheckersRootUnlessToldOtherwise)
@@ -941,6 +1018,10 @@ TEST_F(PkgtoolExplain, NamesARootThatIsNone)
     const Json signer = ParseJson(explain(Build(bench_.pki.signer)).out);
     EXPECT_EQ(signer["failure"]["kind"], "issuer-missing");
     EXPECT_NE(signer["failure"]["reason"].get<std::string>().find("trusts CN=Test Signer"), std::string::npos);
+    // The chain leads there, and no further.
+    const Json sha1 = ParseJson(explain(Build(With(bench_.pki.root, &CertSpec::hash, Hash::Sha1))).out);
+    EXPECT_EQ(sha1["failure"]["kind"], "wrong-root");
+    EXPECT_EQ(sha1["failure"]["reason"], "the signature of CN=Test Root on itself cannot be checked");
     EXPECT_EQ(explain({}).status, 2);
 }
 
@@ -962,6 +1043,7 @@ TEST_F(PkgtoolExplain, ShortFilesAreRefusedLikeTheChecker)
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(ParseJson(run.out)["status"], 255);
     EXPECT_EQ(Screen(path), "package: REFUSED\n  shorter than a package header of 352 octets\n");
+    EXPECT_EQ(Explain(path).status, 1);
     EXPECT_EQ(Explain(dir_.Path("missing")).status, 2);
 }
 

@@ -90,6 +90,7 @@ TEST_F(PkgtoolInspect, ShowsTheSignature)
     const Json token = signer["timestamps"][0];
     EXPECT_EQ(token["time"], "2026-01-01T00:00:00Z");
     EXPECT_EQ(token["has_accuracy"], false);
+    EXPECT_EQ(token["has_tsa_name"], false);
     EXPECT_EQ(token["certificates"][0]["source"], "token");
     EXPECT_EQ(token["signers"][0]["timestamps"], Json::array());
 }
@@ -118,6 +119,65 @@ TEST_F(PkgtoolInspect, ShowsCrls)
     Json foreign = InspectJson(package)["sub_files"][2]["content"]["crls"][1];
     EXPECT_EQ(foreign["read_by"], "openssl");
     EXPECT_EQ(foreign["revoked"], der["crls"][1]["revoked"]);
+
+    // An algorithm without a name, and the first and the last reason (RFC 5280, 5.3.1), and none.
+    pki_.signingCrl.innerAlgorithm = pki_.signingCrl.outerAlgorithm = AlgoId("1.3.6.1.4.1.32473.1");
+    pki_.signingCrl.revoked = {{Bytes{0x01}, UtcTime("250601000000Z"), 0},
+                               {Bytes{0x02}, UtcTime("250601000000Z"), 10},
+                               {Bytes{0x03}, UtcTime("250601000000Z"), 11}};
+    for (const char* label : {"X509 CRL", "CRL"}) {
+        package.subFiles[2].content = Pem(label, Build(pki_.signingCrl));
+        const Json crl = InspectJson(package)["sub_files"][2]["content"]["crls"][0];
+        EXPECT_EQ(crl["signature_algorithm"], "1.3.6.1.4.1.32473.1");
+        EXPECT_EQ(crl["revoked"][0]["reason"], "unspecified");
+        EXPECT_EQ(crl["revoked"][1]["reason"], "aACompromise");
+        EXPECT_EQ(crl["revoked"][2]["reason"], Json());
+    }
+}
+
+// The checker takes 38 octets and more of anything.
+TEST_F(PkgtoolInspect, ShowsWhatIsTooShortForTheChecker)
+{
+    const Bytes algorithm = AlgoId("0.0", {});
+    const auto crl = [&](std::size_t octets) {
+        return Seq(Seq(algorithm, Seq(), UtcTime(""), UtcTime("")), algorithm, Bits(0, Bytes(octets)));
+    };
+    const auto signature = [](std::string_view type) {
+        return Seq(Oid(oid::signedData), Ctx(0, Seq(Int(1), Set(), Seq(Oid(type)), Set())));
+    };
+    PackageSpec package = Package();
+    package.subFiles[1].content = signature(oid::data);
+    package.subFiles[2].content = crl(14);
+    Json subFiles = InspectJson(package)["sub_files"];
+    for (int i : {1, 2}) EXPECT_EQ(subFiles[i]["length"], 37);
+    EXPECT_EQ(subFiles[1]["content"]["read_by"], "openssl");
+    EXPECT_EQ(subFiles[2]["content"]["crls"][0]["read_by"], "openssl");
+
+    package.subFiles[1].content = signature("1.2.840.113549.1.7.1.1");
+    package.subFiles[2].content = crl(15);
+    subFiles = InspectJson(package)["sub_files"];
+    for (int i : {1, 2}) EXPECT_EQ(subFiles[i]["length"], 38);
+    EXPECT_EQ(subFiles[1]["content"]["read_by"], "both");
+    EXPECT_EQ(subFiles[2]["content"]["crls"][0]["read_by"], "both");
+}
+
+// Of indefinite length (X.690, 8.1.3.6) are all of it, its signed part, or an element before the key.
+TEST_F(PkgtoolInspect, ShowsTheFingerprintOfAKeyInBerOnlyWhereItIsTold)
+{
+    const Bytes der = Build(pki_.signer);
+    PackageSpec package = Package();
+    const auto keyOf = [&](const Bytes& changed) {
+        package.subFiles[2].content = Pem("CERTIFICATE", changed);
+        const Json cert = InspectJson(package)["sub_files"][2]["content"]["certificates"][0];
+        EXPECT_EQ(cert["sha256"], Sha256(changed));
+        return cert.at("key_sha256");
+    };
+    const Json key = keyOf(der);
+    EXPECT_TRUE(key.is_string());
+    for (const auto& [path, told] : {std::pair(Path{}, key), {Path{0}, Json()}, {Path{0, 2}, Json()}}) {
+        const Bytes inBer = Cat(Bytes{0x30, 0x80}, Content(der, path), Bytes{0x00, 0x00});
+        EXPECT_EQ(keyOf(Replace(der, path, inBer)), told) << path.size();
+    }
 }
 
 // As sha256sum and openssl tell them of the same octets, DER or PEM.
@@ -182,6 +242,73 @@ TEST_F(PkgtoolInspect, ScreensAreThoseOnRecord)
     for (const PackageSpec& package : {good, odd, unreadable, armoured, foreign, ber})
         screens += Inspect(Build(package)).out + "\n";
     ExpectScreen("inspect", screens);
+}
+
+// In BER, which OpenSSL alone decodes.
+TEST_F(PkgtoolInspect, ShowsSignersAndTimestampsInBer)
+{
+    const auto inBer = [](const Bytes& der) { return Cat(Bytes{0x30, 0x80}, Content(der, {}), Bytes{0x00, 0x00}); };
+    TokenSpec named = DemoToken(pki_);
+    named.tsa = Ctx(0, Ctx(4, TestName("Test TSA")));
+    CmsSpec cms = DemoCms(pki_);
+    cms.signers.resize(3, cms.signers[0]);
+    cms.signers[0].signedAttributes = nullptr;
+    cms.signers[1].signedAttributes = [](const Bytes&) { return std::vector<Bytes>(); };
+    cms.signers[2].unsignedAttributes = {
+        [](const Bytes&) { return Attribute("1.3.6.1.4.1.32473.1", Seq()); },
+        [&](const Bytes& signature) {
+            return Attribute(oid::timestampToken, inBer(TimestampToken(DemoToken(pki_), signature)));
+        },
+        Timestamp(With(DemoToken(pki_), &TokenSpec::editTstInfo, inBer)),
+        Timestamp(named),
+        Timestamp(With(named, &TokenSpec::accuracy, Accuracy(1))),
+        Timestamp(With(named, &TokenSpec::accuracy, Seq(CtxPrim(0, {0x01})))),
+    };
+    PackageSpec package = Package();
+    package.subFiles[1].content = inBer(DetachedCms(payload_, cms));
+    const Json signers = InspectJson(package)["sub_files"][1]["content"]["signers"];
+    ASSERT_EQ(signers.size(), 3u);
+    EXPECT_EQ(signers[0]["signed_attributes"], Json());
+    EXPECT_EQ(signers[1]["signed_attributes"], Json::array());
+    std::string shown;
+    for (Json token : signers[2]["timestamps"]) { // which gets what it lacks, as null
+        for (const char* member :
+             {"read_by", "tst_info_read_by", "time", "has_accuracy", "has_accuracy_seconds", "has_tsa_name"}) {
+            shown += token[member].dump() + " ";
+        }
+        shown += "\n";
+    }
+    EXPECT_EQ(shown, "\"openssl\" \"both\" \"2026-01-01T00:00:00Z\" false false false \n"
+                     "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" false false false \n"
+                     "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" false false true \n"
+                     "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" true true true \n"
+                     "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" true false true \n");
+}
+
+// Each range of what is escaped, and of what is no UTF-8, with its neighbours.
+TEST_F(PkgtoolInspect, EscapesWhatIsDangerousAndNothingBesides)
+{
+    PackageSpec package = Package();
+    package.description = "\xC2\x80 \xC2\x9F \xC2\xA0 \xDF\xBF \xE0\xA0\x80 \xED\x9F\xBF \xED\xA0\x80 \xED\xBF\xBF "
+                          "\xEE\x80\x80 \xF0\x90\x80\x80 \xF4\x8F\xBF\xBF \xF4\x90\x80\x80 "
+                          "\xE2\x80\xA7 \xE2\x80\xA8 \xE2\x80\xAE \xE2\x80\xAF "
+                          "\xE2\x81\xA5 \xE2\x81\xA6 \xE2\x81\xA9 \xE2\x81\xAA";
+    const std::string shown = "description  \\u0080 \\u009f \xC2\xA0 \xDF\xBF \xE0\xA0\x80 \xED\x9F\xBF "
+                              "\\xed\\xa0\\x80 \\xed\\xbf\\xbf "
+                              "\xEE\x80\x80 \xF0\x90\x80\x80 \xF4\x8F\xBF\xBF \\xf4\\x90\\x80\\x80 "
+                              "\xE2\x80\xA7 \\u2028 \\u202e \xE2\x80\xAF "
+                              "\xE2\x81\xA5 \\u2066 \\u2069 \xE2\x81\xAA\n";
+    const std::string out = Inspect(Build(package)).out;
+    EXPECT_NE(out.find(shown), std::string::npos) << out;
+}
+
+// The number 12 means UTF8String only in a universal, primitive tag.
+TEST_F(PkgtoolInspect, ShowsNamesWithoutACharacterAndWithoutText)
+{
+    pki_.signer.subject = Name(Cn(""), NameAttr(oid::organizationName, CtxPrim(12, Text("ab"))),
+                               NameAttr(oid::localityName, Tlv(0x2C, Utf8("cd"))));
+    EXPECT_EQ(InspectJson(Package())["sub_files"][1]["content"]["certificates"][1]["subject"],
+              "CN=,O=#6162,L=#0C026364");
 }
 
 // Timestamps inside timestamps, as deep as a file allows: nobody looks at the second one.
@@ -330,6 +457,8 @@ TEST(PkgtoolRoot, ReadsCertificates)
         ASSERT_EQ(report["roots"].size(), 1u);
         EXPECT_EQ(report["roots"][0]["sha256"], Sha256(root));
     }
+    const Bytes nameless = Build(With(DemoPki().signer, &CertSpec::subject, Seq()));
+    EXPECT_EQ(ParseJson(Root({"--json", dir.Write("nameless", nameless)}).out)["roots"][0]["subject"], "");
 }
 
 // Certificates are read by OpenSSL here.
@@ -358,6 +487,34 @@ TEST(PkgtoolRoot, FindsOneThatEndsAFileAndEachOnce)
     const ProcessResult run = Root({dir.WriteSparse("large", (64u << 20) + 1)});
     EXPECT_EQ(run.status, 2);
     EXPECT_NE(run.err.find("more than 64 MiB"), std::string::npos) << run.err;
+    const std::string searched = Root({dir.WriteSparse("largest", 64u << 20)}).err;
+    EXPECT_NE(searched.find("no root certificate in "), std::string::npos) << searched;
+}
+
+// A root whose outermost SEQUENCE has that many octets.
+Bytes RootOfLength(std::size_t length)
+{
+    CertSpec root = DemoPki().root;
+    root.version.reset(); // it then begins with its serial number
+    const auto filled = [&](std::size_t octets) {
+        root.extraExtensions = {Ext("1.3.6.1.4.1.32473.1", Octets(Bytes(octets)))};
+        return Build(root);
+    };
+    const std::size_t header = 4;
+    const std::size_t some = length / 2;
+    return filled(some + header + length - filled(some).size());
+}
+
+TEST(PkgtoolRoot, FindsThoseOfAUsualLengthInDer)
+{
+    const TempDir dir;
+    const auto find = [&](const Bytes& root) { return Root({dir.Write("program", Cat(Bytes(8), root))}); };
+    EXPECT_NE(find(RootOfLength(16384)).out.find("CN=Test Root\n"), std::string::npos);
+    EXPECT_EQ(find(RootOfLength(16385)).out, "");
+    // Of indefinite length (X.690, 8.1.3.6), whose third and fourth octet look like a length all the same.
+    const Bytes der = RootOfLength(0x3082);
+    EXPECT_NE(find(der).out, "");
+    EXPECT_EQ(find(Cat(Bytes{0x30, 0x80}, Bytes(der.begin() + 4, der.end()), Bytes(2))).out, "");
 }
 
 // What only looks like a root is none: nobody may have its key.

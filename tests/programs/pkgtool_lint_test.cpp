@@ -142,6 +142,35 @@ TEST_F(PkgtoolLint, FindsSubFilesOutsideOverlappingUnknownAndUncovered)
         {0x20000000, {}, 0x1000, 8}, {subfile::payload, payload_, {}, {}}, {subfile::payload, {}, 0, 0}};
     ExpectOnly(unknown, kErrors,
                {"unsigned-without-signature", "sub-file-outside", "sub-file-unknown", "sub-file-twice"});
+
+    // As many as fit into the table.
+    package = Package();
+    package.subFiles.resize(8, {0x20000000, {}, {}, {}});
+    ExpectFound(package, kErrors, {"refused", "sub-file-unknown", "sub-file-twice"});
+}
+
+// Of two that begin at one place the later one.
+TEST_F(PkgtoolLint, NamesTheSubFileThatOverlapsAnother)
+{
+    PackageSpec package = Package();
+    package.subFiles.push_back({0x20000000, {}, 0, 5});
+    std::string at;
+    const Json report = Lint(Build(package), kErrors);
+    for (const Json& finding : report["findings"]) {
+        if (finding["id"] == "sub-file-overlap") at += finding["at"].get<std::string>() + "\n";
+    }
+    EXPECT_EQ(at, "/sub_files/3\n");
+}
+
+// What lies behind a list, here an object's mark in every fresh octet (glibc's tunables), is not of it.
+TEST_F(PkgtoolLint, ReadsListsToTheirEnd)
+{
+    CmsSpec cms = DemoCms(pki_);
+    cms.certificates.push_back(Build(pki_.tsaCa)); // the third, in memory for four
+    const std::string path = dir_.Write("package", Build(Package(cms)));
+    const ProcessResult run = RunProcess({PkgtoolPath(), "lint", path, "--root", DataPath("test_root.der")},
+                                         {"GLIBC_TUNABLES=glibc.malloc.perturb=254:glibc.malloc.tcache_count=0"});
+    EXPECT_EQ(run.status, kClean) << run.out << run.err;
 }
 
 TEST_F(PkgtoolLint, FindsAHeaderThatGivesAnotherLength)
@@ -274,6 +303,24 @@ TEST_F(PkgtoolLint, FindsACarriedRootAndACaWithTwoKeys)
     ExpectFound(Package(cms), kWarnings, {"ca-twice"});
 }
 
+// Of indefinite length, outside or inside (X.690, 8.1.3.6).
+TEST_F(PkgtoolLint, KnowsCertificatesInBerApart)
+{
+    CertSpec ca = pki_.signingCa;
+    ca.subject = TestName("Twice");
+    for (const Path& path : {Path{}, Path{0}}) {
+        Bytes pem;
+        for (const Bytes& serial : {Bytes{0x01}, Bytes{0x02}}) {
+            const Bytes der = Build(With(ca, &CertSpec::serial, serial));
+            const Bytes inBer = Cat(Bytes{0x30, 0x80}, Content(der, path), Bytes{0x00, 0x00});
+            pem = Cat(pem, Pem("CERTIFICATE", Replace(der, path, inBer)));
+        }
+        PackageSpec package = Package();
+        package.subFiles[2].content = pem;
+        EXPECT_EQ(Found(package, kErrors).count("ca-twice"), 1u) << path.size();
+    }
+}
+
 // No octet of them is UTF-8.
 TEST_F(PkgtoolLint, KnowsCasApartWhoseNamesAreNotUtf8)
 {
@@ -404,22 +451,41 @@ TEST_F(PkgtoolLint, FindsLimitedCrls)
 TEST_F(PkgtoolLint, PointsAtThePlaceAndPutsTheWorstFirst)
 {
     pki_.signingCrl.nextUpdate = UtcTime("260115000000Z");
+    pki_.tsaCrl.nextUpdate = UtcTime("260115000000Z");
     const Json report = Lint(Build(Package()), kWarnings, {"--crl-margin", "15"});
     EXPECT_EQ(report["schema"], 2);
     EXPECT_EQ(report["findings"][0], ParseJson(R"({"id": "crl-ends-soon", "severity": "warning",
         "at": "/sub_files/2/content/crls/1",
         "message": "the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp 2026-01-01"})"));
+    EXPECT_EQ(report["findings"][1]["at"], "/sub_files/2/content/crls/2"); // equally bad, and behind it
     const ProcessResult words = RunProcess(
         {PkgtoolPath(), "lint", dir_.Path("package"), "--root", DataPath("test_root.der"), "--crl-margin", "15"});
-    EXPECT_EQ(words.out.find("warning: the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp "
-                             "2026-01-01 [crl-ends-soon]\nnote: "),
-              0u)
+    EXPECT_EQ(
+        words.out.find("warning: the CRL of CN=Test Signing CA ends 2026-01-15, soon after the timestamp "
+                       "2026-01-01 [crl-ends-soon]\nwarning: the CRL of CN=Test TSA CA ends 2026-01-15, soon after the "
+                       "timestamp 2026-01-01 [crl-ends-soon]\nnote: "),
+        0u)
         << words.out;
+}
+
+TEST_F(PkgtoolLint, ColoursErrorsOnATerminal)
+{
+    if (RunProcess({"script", "--version"}).status != 0) GTEST_SKIP() << "there is no script command";
+    PackageSpec one;
+    one.subFiles = {{subfile::payload, payload_, {}, {}}};
+    const std::string command = PkgtoolPath() + " lint " + dir_.Write("package", Cat(Build(one), Bytes(1)));
+    const std::string out = RunProcess({"script", "-qec", command, "/dev/null"}, {"NO_COLOR=", "TERM=xterm"}).out;
+    EXPECT_NE(out.find("\033[1;31merror\033[0m: the header counts one sub-file"), std::string::npos) << out;
+    EXPECT_NE(out.find("\nwarning: 1 byte of the file is in no sub-file and unsigned [bytes-outside-sub-files]"),
+              std::string::npos)
+        << out;
 }
 
 TEST_F(PkgtoolLint, WantsAPackage)
 {
-    EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Write("short", Bytes(10, 0x00))}).status, 2);
+    const ProcessResult run = RunProcess({PkgtoolPath(), "lint", dir_.Write("short", Bytes(10, 0x00))});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, "pkgtool: " + dir_.Path("short") + ": shorter than a package header of 352 octets\n");
     EXPECT_EQ(RunProcess({PkgtoolPath(), "lint", dir_.Path("missing")}).status, 2);
 }
 

@@ -158,6 +158,7 @@ TEST_F(PkgtoolPki, NewRefusesWhatIsThere)
     ExpectUserError({"pki", "new", Pki()}, "exists already");
     EXPECT_EQ(Text("pki/root.key"), key);
     ExpectUserError({"pki", "new", image_}, "exists already");
+    ExpectUserError({"pki", "new", "//", "--key-bits", "2048"}, "/ exists already");
     ExpectUserError({"pki", "new", dir_.Path("no/such"), "--key-bits", "2048"}, "No such file or directory");
     ExpectUserError({"pki", "new", dir_.Path("new"), "--key-bits", "1024"}, "1024");
     ExpectUserError({"pki", "new", dir_.Path("new"), "--key-bits", "2048", "--name", ""}, "cannot be part of a name");
@@ -172,9 +173,21 @@ TEST_F(PkgtoolPki, ReleaseSignsStampsPacksChecksAndLints)
     const ProcessResult lint = Pkgtool({"lint", package_, "--root", Pki() + "/root.pem"});
     EXPECT_EQ(lint.status, kDone);
     EXPECT_EQ(lint.out, "");
-    for (const char* step : {"signed", "packed", "checked", "lint", "written"}) {
-        EXPECT_NE(("\n" + released.out).find(std::string("\n") + step), std::string::npos) << released.out;
+    for (const std::string& step : Words{"signed and stamped  " + image_, "packed", "checked", "lint", "written"}) {
+        EXPECT_NE(("\n" + released.out).find("\n" + step), std::string::npos) << released.out;
     }
+}
+
+// Without the option it does not even begin.
+TEST_F(PkgtoolPki, ReleaseOverwritesOnlyByForce)
+{
+    Write("image.pkg", "another");
+    const ProcessResult refused = Release();
+    EXPECT_EQ(refused.status, kUserError);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_NE(refused.err.find("image.pkg: it exists already"), std::string::npos) << refused.err;
+    EXPECT_EQ(Text("image.pkg"), "another");
+    ExpectReleased(Pkgtool({"release", image_, "--pki", Pki(), "-o", package_, "--force"}));
 }
 
 // The first file that is written ends the process: none may be written.
@@ -224,6 +237,8 @@ TEST_F(PkgtoolPki, RevokesByPathAndOnlyWhatItIssued)
     ExpectUserError({"pki", "revoke", Pki(), "signer", "--reason", "anger"}, "'anger' is not a revocation reason");
     EXPECT_EQ(Pkgtool({"pki", "revoke", Pki(), Pki() + "/tsa.pem"}).status, kDone);
     ExpectRefused("revokes certificate CN=Example Timestamp authority");
+    fs::remove(Pki() + "/signer.pem"); // CAs alone are asked
+    ExpectUserError({"pki", "revoke", Pki(), other.Path("signer.pem")}, "no CA in " + Pki() + " issued");
 }
 
 TEST_F(PkgtoolPki, CrlsAreRenewedForSoManyDays)
@@ -308,7 +323,23 @@ TEST_F(PkgtoolPki, ReleaseNamesWhatIsWrongInItsConfiguration)
     expect("[pack]\ncrl = \"ca.crl\"\n", "there is no signer");
     ExpectUserError({"release", image_, "--pki", dir_.Path("none"), "-o", package_}, "none/release.toml");
     ExpectUserError({"release", dir_.Path("none"), "--config", Pki() + "/release.toml", "-o", package_}, "");
-    ExpectUserError({"release", image_, "-o", package_}, "");
+    ExpectUserError({"release", image_, "-o", package_}, "[--pki,--config] is missing\n");
+    ExpectUserError({"release", image_, "--pki", Pki(), "--config", Pki() + "/release.toml", "-o", package_},
+                    "give one of [--pki,--config]; 2 were given\n");
+}
+
+// Ed25519 signs no digest (RFC 8032).
+TEST_F(PkgtoolPki, SaysWhichSignatureAKeyCannotMake)
+{
+    const std::string key = dir_.Path("ed25519");
+    const std::string object = dir_.Path("key;object=root;type=private"); // what keys are called in a place by its URI
+    RunProcess({"openssl", "genpkey", "-algorithm", "ed25519", "-out", key});
+    fs::copy(key, object);
+    ExpectUserError({"pki", "new", dir_.Path("new"), "--token", "file:" + dir_.Path("key")},
+                    "signing a certificate: invalid digest\nhint: use RSA keys that can sign\n");
+    fs::rename(key, Pki() + "/root.key");
+    Openssl({"req", "-x509", "-new", "-key", Pki() + "/root.key", "-subj", "/CN=root", "-out", Pki() + "/root.pem"});
+    ExpectUserError({"pki", "crl", Pki()}, "signing a CRL: invalid digest\nhint: use RSA keys that can sign\n");
 }
 
 TEST_F(PkgtoolPki, KeysCanBeInAToken)

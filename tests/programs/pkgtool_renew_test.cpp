@@ -82,6 +82,8 @@ TEST_F(PkgtoolRenewCrls, ChangesNothingElse)
     spec_.reserved = 3;
     spec_.length = 12345; // not its length
     spec_.headerCrc = 0x89ABCDEF;
+    spec_.subFileCount = 3;
+    spec_.subFiles.push_back({subfile::payload, {}, 100000, 5}); // not counted
     const Bytes trailing = Text("something behind");
     room_.Write("old.pkg", Cat(Build(spec_), trailing));
     const ProcessResult renewed = Run(Renew());
@@ -123,12 +125,12 @@ TEST_F(PkgtoolRenewCrls, ForetellsTheVerdict)
     EXPECT_NE(warned.err.find("warning: packed, but the checker will refuse it"), std::string::npos) << warned.err;
 }
 
-// Even one that this checker does not need, and although no root is known.
+// Even one that this checker does not need, and although no root is known. Certificates among the CRLs do not count.
 TEST_F(PkgtoolRenewCrls, NamesTheIssuersThatDropOut)
 {
     CrlSpec needless = room_.Pki().rootCrl;
     needless.issuer = Name(Cn("Another CA"));
-    spec_.subFiles[2].content = Cat(Build(needless), spec_.subFiles[2].content);
+    spec_.subFiles[2].content = Cat(Build(room_.Pki().tsa), Build(needless), spec_.subFiles[2].content);
     room_.Write("old.pkg", Build(spec_));
     const Words rooted = Renew() + Words{"--root", DataPath("test_root.der")};
     ExpectFailure(kRefused, rooted + Words{"--check"}, "the package would lose its CRL of CN=Another CA\n",
@@ -144,6 +146,31 @@ TEST_F(PkgtoolRenewCrls, NamesTheIssuersThatDropOut)
                                "of CN=Another CA; the old one had\n"),
               std::string::npos)
         << several.err;
+}
+
+// The largest that the checker reads, with longer CRLs.
+TEST_F(PkgtoolRenewCrls, MakesNoneThatIsTooLarge)
+{
+    const TempDir dir;
+    const std::string largest = dir.WriteSparse("largest", 0x7FFFF000, Build(spec_));
+    const ProcessResult result = RunProcess(Words{"sh", "-c", "ulimit -f 100 && exec \"$@\"", "sh", PkgtoolPath(),
+                                                  "renew-crls", largest, "-o", dir.Path("new")} +
+                                            NewCrls());
+    EXPECT_EQ(result.status, kRefused);
+    EXPECT_EQ(result.err, "pkgtool: the checker reads no package of 2 GiB or more\n");
+}
+
+// It is touched while there is more to copy than the pipe takes.
+TEST_F(PkgtoolRenewCrls, NoticesThatThePackageChangedMeanwhile)
+{
+    const std::string package = room_.Write("old.pkg", Cat(Build(spec_), Bytes(std::size_t{2} << 20)));
+    const std::string fifo = room_.Path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string reader = "(touch -t 200101010000 " + package + "; cat >/dev/null) <" + fifo;
+    const ProcessResult result =
+        RunProcess(Words{"sh", "-c", reader + " & \"$@\"; s=$?; wait; exit $s", "sh", PkgtoolPath()} + Renew("fifo"));
+    EXPECT_EQ(result.status, kUserError);
+    EXPECT_EQ(result.err, "pkgtool: cannot read " + package + ": it changed while it was read\n");
 }
 
 TEST_F(PkgtoolRenewCrls, RefusesWhatItCannotRenew)

@@ -93,6 +93,8 @@ TEST_F(PkgtoolStamp, OverwritesOnlyByForce)
     room_.Write("stamped.cms", Text("another"));
     ExpectFailure(kUserError, StampCommand() + Authority(), "exists", "--force");
     EXPECT_EQ(room_.Read("stamped.cms"), Text("another"));
+    const Words none{"--tsa-cert", room_.Path("none"), "--tsa-key", room_.Path("none")};
+    ExpectFailure(kUserError, StampCommand() + none, "exists", "--force"); // before anything else is looked at
 }
 
 TEST_F(PkgtoolStamp, KeepsTheFormOfItsInput)
@@ -165,6 +167,14 @@ TEST_F(PkgtoolStamp, RefusesWhatAStampDoesNotMend)
     room_.Write("other", Text("another image"));
     ExpectFailure(kRefused, StampCommand() + Authority() + Words{"--payload", room_.Path("other")},
                   "is not a signature over this payload", "pack the signed payload");
+    // Nobody signed the attributes as they are when they are written again, in the order of X.690, 11.6.
+    CmsSpec unordered = DemoCms(room_.Pki());
+    unordered.signers[0].signedAttributes = [](const Bytes& digest) {
+        return std::vector<Bytes>{MessageDigestAttribute(digest), ContentTypeAttribute(oid::data)};
+    };
+    unordered.signers[0].unsignedAttributes.clear();
+    room_.Write("unordered.cms", DetachedCms(payload_, unordered));
+    ExpectFailure(kRefused, StampCommand("unordered.cms") + Authority(), "is damaged", "sign again");
 }
 
 TEST_F(PkgtoolStamp, SaysWhatIsMissing)

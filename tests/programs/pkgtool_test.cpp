@@ -26,6 +26,7 @@ constexpr int kUserError = 2;
 constexpr PELNIC_ERROR_CODE kAccepted = 0;
 
 const std::string kTime = "20260101000000Z";
+const Bytes kNameLikePem = Name(Cn("Signer\n-----BEGIN CMS-----"));
 
 Words operator+(Words words, const Words& more)
 {
@@ -605,9 +606,27 @@ TEST_F(PkgtoolResponder, HttpErrorIsNoAnswer)
     ExpectRefused(RunWithResponder("error", SignByUrl()), "500");
 }
 
+// Given up after a minute, which takes a second.
+TEST_F(PkgtoolResponder, SilenceIsNoAnswer)
+{
+    const Words hurried{"faketime", "-f", "+0 x60", "python3", SupportPath("timestamp_responder.py")};
+    ExpectRefused(RunProcess(hurried + Words{room_.Path("tsa.cnf")} + SignByUrl(),
+                             {"RESPONDER=silent", "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"},
+                             std::chrono::seconds(30)),
+                  ": Operation timed out ");
+}
+
 TEST_F(PkgtoolResponder, EndlessAnswerIsCutOff)
 {
-    ExpectRefused(RunWithResponder("endless", SignByUrl()), "is longer than any timestamp");
+    const ProcessResult run = RunWithResponder("endless", SignByUrl());
+    ExpectRefused(run, "is longer than any timestamp");
+    EXPECT_EQ(run.err.find("all of it was taken"), std::string::npos) << run.err;
+}
+
+TEST_F(PkgtoolResponder, AnswerOfUpToOneMebibyteIsRead)
+{
+    ExpectRefused(RunWithResponder("1048576", SignByUrl()), "is neither a timestamp response nor a token");
+    ExpectRefused(RunWithResponder("1048577", SignByUrl()), "is longer than any timestamp");
 }
 
 TEST_F(PkgtoolResponder, OnlyHttpIsSpoken)
@@ -810,17 +829,26 @@ TEST_F(PkgtoolHint, SignatureByAKeyAbove4096Bits)
 
 TEST_F(PkgtoolHint, SignatureWithIndefiniteLengths)
 {
-    const Bytes der = DetachedCms(payload_, DemoCms(room_.Pki()));
-    const Bytes indefinite = Cat(Bytes{0x30, 0x80}, Content(der, {}), Bytes{0x00, 0x00});
-    ExpectBadSignature(indefinite, "has indefinite lengths", "-cmsout");
+    DemoPki likePem = room_.Pki();
+    likePem.signer.subject = kNameLikePem;
+    for (const DemoPki& pki : {room_.Pki(), likePem}) {
+        const Bytes der = DetachedCms(payload_, DemoCms(pki));
+        const Bytes indefinite = Cat(Bytes{0x30, 0x80}, Content(der, {}), Bytes{0x00, 0x00});
+        ExpectBadSignature(indefinite, "has indefinite lengths", "-cmsout");
+    }
 }
 
 TEST_F(PkgtoolHint, SomethingThatIsNoSignature)
 {
     ExpectBadSignature(Text("MIME-Version: 1.0\nContent-Type: multipart/signed"), "not a CMS signature in DER or PEM",
                        "-cmsout");
+    ExpectBadSignature(Bytes{0x30}, "not a CMS signature in DER or PEM", "-cmsout");
     ExpectBadSignature(Cat(Text("\n"), Pem("CMS", DetachedCms(payload_, DemoCms(room_.Pki())))),
                        "has text before -----BEGIN", "openssl cms -cmsout");
+    const std::string label = room_.Write("label", Pem("CERTIFICATE", DetachedCms(payload_, DemoCms(room_.Pki()))));
+    const ProcessResult result = Run(PackCommand(label));
+    EXPECT_EQ(result.status, kRefused);
+    EXPECT_NE(result.err.find(label + " is PEM, but neither CMS nor PKCS7\n"), std::string::npos) << result.err;
 }
 
 TEST_F(PkgtoolHint, TimestampWithFractionsOfASecond)
@@ -929,7 +957,18 @@ TEST_F(Pkgtool, PacksSeveralCrlsInPem)
     RunWell({"pack", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl", pem("root.crl"), "--crl",
              pem("ca.crl"), "--crl", pem("tsa-ca.crl"), "-o", room_.Path("package")});
     RunWell({"unpack", room_.Path("package"), "-d", room_.Path("unpacked")});
-    EXPECT_EQ(room_.Verify(payload_, room_.Read("unpacked/2-signature"), room_.Read("unpacked/3-crl")), kAccepted);
+    const Bytes crls = room_.Read("unpacked/3-crl");
+    EXPECT_EQ(room_.Verify(payload_, room_.Read("unpacked/2-signature"), crls), kAccepted);
+    const std::string all = room_.Write("all.pem", crls);
+    RunWell({"pack", "--force", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl", all, "-o",
+             room_.Path("package")});
+}
+
+TEST_F(Pkgtool, PacksNamesThatLookLikePem)
+{
+    DemoPki pki = room_.Pki();
+    pki.signer.subject = kNameLikePem;
+    RunWell(PackCommand(room_.Write("odd", DetachedCms(payload_, DemoCms(pki)))));
 }
 
 TEST_F(Pkgtool, PacksAnUnsignedPayloadOnlyWhenTold)

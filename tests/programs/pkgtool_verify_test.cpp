@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 
@@ -42,6 +43,23 @@ protected:
     std::string Write(const std::string& name, const PackageSpec& package) const
     {
         return dir_.Write(name, Build(package));
+    }
+
+    struct Traced {
+        ProcessResult result;
+        std::string trace;
+    };
+    // Of one good package, called good.
+    Traced Trace(const Words& traceOptions, const Words& options = {}) const
+    {
+        Words argv{"strace", "-o", dir_.Path("trace")};
+        argv.insert(argv.end(), traceOptions.begin(), traceOptions.end());
+        const Words verify{PkgtoolPath(), "verify", "--root", DataPath("test_root.der"), Write("good", good_)};
+        argv.insert(argv.end(), verify.begin(), verify.end());
+        argv.insert(argv.end(), options.begin(), options.end());
+        const ProcessResult result = RunProcess(argv, {"ASAN_OPTIONS=detect_leaks=0"}); // which traces, too
+        const Bytes trace = ReadWholeFile(dir_.Path("trace"));
+        return {result, std::string(trace.begin(), trace.end())};
     }
 
     const TempDir dir_;
@@ -142,7 +160,53 @@ TEST_F(PkgtoolVerify, DrawsABarOnATerminal)
         RunProcess({"script", "-qec", PkgtoolPath() + " verify " + good + " " + good, "/dev/null"}).out;
     EXPECT_NE(out.find("[####################....................] 1 of 2"), std::string::npos) << out;
     EXPECT_NE(out.find("[########################################] 2 of 2"), std::string::npos) << out;
-    EXPECT_FALSE(std::regex_search(out, std::regex("of [0-9]+[a-z]"))) << out; // results are on lines of their own
+    EXPECT_FALSE(std::regex_search(out, std::regex("of 2, [0-9]+ s[^\r]"))) << out; // what follows has its own line
+}
+
+// The second package comes only when the first one's verdict has been read.
+TEST_F(PkgtoolVerify, TellsEachVerdictAtOnce)
+{
+    const std::string good = Write("good", good_);
+    const std::string script = "mkfifo \"$1\" && \"$2\" verify --root \"$3\" \"$4\" - <\"$1\" | "
+                               "{ exec 3>\"$1\"; read -r line; cat \"$4\" >&3; exec 3>&-; echo \"$line\"; cat; }";
+    const ProcessResult run =
+        RunProcess({"sh", "-c", script, "sh", dir_.Path("fifo"), PkgtoolPath(), DataPath("test_root.der"), good});
+    EXPECT_FALSE(run.timedOut);
+    EXPECT_EQ(run.out.find("accepted  " + good + "\naccepted  -\n2 checked: 2 accepted, "), 0u) << run.out;
+}
+
+TEST_F(PkgtoolVerify, EachPackageHasOneProcessWhichDoesNotOutliveThisOne)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string trace = Trace({"-f", "-e", "trace=/clone|fork|prctl", "-e", "signal=none"}, {"-j", "3"}).trace;
+    const std::size_t first = trace.find("|SIGCHLD");
+    EXPECT_NE(first, std::string::npos) << trace;
+    EXPECT_EQ(trace.find("|SIGCHLD", first + 1), std::string::npos) << trace;
+    EXPECT_NE(trace.find("prctl(PR_SET_PDEATHSIG, SIGKILL"), std::string::npos) << trace;
+}
+
+TEST_F(PkgtoolVerify, SaysThatThereIsNoMemoryForAnswers)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string trace = Trace({"-e", "trace=/^mmap"}).trace;
+    const std::size_t shared = trace.find("MAP_SHARED|MAP_ANONYMOUS");
+    ASSERT_NE(shared, std::string::npos) << trace;
+    const auto before = std::count(trace.begin(), trace.begin() + static_cast<std::ptrdiff_t>(shared), '\n');
+    const ProcessResult run = Trace({"-e", "inject=/^mmap:error=ENOMEM:when=" + std::to_string(before + 1)}).result;
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, "pkgtool: not enough memory\n");
+    EXPECT_EQ(run.out, "");
+}
+
+// It is asked for its state when it is opened, and when it has been judged.
+TEST_F(PkgtoolVerify, NoticesThatAPackageChangedMeanwhile)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string good = dir_.Path("good");
+    const ProcessResult run = Trace({"-f", "-P", good, "-e", "inject=/fstat|statx:error=EIO:when=2"}).result;
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out.find("unreadable  " + good + ": cannot read " + good + ": it changed while it was read\n"), 0u)
+        << run.out;
 }
 
 TEST_F(PkgtoolVerify, ADeadProcessCostsItsOwnVerdictAlone)
@@ -167,10 +231,11 @@ TEST_F(PkgtoolVerify, LooksBelowDirectories)
     const std::string first = Write("archive/a.pkg", good_);
     const std::string second = Write("archive/b/a.pkg", good_);
     ASSERT_EQ(RunProcess({"ln", "-s", first, archive + "/c.pkg"}).status, 0); // whose file is there already
-    const std::vector<Json> answers = VerifyJson({archive}, {"-r"}, 0);
-    ASSERT_EQ(answers.size(), 2u);
-    EXPECT_EQ(answers[0]["package"], first);
-    EXPECT_EQ(answers[1]["package"], second);
+    const std::vector<Json> answers = VerifyJson({second, archive}, {"-r"}, 0);
+    ASSERT_EQ(answers.size(), 3u);
+    EXPECT_EQ(answers[0]["package"], second);
+    EXPECT_EQ(answers[1]["package"], first);
+    EXPECT_EQ(answers[2]["package"], second);
     EXPECT_EQ(VerifyJson({archive}, {}, 2)[0]["verdict"], "unreadable");
 }
 
@@ -192,6 +257,7 @@ TEST_F(PkgtoolVerify, WritesJUnit)
     EXPECT_NE(xml.find("<failure message=\"accepted, NOT SIGNED\"/>"), std::string::npos) << xml;
     EXPECT_NE(xml.find("<error message=\"cannot open "), std::string::npos) << xml;
     EXPECT_EQ(Verify(packages, {"--junit", file}).out, ""); // there already
+    EXPECT_NE(Verify(packages, {"--junit", file, "--force"}).out, "");
 }
 
 TEST_F(PkgtoolVerify, TakesNamesThatTheCheckerCannot)

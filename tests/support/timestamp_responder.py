@@ -3,8 +3,9 @@
 
 Runs COMMAND with every {url} in it replaced by that of a timestamp authority (RFC 3161 over HTTP) on the loopback
 interface, and ends with its exit status. `openssl ts -reply` answers, by the section [tsa] of CONFIG. RESPONDER in the
-environment makes it err: "late" waits before it answers, "replay" gives everybody the first answer, "error" a good answer with the HTTP status 500,
-"endless" one without end.
+environment makes it err: "silent" never answers, "late" waits before it answers, "replay" gives everybody the first
+answer, "error" a good answer with the HTTP status 500, "endless" one without end, and a number one with zeros up to so
+many octets.
 """
 import http.server
 import os
@@ -21,6 +22,12 @@ class Responder(http.server.BaseHTTPRequestHandler):
     first = None
 
     def do_POST(self):
+        if self.headers["Content-Type"] != "application/timestamp-query":  # RFC 3161, 3.4
+            self.send_error(415)
+            return
+        if self.error == "silent":
+            self.rfile.read()  # until nobody waits any longer
+            return
         query = self.rfile.read(int(self.headers["Content-Length"]))
         with tempfile.NamedTemporaryFile() as file:
             file.write(query)
@@ -37,6 +44,8 @@ class Responder(http.server.BaseHTTPRequestHandler):
             self.send_without_end(reply)
             return
         reply = Responder.first if self.error == "replay" else reply
+        if self.error and self.error.isdigit():
+            reply = reply.ljust(int(self.error), b"\0")
         self.send_header("Content-Length", str(len(reply)))
         self.end_headers()
         self.wfile.write(reply)
@@ -46,6 +55,7 @@ class Responder(http.server.BaseHTTPRequestHandler):
             for _ in range(1000):  # 64 MiB, which is far beyond any limit
                 self.wfile.write(octets)
                 octets = bytes(65536)
+            print("all of it was taken", file=sys.stderr, flush=True)
         except OSError:
             pass  # nobody listens any longer
 

@@ -27,6 +27,7 @@ struct Shortage {
     std::size_t nth = 0; // 0: never
     FaultMode mode = FaultMode::Once;
     bool whileVerifying = false; // counts only what is asked for while a signature is checked
+    bool hasOldError = false;    // before each check: of another signature, by the host
     bool verifying = false;
     std::size_t asked = 0;
 
@@ -64,6 +65,7 @@ pfunc_pelnic_verify_final g_verifyFinal;
 
 PELNIC_ERROR_CODE VerifyFinal(PELNIC_CRYPTO_VRF_CTX ctx, const PNV_BYTE* signature, PNV_UINT32 len, PNV_INT* result)
 {
+    if (g_shortage.hasOldError) ERR_raise(ERR_LIB_RSA, RSA_R_BAD_SIGNATURE);
     g_shortage.verifying = true;
     const PELNIC_ERROR_CODE rc = g_verifyFinal(ctx, signature, len, result);
     g_shortage.verifying = false;
@@ -130,7 +132,7 @@ protected:
         ASSERT_EQ(CRYPTO_set_mem_functions(Allocate, Reallocate, Release), 1) << "libcrypto was used before";
     }
 
-    static void Sweep(Case (*make)(), bool isGood, bool whileVerifying = false)
+    static void Sweep(Case (*make)(), bool isGood, bool whileVerifying = false, bool hasOldError = false)
     {
         const Case input = MadeElsewhere(make);
         EXPECT_EQ(InChild([&] { return Findings(input, {}); }), isGood ? Accepted : 0);
@@ -139,7 +141,7 @@ protected:
             for (std::size_t nth = 1;; nth += LongForm() || whileVerifying || nth < kAll ? 1 : kStep) {
                 SCOPED_TRACE(::testing::Message()
                              << "allocation " << nth << (mode == FaultMode::Once ? "" : " and on"));
-                const int findings = InChild([&] { return Findings(input, {nth, mode, whileVerifying}); });
+                const int findings = InChild([&] { return Findings(input, {nth, mode, whileVerifying, hasOldError}); });
                 ASSERT_TRUE((findings & ~(Accepted | Met)) == 0) << findings;
                 ASSERT_TRUE(isGood || (findings & Accepted) == 0);
                 if ((findings & Met) == 0) break;
@@ -173,6 +175,12 @@ TEST_F(LibcryptoMemory, FailsWithOneOfTwoCrlsRevoking)
 TEST_F(LibcryptoMemory, FailsWhileTheSignaturesOfTwoCrlsAreChecked)
 {
     Sweep(cases::RevokedByOneOfTwoCrls, false, true);
+}
+
+// Nor is it passed over for an error that was there before.
+TEST_F(LibcryptoMemory, FailsWhereTheHostHasLeftAnError)
+{
+    Sweep(cases::RevokedByOneOfTwoCrls, false, true, true);
 }
 
 // What the library asks of libcrypto holds for the whole process: whoever else is in it still finds ciphers and digests
