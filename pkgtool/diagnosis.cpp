@@ -48,12 +48,15 @@ std::string faultText(const ElementFault& element)
     }
 }
 
-// The offset of an input in its sub-file, or null; of equal ones the first.
+// The offset of an element in its sub-file, or null if its input is not there or there twice.
 Json placeIn(const Bytes& subFile, const ElementFault& element)
 {
     const Bytes& input = element.input;
-    const auto found = std::search(subFile.begin(), subFile.end(), input.begin(), input.end());
-    if (input.empty() || found == subFile.end()) return {};
+    const auto from = [&](Bytes::const_iterator at) {
+        return std::search(at, subFile.end(), input.begin(), input.end());
+    };
+    const auto found = from(subFile.begin());
+    if (input.empty() || found == subFile.end() || from(found + 1) != subFile.end()) return {};
     return static_cast<std::size_t>(found - subFile.begin()) + element.offset;
 }
 

@@ -795,6 +795,15 @@ TEST_F(PkgtoolExplain, SaysWhatTheDecoderExpectedAndFound)
     EXPECT_EQ(ExplainLikeTheChecker(Write(bench_.Package(foreign)))["failure"]["element"],
               ParseJson(R"({"path": "certificates[2]", "offset": null, "expected": null, "found": "",
                             "fault": "it is not the expected element"})"));
+    // The same octets twice do not tell their place.
+    for (const bool isTwice : {false, true}) {
+        foreign.certificates.back() = AlgoId(isTwice ? oid::sha256 : "1.3.6.1.4.1.32473.1");
+        const PackageSpec package = bench_.Package(foreign);
+        const Json undecodable = ExplainLikeTheChecker(Write(package))["failure"]["element"];
+        EXPECT_EQ(undecodable["path"], "certificates[2].toBeSigned");
+        const std::size_t place = Find(package.subFiles[1].content, {1, 0, 3, 2, 0}).offset;
+        EXPECT_EQ(undecodable["offset"], isTwice ? Json() : Json(place));
+    }
 }
 
 // Of several entries for a certificate the one that decided, and a reason that leaves no earlier timestamp good.

@@ -83,6 +83,7 @@ const std::multimap<std::string, Ground> kGrounds = {
     {"wrong-root", {Decision::Issuer, PELNIC_ERR_CERT_NO_ISSUER, CrlUnfit::None, true}},
     {"wrong-root", {Decision::SelfSigned, 0, CrlUnfit::None, true}},
     {"wrong-root", {Decision::ChainDone, PELNIC_ERR_CERT_NO_ISSUER}},
+    {"wrong-root", {Decision::CrlChosen, PELNIC_ERR_CERT_NO_ISSUER}}, // CAs that issue each other
     {"path-too-deep", {Decision::TooDeep, 0, CrlUnfit::None, true}},
     {"signature-algorithm", {Decision::SignerDone}},
     {"signature-value", {Decision::Value}},
@@ -291,8 +292,8 @@ protected:
                {"timestamp-signature", "timestamp-undecodable"});
         AddCms(cms, "token certificates", below(token, {1, 0, 3}),
                with(chain, {"timestamp-undecodable", "authority-certificate-missing"}));
-        AddCms(cms, "TSTInfo", below(token, {1, 0, 2}),
-               with(chain, {"timestamp-undecodable", "timestamp-imprint", "timestamp-signature"}));
+        AddCms(cms, "TSTInfo", below(token, {1, 0, 2}), // whose time may be moved
+               with(chain, {"timestamp-undecodable", "timestamp-imprint", "timestamp-signature", "crl-expired"}));
         AddCms(cms, "token", token, {"timestamp-undecodable", "timestamp-signature", "authority-certificate-missing"});
         AddCms(cms, "unsigned attributes", below(signer, {6}),
                {"timestamp-missing", "timestamp-undecodable", "signature-undecodable"});
