@@ -162,14 +162,16 @@ TEST_F(PkgtoolLint, NamesTheSubFileThatOverlapsAnother)
     EXPECT_EQ(at, "/sub_files/3\n");
 }
 
-// What lies behind a list, here an object's mark in every fresh octet (glibc's tunables), is not of it.
+// What lies behind a list, here an object's mark in every fresh octet (glibc's tunables, or AddressSanitizer's
+// options), is not of it.
 TEST_F(PkgtoolLint, ReadsListsToTheirEnd)
 {
     CmsSpec cms = DemoCms(pki_);
     cms.certificates.push_back(Build(pki_.tsaCa)); // the third, in memory for four
     const std::string path = dir_.Write("package", Build(Package(cms)));
-    const ProcessResult run = RunProcess({PkgtoolPath(), "lint", path, "--root", DataPath("test_root.der")},
-                                         {"GLIBC_TUNABLES=glibc.malloc.perturb=254:glibc.malloc.tcache_count=0"});
+    const ProcessResult run = RunProcess(
+        {PkgtoolPath(), "lint", path, "--root", DataPath("test_root.der")},
+        {"GLIBC_TUNABLES=glibc.malloc.perturb=254:glibc.malloc.tcache_count=0", "ASAN_OPTIONS=malloc_fill_byte=1"});
     EXPECT_EQ(run.status, kClean) << run.out << run.err;
 }
 
