@@ -538,7 +538,8 @@ PNV_INT _pnvCrlScoreSortDesc(const PELNIC_VRF*, const void* a, const void* b)
     return scoreA > scoreB ? -1 : 1;
 }
 
-const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list)
+// Nothing, or the first CRL whose issuer verifies, with its score.
+static PELNIC_CRL_SCORE_INFO pickBest(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list)
 {
     for (PNV_UINT32 i = 0; i < list->num; ++i) {
         const PELNIC_X509_CRL* const crl = list->data[i]->pCrl;
@@ -547,9 +548,14 @@ const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_C
         if (issuer == nullptr) continue;
         PNV_BOOL verified = 0;
         PNV_TELL(Decision::CrlIssuer, 0, nullptr, crl, issuer);
-        if (pelnic_pki_verify_cert(ctx, issuer, 0, &verified) == 0 && verified != 0) return crl;
+        if (pelnic_pki_verify_cert(ctx, issuer, 0, &verified) == 0 && verified != 0) return *list->data[i];
     }
-    return nullptr;
+    return {};
+}
+
+const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list)
+{
+    return pickBest(ctx, list).pCrl;
 }
 
 // Frees the entries only: the store owns the CRLs.
@@ -558,7 +564,7 @@ static void freeScoreElement(PELNIC_VRF* ctx, void* pInfo)
     pelnic_free(ctx, pInfo);
 }
 
-const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+static PELNIC_CRL_SCORE_INFO findBest(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
 {
     LIST_TYPE_PELNIC_CRL_SCORE_INFO list = {};
     ScopeExit freeList{[&] { pelnic_list_free(ctx, _pnvAsList(&list), freeScoreElement); }};
@@ -567,11 +573,16 @@ const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_
     if (rc == 0) rc = pelnic_list_sort(ctx, _pnvAsList(&list), _pnvCrlScoreSortDesc);
     if (rc != 0) {
         ctx->last_err = rc;
-        return nullptr;
+        return {};
     }
-    const PELNIC_X509_CRL* const best = _pnvPickBestCrl(ctx, &list);
-    if (best == nullptr) reportNoCrl(ctx, list.num == 0 ? PELNIC_ERR_CRL_NOT_FOUND : PELNIC_ERR_CRL_VERIFY);
+    const PELNIC_CRL_SCORE_INFO best = pickBest(ctx, &list);
+    if (best.pCrl == nullptr) reportNoCrl(ctx, list.num == 0 ? PELNIC_ERR_CRL_NOT_FOUND : PELNIC_ERR_CRL_VERIFY);
     return best;
+}
+
+const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)
+{
+    return findBest(ctx, cert).pCrl;
 }
 
 PELNIC_ERROR_CODE _pnvNeedCheckReason(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert, PNV_BOOL* needCheckReason)
@@ -612,11 +623,14 @@ PELNIC_ERROR_CODE _pnvIsCertRevoked(const PELNIC_VRF* ctx, const PELNIC_X509_CER
 static PELNIC_ERROR_CODE checkCrlOf(PELNIC_VRF* ctx, const PELNIC_X509_CERT* pCert, const PELNIC_X509_CRL** ppCrl)
 {
     if (ctx->vrf_params.no_check_crl != 0) return 0;
-    const PELNIC_X509_CRL* const crl = _pnvFindBestCrlOfCert(ctx, pCert);
+    const PELNIC_CRL_SCORE_INFO best = findBest(ctx, pCert);
+    const PELNIC_X509_CRL* const crl = best.pCrl;
     PNV_TELL(Decision::CrlChosen, crl == nullptr ? ctx->last_err : 0, pCert, crl);
     if (crl == nullptr) return ctx->last_err != 0 ? ctx->last_err : PELNIC_ERR_CRL_NOT_FOUND;
+    // The score has just been made of these entries: if it found none of the certificate, none is worth a second look.
+    const bool listed = (best.crlScore & PNV_CRL_LISTED) != 0;
+    const PELNIC_X509_REVOKED* const revoked = listed ? crl->tbs_cert_list->revoked_certs : nullptr;
     PELNIC_ERROR_CODE rc = 0;
-    const PELNIC_X509_REVOKED* const revoked = crl->tbs_cert_list->revoked_certs;
     for (PNV_UINT32 i = 0; revoked != nullptr && i < revoked->revoked_list.num && rc == 0; ++i) {
         const PELNIC_X509_REVOKED_ENTRY* const entry = revoked->revoked_list.data[i];
         if (entry != nullptr) rc = _pnvIsCertRevoked(ctx, pCert, entry);
