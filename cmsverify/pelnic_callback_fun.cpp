@@ -18,7 +18,11 @@ PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size)
 {
     *out = nullptr;
     if (size == 0) return 0;
-    *out = malloc(size);
+    if (size < PNV_HUGE_PAGES_FROM) {
+        *out = malloc(size);
+    } else if (posix_memalign(out, PNV_HUGE_PAGE, size) != 0) {
+        *out = nullptr;
+    }
     if (*out == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
     _pnvPreferHugePages(*out, size);
     return 0;

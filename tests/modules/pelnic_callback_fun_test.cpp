@@ -2,6 +2,7 @@
 #include "cmsverify/pelnic_callback_fun.h"
 
 #include "support/exact_heap.h"
+#include "support/sanitized.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -199,6 +201,35 @@ TEST(DefaultMemory, AllocatesNothingForSizeZero)
     char before = 0;
     void* block = &before;
     EXPECT_EQ(pnv_malloc_impl(&block, 0), 0u);
+    EXPECT_EQ(block, nullptr);
+}
+
+// A huge page begins at a multiple of its size.
+TEST(DefaultMemory, AllocatesLargeBlocksWhereHugePagesBegin)
+{
+    for (const PNV_UINT32 size : {0x2FFFFFu, 0x300000u, 0x500001u}) {
+        void* block = nullptr;
+        ASSERT_EQ(pnv_malloc_impl(&block, size), 0u) << size;
+        ASSERT_NE(block, nullptr) << size;
+        EXPECT_TRUE(size < 0x300000 || reinterpret_cast<std::uintptr_t>(block) % 0x200000 == 0) << size;
+        std::memset(block, 0xA5, size);
+        pnv_free_impl(block);
+    }
+}
+
+// 32-bit programs have not so much room anyway.
+TEST(DefaultMemory, RefusesWhatThereIsNoRoomFor)
+{
+    if (kSanitized) GTEST_SKIP() << "AddressSanitizer's allocator ends the program";
+    char before = 0;
+    void* block = &before;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
+    const PELNIC_ERROR_CODE rc = pnv_malloc_impl(&block, 0xFFF00000);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+    EXPECT_EQ(rc, PELNIC_ERR_SYS_MEM_ALLOC);
     EXPECT_EQ(block, nullptr);
 }
 
