@@ -818,6 +818,89 @@ TEST_F(PkgtoolExplain, TellsTheRevocationThatDecided)
     EXPECT_EQ(crl["says"], "revokes it as of 2028-01-01 (cACompromise), and for all earlier times");
     EXPECT_EQ(crl["revocation"]["date"], "2028-01-01T00:00:00Z");
     EXPECT_EQ(crl["revocation"]["reason"], "cACompromise");
+
+    // As of the very second of the timestamp.
+    bench_.pki.rootCrl.revoked.clear();
+    bench_.pki.signingCrl.revoked = {{bench_.pki.signer.serial, UtcTime("260101000000Z"), 1}};
+    EXPECT_EQ(ExplainLikeTheChecker(Write(bench_.Package()))["signers"][0]["chain"][0]["crls"][0]["says"],
+              "revokes it as of 2026-01-01T00:00:00Z (keyCompromise)");
+}
+
+TEST_F(PkgtoolExplain, SaysThatARevocationCannotBeRead)
+{
+    bench_.pki.signingCrl.revoked = {{bench_.pki.signer.serial, UtcTime("2506010000Z"), 1}}; // without seconds
+    const Json report = ExplainLikeTheChecker(Write(bench_.Package()));
+    EXPECT_EQ(report["failure"]["kind"], "crl-undecodable");
+    EXPECT_EQ(report["failure"]["at"], kSignerCrl);
+    EXPECT_EQ(report["failure"]["reason"], "the revocation of CN=Test Signer cannot be determined");
+    EXPECT_EQ(report["signers"][0]["chain"][0]["crls"][0]["says"], "cannot be applied");
+}
+
+// ---- The next certificate of a chain ----
+
+Json EachOf(const Json& chain, const char* member)
+{
+    Json all = Json::array();
+    for (const Json& link : chain) all.push_back(link[member]);
+    return all;
+}
+
+// Under its old name it has a new key, and a CRL by the old one.
+TEST_F(PkgtoolExplain, ShowsTheCaWhoseCrlDecided)
+{
+    CertSpec newCa = With(bench_.pki.signingCa, &CertSpec::key, KeyId::Rsa2048G);
+    newCa.serial = {0x55};
+    bench_.pki.signer = IssuedBy(bench_.pki.signer, newCa);
+    const auto package = [&] {
+        CmsSpec cms = DemoCms(bench_.pki); // has the old one
+        cms.certificates.push_back(Build(newCa));
+        return bench_.Package(cms);
+    };
+    const Json ofOldCrl = ExplainLikeTheChecker(Write(package()));
+    EXPECT_EQ(ofOldCrl["verdict"], "accepted");
+    EXPECT_EQ(EachOf(ofOldCrl["signers"][0]["chain"], "serial"), Json({"23", "11", "19"}));
+
+    // With a CRL by either key, and both certificates expired, the first one counts.
+    newCa.notAfter = bench_.pki.signingCa.notAfter = UtcTime("251231000000Z");
+    PackageSpec expired = package();
+    expired.subFiles[2].content = Cat(bench_.pki.Crls(), Build(CrlOf(newCa)));
+    const Json report = ExplainLikeTheChecker(Write(expired));
+    EXPECT_EQ(report["failure"]["kind"], "certificate-expired");
+    EXPECT_EQ(report["failure"]["at"], "/signers/0/chain/1");
+    EXPECT_EQ(report["failure"]["serial"], "11");
+}
+
+TEST_F(PkgtoolExplain, ShowsTheIssuerOfACertificateThatAnIndirectCrlCovers)
+{
+    bench_.pki.signingCrl = Indirect(CrlOf(bench_.pki.tsaCa));
+    const Json report = ExplainLikeTheChecker(Write(bench_.Package()));
+    EXPECT_EQ(report["verdict"], "accepted");
+    EXPECT_EQ(
+        EachOf(report["signers"][0]["chain"], "subject"),
+        Json({"C=ZZ,O=Example,CN=Test Signer", "C=ZZ,O=Example,CN=Test Signing CA", "C=ZZ,O=Example,CN=Test Root"}));
+}
+
+TEST_F(PkgtoolExplain, KnowsCasThatIssueEachOther)
+{
+    const CertSpec other = IssuedBy(Intermediate("Other CA", KeyId::Rsa2048G), bench_.pki.signingCa);
+    bench_.pki.signingCa = IssuedBy(bench_.pki.signingCa, other);
+    CmsSpec cms = DemoCms(bench_.pki);
+    cms.certificates.push_back(Build(other));
+    const Json failure = ExplainLikeTheChecker(Write(bench_.Package(cms)))["failure"];
+    EXPECT_EQ(failure["kind"], "wrong-root");
+    EXPECT_EQ(failure["at"], "/signers/0/chain/2");
+    EXPECT_EQ(failure["subject"], "C=ZZ,O=Example,CN=Other CA");
+    EXPECT_EQ(failure["reason"], "the certificates above issue each other, and lead to no root");
+}
+
+// By its names alone it is its own issuer.
+TEST_F(PkgtoolExplain, SeeksNoIssuerOfASelfIssuedCertificateAfterTheFailure)
+{
+    bench_.pki.signer.subject = bench_.pki.signingCa.subject;
+    bench_.pki.signer.notAfter = UtcTime("251231000000Z");
+    const Json report = ExplainLikeTheChecker(Write(bench_.Package()));
+    EXPECT_EQ(report["failure"]["kind"], "certificate-expired");
+    EXPECT_EQ(report["signers"][0]["chain"].size(), 1u);
 }
 
 TEST_F(PkgtoolExplain, ShowsOneScreen)
@@ -862,6 +945,18 @@ TEST_F(PkgtoolExplain, NamesInFullWhoseCommonNamesCoincide)
     const std::string out = Explain(Write(bench_.Package(cms))).out;
     EXPECT_NE(out.find("why:  CRL of C=ZZ,O=Example,CN=Test Signing CA ended"), std::string::npos) << out;
     EXPECT_NE(out.find("signer CN=Test Signer, "), std::string::npos) << out;
+    // Nor if there is only a CRL of the other.
+    const Bytes crl = Build(With(bench_.pki.tsaCrl, &CrlSpec::issuer, other.subject));
+    const std::string ofCrl = Explain(Write(bench_.WithCrls(Cat(bench_.pki.Crls(), crl)))).out;
+    EXPECT_NE(ofCrl.find("why:  CRL of C=ZZ,O=Example,CN=Test Signing CA ended"), std::string::npos) << ofCrl;
+}
+
+// Wherever it stands in a name, and what looks like one.
+TEST_F(PkgtoolExplain, NamesByTheCommonName)
+{
+    bench_.pki.signer.subject = Name(Cn("Signer, first"), O("ACN=B"));
+    const std::string out = Explain(Write(bench_.Package())).out;
+    EXPECT_NE(out.find("signer CN=Signer\\, first, SHA256\n"), std::string::npos) << out;
 }
 
 // What comes from a package is text in the page, wherever a hostile certificate puts it.

@@ -108,6 +108,9 @@ TEST_F(PkgtoolFiles, ExistingFilesAreReplacedOnlyByForceAndKeepTheirMode)
     }
     EXPECT_EQ(Run(PackTo(room_.Path("new"))).status, 0);
     EXPECT_EQ(ModeOf(room_.Path("new")), ModeOf(payloadFile_)); // as any new file
+    const Words byUrl{"sign", payloadFile_,      "--cert",    room_.Path("signer.pem"), "--key", key_,
+                      "-o",   room_.Path("out"), "--tsa-url", "http://127.0.0.1:1/"};
+    ExpectTrouble(Run(byUrl), room_.Path("out") + ": it exists already"); // and no authority is asked
 }
 
 // Not the first of them alone.
@@ -137,6 +140,14 @@ TEST_F(PkgtoolFiles, UnpackReplacesNothingAndFollowsNoLink)
     ASSERT_EQ(symlink(room_.Path("elsewhere").c_str(), room_.Path("dir/1-payload").c_str()), 0);
     ExpectTrouble(Run(unpack + Words{"--force"}), "it is a link");
     EXPECT_EQ(ModeOf(room_.Path("elsewhere")), mode_t{0});
+
+    const std::string directory = room_.Path("new");
+    std::filesystem::create_directory(directory);
+    room_.Write("new/2-signature", Text("old"));
+    ExpectTrouble(Run({"unpack", GoodPackage(), "-d", directory}), "2-signature: it exists already");
+    EXPECT_EQ(ModeOf(directory + "/1-payload"), mode_t{0}); // all of them or none
+    const std::string below = payloadFile_ + "/below";
+    ExpectTrouble(Run({"unpack", GoodPackage(), "-d", below}), "cannot make " + below + ": Not a directory");
 }
 
 TEST_F(PkgtoolFiles, InputsAreNeverOverwritten)
@@ -288,6 +299,23 @@ TEST_F(PkgtoolFiles, WhatIsNoFileIsRefusedWithoutWaiting)
                                  {"sign", payloadFile_, "--p12", key_, "--pass", "file:" + fifo}}) {
         ExpectTrouble(Run(command + Words{"--no-timestamp", "-o", none}), fifo + ": it is a FIFO");
     }
+}
+
+// It is asked for its state when it is opened, and when all of it has been read.
+TEST_F(PkgtoolFiles, AnInputThatChangesMeanwhileIsTrouble)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string good = GoodPackage();
+    const std::string none = room_.Path("none");
+    for (const auto& [input, command] : {std::pair(payloadFile_, PackTo(none)),
+                                         {payloadFile_, SignTo(none)},
+                                         {good, Words{"unpack", good, "-d", room_.Path("unpacked")}}}) {
+        const Words trace{"strace", "-o", "/dev/null", "-P", input, "-e", "inject=/fstat|statx:error=EIO:when=2"};
+        const ProcessResult run =
+            RunProcess(trace + Words{PkgtoolPath()} + command, {"ASAN_OPTIONS=detect_leaks=0"}, kPatience);
+        ExpectTrouble(run, "cannot read " + input + ": it changed while it was read\n");
+    }
+    EXPECT_EQ(ModeOf(none), mode_t{0});
 }
 
 TEST_F(PkgtoolFiles, VerifyGoesOnBehindWhatIsNoFile)

@@ -283,6 +283,7 @@ TEST_F(PkgtoolInspect, ShowsSignersAndTimestampsInBer)
                      "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" false false true \n"
                      "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" true true true \n"
                      "\"both\" \"openssl\" \"2026-01-01T00:00:00Z\" true false true \n");
+    EXPECT_EQ(signers[2]["timestamps"][1]["problem"], "no TSTInfo that the checker can decode");
 }
 
 // Each range of what is escaped, and of what is no UTF-8, with its neighbours.
@@ -380,6 +381,28 @@ TEST_F(PkgtoolInspect, ShowsWhatIsAroundASignatureAndAmongItsCertificates)
     EXPECT_EQ(pem["pem_end"], "present");
     EXPECT_EQ(pem["signers"][0]["message_digest"].get<std::string>().size(), 64u);
     EXPECT_NE(Inspect(Build(package)).out.find("  armoured as CMS, end present\n"), std::string::npos);
+}
+
+// A length is told in up to four octets more (X.690, 8.1.3.5).
+TEST_F(PkgtoolInspect, ShowsTheFrameOfWhatIsNoSignature)
+{
+    PackageSpec package = Package();
+    const auto inspect = [&](const Bytes& content) {
+        package.subFiles[1].content = content;
+        return InspectJson(package)["sub_files"][1]["content"];
+    };
+    EXPECT_EQ(inspect({0x30}).at("claimed_length"), Json());
+    EXPECT_EQ(inspect({0x30, 0x10}).at("claimed_length"), 18);
+    EXPECT_EQ(inspect({0x30, 0x84, 0x00, 0x00, 0x00}).at("claimed_length"), Json());
+    EXPECT_EQ(inspect({0x30, 0x84, 0x00, 0x00, 0x00, 0x10}).at("claimed_length"), 22);
+    EXPECT_EQ(inspect({0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x10}).at("claimed_length"), Json());
+    for (const char* begin : {"-----BEGIN", "-----BEGIN CMS", "-----BEGIN CMS----"}) {
+        const Json content = inspect(Text(begin));
+        EXPECT_EQ(content["form"], "PEM");
+        EXPECT_FALSE(content.contains("pem_label")) << content;
+    }
+    EXPECT_EQ(inspect(Text("-----BEGIN CMS----------END CMS-----")).at("pem_end"), "present");
+    EXPECT_EQ(inspect(Text("-----BEGIN CMS---------END CMS-----")).at("pem_end"), "shares dashes");
 }
 
 // ---- Whatever only reads packages ----

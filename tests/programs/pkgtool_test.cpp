@@ -147,19 +147,31 @@ TEST_F(Pkgtool, SaysWhatIsWrongWithTheCommandLine)
         std::string hint;
     } cases[] = {
         {{}, "a command is missing", "pkgtool --help"},
+        {{"pki"}, "pki: a command is missing", "pkgtool pki --help lists the commands"},
         {{"sgin"}, "no such command: sgin", "did you mean sign? pkgtool --help lists the commands"},
         {{"help", "sgin"}, "no such command: sgin", "did you mean sign?"},
         {{"crl", "shwo", "--help"}, "crl: no such command: shwo", "did you mean show?"},
         {{"crl", "shwo"}, "crl: no such command: shwo", "did you mean show?"},
+        {{"lit"}, "no such command: lit", "did you mean list?"}, // lint is as near, and comes later
+        {{"z"}, "no such command: z", "hint: pkgtool --help"},   // as far from all as they are long
         {{"--nope"}, "no such option: --nope", "pkgtool --help"},
+        {{"--paylod"}, "no such option: --paylod", "hint: pkgtool --help"}, // --payload is a command's
         {{"sign", "x", "--tsa-rul", "secret"}, "sign: no such option: --tsa-rul", "did you mean --tsa-url?"},
+        {{"sign", "x", "--tsa-rul=secret"}, "sign: no such option: --tsa-rul\n", "did you mean --tsa-url?"},
+        {{"sign", "x", "--to-be-singed-out", "y"},
+         "sign: no such option: --to-be-singed-out",
+         "did you mean --to-be-signed-out?"},
         {{"pack", "--payload"}, "pack: --payload: its value is missing", "pkgtool pack --help"},
         {{"verify", "-j", "0", "x"}, "verify: --jobs: 0 is not in the range 1 to 1024", "pkgtool verify"},
         {{"pack", "--file-id", "x", "--payload", "x", "-o", "y"},
          "pack: not a number that fits: --file-id = x",
          "pkgtool pack"},
         {{"sign"}, "sign: payload is missing", "pkgtool sign --help"},
+        {{"sign", "x", "--cert", "y", "--key", "z"}, "sign: --output is missing", "pkgtool sign --help"},
         {{"list", "a", "b"}, "list: one word too many: b", "pkgtool list --help"},
+        {{"list", "a", "b", "--nope"}, "list: no such option: --nope", "pkgtool list --help"},
+        {{"list", "a", "-"}, "list: one word too many: -", "pkgtool list --help"},
+        {{"list", "a", "b", "-"}, "list: one word too many: b", "pkgtool list --help"},
         {{"sign", "x", "--tsa-cert", "y"}, "sign: --tsa-cert needs --tsa-key", "pkgtool sign --help"},
     };
     for (const auto& [words, message, hint] : cases) {
@@ -480,7 +492,10 @@ protected:
 
 TEST_F(PkgtoolKeyElsewhere, MakesTheSignatureThatItWouldMakeHere)
 {
-    RunWell(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("bytes")} + Certificate());
+    const ProcessResult asked =
+        Run(Words{"sign", payloadFile_, "--to-be-signed-out", room_.Path("bytes")} + Certificate());
+    EXPECT_EQ(asked.status, kDone) << asked.err;
+    EXPECT_EQ(asked.out, ""); // nobody has signed anything
     const Words files = room_.Files();
     EXPECT_EQ(std::count(files.begin(), files.end(), "signature"), 0);
     SignBytes("-sha256");
@@ -770,6 +785,22 @@ TEST_F(PkgtoolHint, OptionsThatDoNotAddUp)
     ExpectUserError(
         SignCommand(Signer() + LocalAuthority() + Words{"--digest", "sha256", "--digest", "sha512"}, "none"),
         "--digest is given 2 times for 1 signers", "once for all signers");
+    ExpectUserError(SignCommand(Signer() + LocalAuthority() + Words{"--pass", "env:A", "--pass", "env:B"}, "none"),
+                    "--pass is given 2 times for 1 signers", "once for all signers");
+
+    const Words certificates{"--cert", room_.Path("signer.pem"), "--cert", room_.Path("signer.pem")};
+    const Words keys{"--key", KeyFile(signer_.key), "--key", KeyFile(signer_.key)};
+    const Words toFile{"-o", room_.Path("none")};
+    const std::pair<std::string, Words> onceForTwo[] = {{"--to-be-signed-out", {}},
+                                                        {"--signature", LocalAuthority() + toFile},
+                                                        {"--tsa-request-out", keys},
+                                                        {"--tsa-response", keys + toFile}};
+    for (const auto& [option, others] : onceForTwo) {
+        const ProcessResult result =
+            Run(Words{"sign", payloadFile_, option, room_.Path("one")} + certificates + others);
+        EXPECT_EQ(result.status, kUserError);
+        EXPECT_EQ(result.err, "pkgtool: " + option + " is needed once for each of the 2 signers\n");
+    }
 }
 
 // ---- Hints on signatures and timestamps that others made ----
@@ -833,8 +864,10 @@ TEST_F(PkgtoolHint, SignatureWithIndefiniteLengths)
     likePem.signer.subject = kNameLikePem;
     for (const DemoPki& pki : {room_.Pki(), likePem}) {
         const Bytes der = DetachedCms(payload_, DemoCms(pki));
-        const Bytes indefinite = Cat(Bytes{0x30, 0x80}, Content(der, {}), Bytes{0x00, 0x00});
-        ExpectBadSignature(indefinite, "has indefinite lengths", "-cmsout");
+        for (const Path& path : {Path{}, Path{1, 0}}) {
+            const Bytes indefinite = Cat(Bytes{0x30, 0x80}, Content(der, path), Bytes{0x00, 0x00});
+            ExpectBadSignature(Replace(der, path, indefinite), "has indefinite lengths", "-cmsout");
+        }
     }
 }
 
@@ -975,10 +1008,32 @@ TEST_F(Pkgtool, PacksAnUnsignedPayloadOnlyWhenTold)
 {
     const Words payloadAlone{"pack", "--payload", payloadFile_, "-o", room_.Path("package")};
     ExpectUserError(payloadAlone, "needs --cms and --crl", "--unsigned");
+    const ProcessResult both = Run(payloadAlone + Words{"--unsigned", "--cms", payloadFile_});
+    EXPECT_EQ(both.status, kUserError);
+    EXPECT_EQ(both.err, "pkgtool: an unsigned package holds only a payload\n");
     RunWell(payloadAlone + Words{"--unsigned"});
     PackageSpec expected;
     expected.subFiles = {{subfile::payload, payload_, {}, {}}};
     EXPECT_EQ(room_.Read("package"), Build(expected));
+}
+
+// The large one can be read, but not with a header in front of it.
+TEST_F(Pkgtool, RefusesAPayloadThatIsEmptyOrTooLarge)
+{
+    const TempDir dir;
+    const std::string large = dir.WriteSparse("large", 0x7FFFF000);
+    const Words limited{"sh", "-c", "ulimit -f 100 && exec \"$@\"", "sh", PkgtoolPath()};
+    const Words sign = Signer() + Words{"--no-timestamp", "-o", room_.Path("none")};
+    for (const Words& command :
+         {Words{"sign", large} + sign, Words{"pack", "--unsigned", "--payload", large, "-o", room_.Path("none")}}) {
+        const ProcessResult result = RunProcess(limited + command);
+        EXPECT_EQ(result.status, kRefused);
+        EXPECT_EQ(result.err, "pkgtool: the checker reads no package of 2 GiB or more\n");
+    }
+    const std::string empty = room_.Write("empty", {});
+    const ProcessResult result = Run(Words{"sign", empty} + sign);
+    EXPECT_EQ(result.status, kRefused);
+    EXPECT_EQ(result.err, "pkgtool: " + empty + " is empty, and the checker refuses an empty payload\n");
 }
 
 TEST_F(Pkgtool, PacksAnythingUnchecked)
@@ -1051,7 +1106,9 @@ TEST_F(Pkgtool, RefusesADescriptionThatDoesNotFit)
 {
     const Words pack{"pack", "--unsigned", "--payload", payloadFile_, "-o", room_.Path("package"), "--description"};
     RunWell(pack + Words{std::string(224, 'x')});
-    EXPECT_EQ(Run(pack + Words{std::string(225, 'x')}).status, kUserError);
+    const ProcessResult result = Run(pack + Words{std::string(225, 'x'), "--force"});
+    EXPECT_EQ(result.status, kUserError);
+    EXPECT_EQ(result.err, "pkgtool: the description is longer than 224 bytes\n");
 }
 
 // ---- unpack and list ----

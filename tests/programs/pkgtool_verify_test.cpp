@@ -185,6 +185,16 @@ TEST_F(PkgtoolVerify, EachPackageHasOneProcessWhichDoesNotOutliveThisOne)
     EXPECT_NE(trace.find("prctl(PR_SET_PDEATHSIG, SIGKILL"), std::string::npos) << trace;
 }
 
+TEST_F(PkgtoolVerify, ChecksNoMoreAtATimeThanTold)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string trace =
+        Trace({"-f", "-e", "trace=/clone|fork", "-e", "signal=none"}, {"-j", "1", Write("second", good_)}).trace;
+    const std::size_t second = trace.find("|SIGCHLD", trace.find("|SIGCHLD") + 1);
+    EXPECT_NE(second, std::string::npos) << trace;
+    EXPECT_LT(trace.find("+++ exited"), second) << trace;
+}
+
 TEST_F(PkgtoolVerify, SaysThatThereIsNoMemoryForAnswers)
 {
     if (!CanTrace()) GTEST_SKIP() << "needs strace";
