@@ -29,6 +29,10 @@ says 0 "usage: ./test.sh [PRESET...], of debug clang release arm coverage" "$sou
 says 2 "./test.sh: no such preset: nope; usage: ./test.sh [PRESET...], of debug clang release arm coverage" \
     "$source/test.sh" nope
 
+says 0 "tests/long.sh [STAGE...]" "$source/tests/long.sh" --help
+says 2 "tests/long.sh: no such stage: nope; stages: sweeps arm analysis judges page explained valgrind fuzz unreached\
+ planted mutants bench" "$source/tests/long.sh" nope
+
 says 2 "packaging/make-packages.sh: for $(dpkg --print-architecture) and armhf only, and not for nope" \
     "$source/packaging/make-packages.sh" nope
 
