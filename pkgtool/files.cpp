@@ -117,14 +117,20 @@ Bytes readAll(const Input& input, const std::string& path)
     return content;
 }
 
+constexpr char BECAME_SHORTER[] = "a file became shorter while it was read";
+
 [[noreturn]] void endByShrunkFile(int)
 {
-    constexpr char MESSAGE[] = "pkgtool: a file became shorter while it was read\n";
-    (void)!write(STDERR_FILENO, MESSAGE, sizeof MESSAGE - 1);
+    for (const char* part : {"pkgtool: ", BECAME_SHORTER, "\n"}) (void)!write(STDERR_FILENO, part, strlen(part));
     _exit(2);
 }
 
 // ---- Writing ----
+
+UserError nameTooLong(const std::string& place)
+{
+    return UserError("cannot make " + place + ": its name is too long");
+}
 
 // The names of the one unfinished file and directory, for a signal handler, and the number of files named in the
 // directory.
@@ -351,6 +357,7 @@ void OutputFile::write(ByteView content, const Done& done)
 {
     for (std::size_t at = 0; at < content.size;) {
         const ssize_t count = ::write(file_.get(), content.data + at, std::min(STEP, content.size - at));
+        if (count < 0 && errno == EFAULT) throw UserError(BECAME_SHORTER); // which the kernel met, not this process
         if (count < 0) throw fileError("write", path_);
         at += static_cast<std::size_t>(count);
         if (done) done(static_cast<std::size_t>(count));
@@ -385,7 +392,7 @@ void writeFile(const std::string& path, ByteView content, Existing existing)
 UnfinishedDirectory::UnfinishedDirectory(const std::string& place) : place_(place)
 {
     const std::string name = place + ".unfinished.XXXXXX";
-    if (name.size() >= unfinishedDirectory.size()) throw UserError("cannot make " + place + ": its name is too long");
+    if (name.size() >= unfinishedDirectory.size()) throw nameTooLong(place);
     removeUnfinishedOnSignals();
     setName(unfinishedDirectory, name);
     if (mkdtemp(unfinishedDirectory.data()) == nullptr) throw fileError("make", place);
@@ -399,8 +406,9 @@ UnfinishedDirectory::~UnfinishedDirectory()
 std::string UnfinishedDirectory::file(const std::string& name)
 {
     const std::string path = unfinishedDirectory.data() + ("/" + name);
+    if (path.size() >= PATH_MAX) throw nameTooLong(place_);
     const auto i = static_cast<std::size_t>(insideCount);
-    if (i == unfinishedInside.size() || path.size() >= PATH_MAX) throw std::length_error("too much in a directory");
+    if (i == unfinishedInside.size()) throw std::length_error("too much in a directory");
     setName(unfinishedInside[i], path);
     insideCount = insideCount + 1;
     return path;

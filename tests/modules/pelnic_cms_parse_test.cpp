@@ -247,7 +247,7 @@ TYPED_TEST(CmsParse, ReleasesEverythingWhicheverRowFails)
 
 TYPED_TEST(CmsParse, RefusesTheIndefiniteLength)
 {
-    const Bytes der = Cat(Bytes{0x30, 0x80}, Content(this->sample_, {}), Bytes{0x00, 0x00});
+    const Bytes der = WithIndefiniteLength(this->sample_);
     Decode<TypeParam>(this->vrf_, der.data(), der.size()).ExpectRefused(TypeParam::kMalformed);
 }
 

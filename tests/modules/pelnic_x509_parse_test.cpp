@@ -221,7 +221,7 @@ TYPED_TEST(SignedRecord, RefusesAnotherOuterTag)
 
 TYPED_TEST(SignedRecord, RefusesTheIndefiniteLength)
 {
-    this->ExpectRefused(Cat(Bytes{0x30, 0x80}, Content(this->sample_, {}), Bytes{0x00, 0x00}));
+    this->ExpectRefused(WithIndefiniteLength(this->sample_));
 }
 
 TYPED_TEST(SignedRecord, RefusesEveryPrefix)

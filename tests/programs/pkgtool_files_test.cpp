@@ -1,16 +1,19 @@
 // What pkgtool reads, writes and prints, as files: it waits for nothing, destroys nothing that it was not told to, and
 // lets no foreign text take a terminal over.
 #include "programs/pkgtool_json.h"
+#include "support/effort.h"
 #include "support/package.h"
 #include "support/paths.h"
 #include "support/signing_room.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <climits>
 #include <csignal>
 #include <filesystem>
 
@@ -49,6 +52,12 @@ protected:
     {
         return RunProcess(Words{"sh", "-c", script, "sh", PkgtoolPath()} + arguments, {}, kPatience);
     }
+    // With these options of strace, which say what fails.
+    static ProcessResult WithFaults(const Words& faults, const Words& arguments)
+    {
+        return RunProcess(Words{"strace", "-o", "/dev/null"} + faults + Words{PkgtoolPath()} + arguments,
+                          {"ASAN_OPTIONS=detect_leaks=0"}, kPatience);
+    }
     static void ExpectTrouble(const ProcessResult& run, const std::string& message)
     {
         EXPECT_FALSE(run.timedOut);
@@ -65,6 +74,19 @@ protected:
     {
         return {"sign",           payloadFile_, "--cert", room_.Path("signer.pem"), "--key", key_,
                 "--no-timestamp", "-o",         output};
+    }
+    // Its settings sign without a timestamp.
+    Words ReleaseTo(const std::string& output) const
+    {
+        const Bytes settings = Text("[sign]\ncert = \"signer.pem\"\nkey = \"signer.key\"\nno-timestamp = true\n");
+        return {"release", payloadFile_, "--config", room_.Write("release.toml", settings), "-o", output};
+    }
+    // A path of so many octets to a file of the room.
+    std::string LongPath(std::size_t length) const
+    {
+        std::string path = room_.Path("");
+        while (path.size() + 2 < length) path += "./";
+        return path + std::string(length - path.size(), 'x');
     }
     std::string GoodPackage() const
     {
@@ -221,21 +243,55 @@ TEST_F(PkgtoolFiles, ADashIsStandardInputAndOutput)
     EXPECT_EQ(ModeOf("-"), mode_t{0});
 }
 
+// What is written beside an output has a longer name.
+TEST_F(PkgtoolFiles, NamesThatLeaveNoRoomAreRefused)
+{
+    const std::size_t directory = PATH_MAX - std::string(".unfinished.XXXXXX").size();
+    const std::size_t inDirectory = directory - std::string("/image.cms").size();
+    const Words shortEnough = ReleaseTo(LongPath(inDirectory - 1));
+    const Words before = room_.Files();
+    ExpectTrouble(Run(PackTo(LongPath(PATH_MAX - 2))), ": File name too long\n");
+    ExpectTrouble(Run(ReleaseTo(LongPath(directory))), ": its name is too long\n");
+    ExpectTrouble(Run(ReleaseTo(LongPath(inDirectory))), ": its name is too long\n");
+    EXPECT_FALSE(Contains(Run(shortEnough).err, "its name is too long"));
+    EXPECT_EQ(room_.Files(), before);
+}
+
+// Some file systems cannot; any other failure is one.
+TEST_F(PkgtoolFiles, NewFilesNeedNoRenamingWithoutReplacing)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const std::string out = room_.Path("out");
+    const Words before = room_.Files();
+    const auto failing = [](const std::string& how) { return Words{"-e", "inject=renameat2:error=" + how}; };
+    for (const char* how : {"EINVAL", "ENOSYS"}) {
+        const ProcessResult run = WithFaults(failing(how), PackTo(out));
+        ASSERT_EQ(run.status, 0) << how << run.err;
+        EXPECT_EQ(room_.Files().size(), before.size() + 1) << how;
+        EXPECT_GT(room_.Read("out").size(), payload_.size());
+        ASSERT_EQ(unlink(out.c_str()), 0);
+    }
+    ExpectTrouble(WithFaults(failing("EEXIST"), PackTo(out)), "cannot write " + out + ": File exists\n");
+    ExpectTrouble(WithFaults(failing("EINVAL") + Words{"-e", "inject=/^link:error=EPERM"}, PackTo(out)),
+                  "cannot write " + out + ": Operation not permitted\n");
+    EXPECT_EQ(room_.Files(), before);
+}
+
 // The file is there, whole and not yet in its place, when it is synchronised with the disk.
 TEST_F(PkgtoolFiles, NothingIsLeftAfterASignal)
 {
     if (!CanTrace()) GTEST_SKIP() << "needs strace";
     room_.Write("out", Text("old"));
+    const std::vector<Words> commands{PackTo(room_.Path("out")), ReleaseTo(room_.Path("out"))};
     const Words before = room_.Files();
     for (const auto& [name, number] : {std::pair("INT", SIGINT), {"TERM", SIGTERM}, {"HUP", SIGHUP}}) {
-        const Words trace{
-            "strace", "-o", "/dev/null", "-e", "trace=fsync", "-e", "inject=fsync:signal=" + std::string(name)};
-        const ProcessResult run =
-            RunProcess(trace + Words{PkgtoolPath()} + PackTo(room_.Path("out")) + Words{"--force"},
-                       {"ASAN_OPTIONS=detect_leaks=0"});
-        EXPECT_EQ(run.status, 128 + number) << run.err;
-        EXPECT_EQ(room_.Files(), before);
-        EXPECT_EQ(room_.Read("out"), Text("old"));
+        for (const Words& command : commands) {
+            const ProcessResult run =
+                WithFaults({"-e", "inject=fsync:signal=" + std::string(name)}, command + Words{"--force"});
+            EXPECT_EQ(run.status, 128 + number) << run.err;
+            EXPECT_EQ(room_.Files(), before);
+            EXPECT_EQ(room_.Read("out"), Text("old"));
+        }
     }
 }
 
@@ -263,6 +319,15 @@ TEST_F(PkgtoolFiles, AReportThatCannotBeWrittenIsTrouble)
     const Words unpack{"unpack", good, "-d", room_.Path("unpacked")}; // which reports nothing
     EXPECT_EQ(InShell("exec \"$@\" >&-", unpack).status, 0);
     EXPECT_EQ(room_.Read("unpacked/1-payload"), payload_);
+}
+
+TEST_F(PkgtoolFiles, WhatNobodyForesawIsTold)
+{
+    if (!CanTrace()) GTEST_SKIP() << "needs strace";
+    const ProcessResult run = WithFaults({"-e", "inject=chdir:error=EIO"}, ReleaseTo(room_.Path("none")));
+    EXPECT_EQ(run.status, 2);
+    EXPECT_TRUE(Contains(run.err, "pkgtool: internal error: ")) << run.err;
+    EXPECT_TRUE(Contains(run.err, "Input/output error")) << run.err;
 }
 
 // ---- Inputs ----
@@ -299,6 +364,41 @@ TEST_F(PkgtoolFiles, WhatIsNoFileIsRefusedWithoutWaiting)
                                  {"sign", payloadFile_, "--p12", key_, "--pass", "file:" + fifo}}) {
         ExpectTrouble(Run(command + Words{"--no-timestamp", "-o", none}), fifo + ": it is a FIFO");
     }
+}
+
+// One octet more and the checker reads it no longer. In a file without a disk, holes cost nothing.
+TEST_F(PkgtoolFiles, TheLargestInputIsRead)
+{
+    if (!LongForm()) GTEST_SKIP() << "needs 4 GiB of memory, and CMSVERIFY_LONG=1";
+    constexpr off_t kMaxRead = 0x7FFFF000;
+    const int file = memfd_create("large", MFD_CLOEXEC);
+    ASSERT_GE(file, 0);
+    const std::string large = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(file);
+    const Words pack{"pack", "--payload", payloadFile_, "--cms", large, "-o", room_.Path("none")};
+    ASSERT_EQ(ftruncate(file, kMaxRead), 0);
+    ExpectTrouble(Run(pack), "pkgtool: the checker reads no package of 2 GiB or more\n"); // a header comes before it
+    ASSERT_EQ(ftruncate(file, kMaxRead + 1), 0);
+    ExpectTrouble(Run(pack), "cannot read " + large + ": it has 2 GiB or more, and the checker reads no such file\n");
+    close(file);
+}
+
+// The root is more than a pipe holds: when all of it is written, somebody reads it, who has opened the package.
+TEST_F(PkgtoolFiles, AnInputThatShrinksMeanwhileIsTrouble)
+{
+    const std::string package = GoodPackage();
+    const ProcessResult run =
+        InShell("{ head -c 1000000 /dev/zero; : >" + package + "; } | \"$@\"", {"explain", package, "--root", "-"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, "pkgtool: a file became shorter while it was read\n");
+    EXPECT_EQ(run.out, "");
+
+    // The kernel meets its end, and no signal tells of it.
+    const ProcessResult copying =
+        InShell("{ head -c 1000000 /dev/zero; : >" + payloadFile_ + "; } | \"$@\"",
+                {"pack", "--unchecked", "--payload", payloadFile_, "--cms", "-", "-o", room_.Path("none")});
+    EXPECT_EQ(copying.status, 2);
+    EXPECT_EQ(copying.err, "pkgtool: a file became shorter while it was read\n");
+    EXPECT_EQ(ModeOf(room_.Path("none")), mode_t{0});
 }
 
 // It is asked for its state when it is opened, and when all of it has been read.

@@ -175,8 +175,7 @@ TEST_F(PkgtoolInspect, ShowsTheFingerprintOfAKeyInBerOnlyWhereItIsTold)
     const Json key = keyOf(der);
     EXPECT_TRUE(key.is_string());
     for (const auto& [path, told] : {std::pair(Path{}, key), {Path{0}, Json()}, {Path{0, 2}, Json()}}) {
-        const Bytes inBer = Cat(Bytes{0x30, 0x80}, Content(der, path), Bytes{0x00, 0x00});
-        EXPECT_EQ(keyOf(Replace(der, path, inBer)), told) << path.size();
+        EXPECT_EQ(keyOf(WithIndefiniteLength(der, path)), told) << path.size();
     }
 }
 
@@ -236,8 +235,7 @@ TEST_F(PkgtoolInspect, ScreensAreThoseOnRecord)
     foreign.subFiles[1].content = DetachedCms(payload_, cms);
     // A signature that OpenSSL alone decodes, for its indefinite length.
     PackageSpec ber = good;
-    ber.subFiles[1].content =
-        Cat(Bytes{0x30, 0x80}, Content(DetachedCms(payload_, DemoCms(pki_)), {}), Bytes{0x00, 0x00});
+    ber.subFiles[1].content = WithIndefiniteLength(DetachedCms(payload_, DemoCms(pki_)));
     std::string screens;
     for (const PackageSpec& package : {good, odd, unreadable, armoured, foreign, ber})
         screens += Inspect(Build(package)).out + "\n";
@@ -247,7 +245,7 @@ TEST_F(PkgtoolInspect, ScreensAreThoseOnRecord)
 // In BER, which OpenSSL alone decodes.
 TEST_F(PkgtoolInspect, ShowsSignersAndTimestampsInBer)
 {
-    const auto inBer = [](const Bytes& der) { return Cat(Bytes{0x30, 0x80}, Content(der, {}), Bytes{0x00, 0x00}); };
+    const auto inBer = [](const Bytes& der) { return WithIndefiniteLength(der); };
     TokenSpec named = DemoToken(pki_);
     named.tsa = Ctx(0, Ctx(4, TestName("Test TSA")));
     CmsSpec cms = DemoCms(pki_);

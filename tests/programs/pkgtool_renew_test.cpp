@@ -123,6 +123,8 @@ TEST_F(PkgtoolRenewCrls, ForetellsTheVerdict)
     const ProcessResult warned = Run(one);
     EXPECT_EQ(warned.status, kDone);
     EXPECT_NE(warned.err.find("warning: packed, but the checker will refuse it"), std::string::npos) << warned.err;
+    // One warning suffices.
+    EXPECT_EQ(warned.err.find("the new package has no CRL of"), std::string::npos) << warned.err;
 }
 
 // Even one that this checker does not need, and although no root is known. Certificates among the CRLs do not count.

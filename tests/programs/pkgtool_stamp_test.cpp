@@ -175,6 +175,26 @@ TEST_F(PkgtoolStamp, RefusesWhatAStampDoesNotMend)
     unordered.signers[0].unsignedAttributes.clear();
     room_.Write("unordered.cms", DetachedCms(payload_, unordered));
     ExpectFailure(kRefused, StampCommand("unordered.cms") + Authority(), "is damaged", "sign again");
+    CmsSpec empty = unordered;
+    empty.signers[0].signedAttributes = [](const Bytes&) { return std::vector<Bytes>{}; };
+    empty.signers[0].brokenSignature = true;
+    room_.Write("empty.cms", DetachedCms(payload_, empty));
+    ExpectFailure(kRefused, StampCommand("empty.cms") + Authority(), "is damaged", "sign again");
+}
+
+TEST_F(PkgtoolStamp, RefusesAResponseThatIsNotDer)
+{
+    SignElsewhere();
+    const Bytes token = TimestampToken(DemoToken(room_.Pki()), SignatureValue(room_.Read("plain.cms")));
+    const Bytes response = Seq(Seq(Int({0})), token); // PKIStatusInfo: granted
+    for (const Bytes& answer : {token, response}) {
+        const std::string file = room_.Write("answer", WithIndefiniteLength(answer));
+        ExpectFailure(kRefused, StampCommand() + Words{"--tsa-response", file}, file + " has indefinite lengths",
+                      "rewrite it");
+    }
+    room_.Write("answer", response);
+    ASSERT_EQ(Run(StampCommand() + Words{"--tsa-response", room_.Path("answer")}).status, kDone);
+    EXPECT_EQ(room_.Verify(payload_, room_.Read("stamped.cms")), kAccepted);
 }
 
 TEST_F(PkgtoolStamp, SaysWhatIsMissing)

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -285,6 +286,27 @@ TEST_F(Pkgtool, SameInputsGiveTheSameBytes)
     EXPECT_EQ(room_.Read("package"), package);
 }
 
+// As RFC 3161, 2.4.2 has it, and RFC 5816 by a digest other than SHA-1. The signer's own attributes have none.
+TEST_F(Pkgtool, TheAuthorityNamesItsCertificate)
+{
+    EXPECT_TRUE(Contains(UsualSignature(), Oid(oid::signingCertificateV2)));
+    EXPECT_FALSE(Contains(Sign(Signer() + Words{"--no-timestamp"}), Oid(oid::signingCertificateV2)));
+}
+
+// The clock is behind the machine's own, by which threads wait, and so fast that a moment takes minutes.
+TEST_F(Pkgtool, TerminalShowsHowMuchOfThePayloadIsChecked)
+{
+    if (!IsInstalled("script") || !IsInstalled("faketime")) GTEST_SKIP() << "needs script and faketime";
+    const std::string image = room_.Write("large.bin", Bytes(std::size_t{16} << 20));
+    std::string command = PkgtoolPath() + " sign " + image + " --digest sha512 -o " + room_.Path("signature");
+    for (const std::string& word : Signer() + LocalAuthority()) command += " " + word;
+    const std::string shown =
+        RunProcess({"faketime", "-f", "@1970-01-01 00:00:00 x10000", "script", "-qec", command, "/dev/null"},
+                   {"TZ=UTC0", "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"})
+            .out;
+    EXPECT_TRUE(std::regex_search(shown, std::regex("\rpkgtool: checking the signature, [1-9][0-9]* %, "))) << shown;
+}
+
 TEST_F(Pkgtool, RootsAreLeftOut)
 {
     const Bytes with = Sign(Signer() + LocalAuthority() + Words{"--chain", room_.Path("root.pem")});
@@ -326,6 +348,35 @@ TEST_F(Pkgtool, ReadsKeysInEveryForm)
          {encrypted + Words{"--pass", "test-only"}, Words{"--p12", "pkcs11:token=a?pin-value=test-only"}}) {
         EXPECT_EQ(Run(SignCommand(command + others, "none")).err.find("test-only"), std::string::npos);
     }
+}
+
+// Longer ones than OpenSSL has room for are wrong.
+TEST_F(Pkgtool, TakesPasswordsOfUpTo1024Octets)
+{
+    const std::string key = room_.Path("enc.key");
+    const std::string longest(1024, 'x');
+    RunProcess({"openssl", "pkcs8", "-topk8", "-in", KeyFile(room_.Pki().signer.key), "-passout", "pass:" + longest,
+                "-out", key});
+    const Words command = SignCommand(
+        Words{"--cert", room_.Path("signer.pem"), "--key", key, "--pass", "env:PASSWORD"} + LocalAuthority());
+    RunWell(command, {"PASSWORD=" + longest});
+    for (const std::size_t length : {1025, 5000}) {
+        const ProcessResult result = Run(command, {"PASSWORD=" + std::string(length, 'x')});
+        EXPECT_EQ(result.status, kUserError);
+        EXPECT_EQ(result.err, "pkgtool: the password does not open " + key + "\n");
+    }
+}
+
+// Nobody is asked for the password of a key where a certificate is looked for.
+TEST_F(Pkgtool, SaysWhereNoCertificateIs)
+{
+    const std::string key = KeyFile(room_.Pki().signer.key);
+    const std::string encrypted = room_.Path("enc.key");
+    RunProcess({"openssl", "pkcs8", "-topk8", "-in", key, "-passout", "pass:test-only", "-out", encrypted});
+    ExpectUserError(SignCommand(Words{"--cert", encrypted, "--key", key} + LocalAuthority(), "none"),
+                    "no certificate in " + encrypted + "\n", "PEM, DER and PKCS #12 are read");
+    ExpectUserError(SignCommand(Signer() + LocalAuthority() + Words{"--chain", key}, "none"),
+                    "no certificate in " + key + "\n", "PEM, DER and PKCS #12 are read");
 }
 
 TEST_F(Pkgtool, SignsInAPkcs11Token)
@@ -416,6 +467,10 @@ TEST_F(Pkgtool, SignForetellsTheVerdict)
           "certificate 'CN=Test Signer,O=Example,C=ZZ' begins 2027-01-01T00:00:00Z, after the timestamp "
           "2026-01-01T00:00:00Z",
           "check the clocks of the CA and of the timestamp authority, and sign again");
+    dated.notBefore = dated.notAfter = GenTime(kTime); // its first and its last second count
+    room_.WriteCert("dated.pem", dated);
+    RunWell(SignCommand(ended + Words{"--chain", room_.Path("ca.pem"), "--check"} + rooted));
+    EXPECT_EQ(room_.Verify(payload_, room_.Read("signature")), kAccepted);
 }
 
 TEST_F(Pkgtool, AsksForAPasswordOnATerminal)
@@ -621,14 +676,20 @@ TEST_F(PkgtoolResponder, HttpErrorIsNoAnswer)
     ExpectRefused(RunWithResponder("error", SignByUrl()), "500");
 }
 
-// Given up after a minute, which takes a second.
+// Given up after a minute, which takes a second; a log is told once. The clock is behind the machine's own, by which
+// threads wait.
 TEST_F(PkgtoolResponder, SilenceIsNoAnswer)
 {
-    const Words hurried{"faketime", "-f", "+0 x60", "python3", SupportPath("timestamp_responder.py")};
-    ExpectRefused(RunProcess(hurried + Words{room_.Path("tsa.cnf")} + SignByUrl(),
-                             {"RESPONDER=silent", "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"},
-                             std::chrono::seconds(30)),
-                  ": Operation timed out ");
+    const Words hurried{"faketime", "-f", "@1970-01-01 00:00:00 x60", "python3", SupportPath("timestamp_responder.py")};
+    const ProcessResult run =
+        RunProcess(hurried + Words{room_.Path("tsa.cnf")} + SignByUrl(),
+                   {"RESPONDER=silent", "TZ=UTC0", "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"},
+                   std::chrono::seconds(30));
+    ExpectRefused(run, ": Operation timed out ");
+    const std::string told = "pkgtool: waiting for the authority at http://127.0.0.1:";
+    const std::size_t first = run.err.find(told);
+    ASSERT_NE(first, std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find(told, first + 1), std::string::npos) << run.err;
 }
 
 TEST_F(PkgtoolResponder, EndlessAnswerIsCutOff)
@@ -760,6 +821,14 @@ TEST_F(PkgtoolHint, AuthorityWithoutDigitalSignature)
     ExpectBadAuthority(With(tsa_, &CertSpec::keyUsage, usage::crlSign), "lacks digitalSignature", "keyUsage");
 }
 
+TEST_F(PkgtoolHint, SelfSignedAuthority)
+{
+    CertSpec cert = tsa_;
+    cert.issuer = cert.subject;
+    cert.issuerKey = cert.key;
+    ExpectBadAuthority(cert, "is self-signed", "issued by a CA");
+}
+
 TEST_F(PkgtoolHint, TimestampFromNowhereOrFromTwoPlaces)
 {
     ExpectUserError(SignCommand(Signer(), "none"), "no source of the timestamp is given", "--tsa-url");
@@ -864,10 +933,8 @@ TEST_F(PkgtoolHint, SignatureWithIndefiniteLengths)
     likePem.signer.subject = kNameLikePem;
     for (const DemoPki& pki : {room_.Pki(), likePem}) {
         const Bytes der = DetachedCms(payload_, DemoCms(pki));
-        for (const Path& path : {Path{}, Path{1, 0}}) {
-            const Bytes indefinite = Cat(Bytes{0x30, 0x80}, Content(der, path), Bytes{0x00, 0x00});
-            ExpectBadSignature(Replace(der, path, indefinite), "has indefinite lengths", "-cmsout");
-        }
+        for (const Path& path : {Path{}, Path{1, 0}})
+            ExpectBadSignature(WithIndefiniteLength(der, path), "has indefinite lengths", "-cmsout");
     }
 }
 
@@ -1100,6 +1167,14 @@ TEST_F(Pkgtool, RefusesWhatIsNoCrl)
     const ProcessResult result = Run(PackCommand(room_.Path("signature")) + Words{"--crl", notOnlyCrls});
     EXPECT_EQ(result.status, kRefused);
     EXPECT_NE(result.err.find("something that is not a CRL"), std::string::npos) << result.err;
+    const Bytes pem = Pem("X509 CRL", room_.Read("root.crl"));
+    for (const Bytes& crls : {room_.Read("signer.pem"), Cat(pem, Pem("X509 CRL", Text("rest")))}) {
+        const std::string bad = room_.Write("bad.crl", crls);
+        const ProcessResult inPem = Run({"pack", "--payload", payloadFile_, "--cms", room_.Path("signature"), "--crl",
+                                         bad, "-o", room_.Path("none")});
+        EXPECT_EQ(inPem.status, kRefused);
+        EXPECT_EQ(inPem.err, "pkgtool: " + bad + " holds something that is not a CRL\n");
+    }
 }
 
 TEST_F(Pkgtool, RefusesADescriptionThatDoesNotFit)

@@ -314,6 +314,12 @@ Bytes Replace(const Bytes& der, const Path& path, const Bytes& newTlv)
     return Replace(der, outerPath, Tlv(outer.tag, content));
 }
 
+Bytes WithIndefiniteLength(const Bytes& der, const Path& path)
+{
+    const Bytes header{Find(der, path).tag, 0x80};
+    return Replace(der, path, Cat(header, Content(der, path), Bytes{0x00, 0x00}));
+}
+
 Bytes Damage(Bytes der, const Path& path)
 {
     const Element element = Find(der, path);

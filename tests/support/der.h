@@ -210,6 +210,8 @@ Bytes Extract(const Bytes& der, const Path& path);
 Bytes Content(const Bytes& der, const Path& path);
 // Puts newTlv, which may be several elements or none, in the element's place; all enclosing lengths are rebuilt.
 Bytes Replace(const Bytes& der, const Path& path, const Bytes& newTlv);
+// Gives the element an indefinite length (X.690, 8.1.3.6): all of it is BER then, and no DER.
+Bytes WithIndefiniteLength(const Bytes& der, const Path& path = {});
 // Flips the lowest bit of the element's last content octet.
 Bytes Damage(Bytes der, const Path& path);
 
