@@ -23,7 +23,7 @@ git diff --quiet HEAD -- cmsverify tool || {
     echo "tests/long.sh: commit cmsverify and tool first: figures belong to one state of them" >&2
     exit 2
 }
-logs=build/long/$(git rev-parse --short=10 HEAD:cmsverify HEAD:tool | paste -sd-)
+logs=build/long/$(git rev-parse HEAD:cmsverify HEAD:tool | cut -c1-10 | paste -sd-) || exit
 mkdir -p "$logs"
 
 sweeps() # ends with what each test tried
