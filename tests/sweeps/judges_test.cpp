@@ -47,8 +47,9 @@ protected:
 
     void Judge(const std::string& path, bool isAcceptedByVerify)
     {
-        const int ordinary = StatusOf(PkgcheckTestRootPath(), path);
-        const int strict = StatusOf(PkgcheckStrictPath(), path);
+        const int ordinary = Check(PkgcheckTestRootPath(), path).status;
+        const ProcessResult strictRun = Check(PkgcheckStrictPath(), path);
+        const int strict = strictRun.status;
         const int lint = RunProcess({PkgtoolPath(), "lint", path, "--root", DataPath("test_root.der")}).status;
         EXPECT_EQ(isAcceptedByVerify, ordinary == kAccepted);
         if (ordinary == kAccepted) {
@@ -57,18 +58,26 @@ protected:
                 << "refused by the strict checker, and clean for lint: " << lint;
         } else {
             EXPECT_TRUE(ordinary == kRefused || ordinary == kInvalidCount) << ordinary;
-            EXPECT_EQ(strict, ordinary);
+            EXPECT_TRUE(strict == ordinary || IsStopped(strictRun)) << strict << strictRun.out;
             EXPECT_TRUE(lint == kErrors || lint == 1) << lint;
         }
         accepted_ += ordinary == kAccepted;
-        strictlyRefused_ += strict == kNotStrict;
+        strictlyRefused_ += ordinary == kAccepted && strict == kNotStrict;
     }
 
-    static int StatusOf(const std::string& checker, const std::string& path)
+    static ProcessResult Check(const std::string& checker, const std::string& path)
     {
         const ProcessResult run = RunProcess(ForTarget({checker, path}));
         EXPECT_EQ(run.err, "");
-        return run.status;
+        return run;
+    }
+
+    // What costs too much ends the verification before it has a verdict.
+    static bool IsStopped(const ProcessResult& strict)
+    {
+        return strict.status == kNotStrict && (strict.out == "Strict: an RSA exponent is below 3\n" ||
+                                               strict.out == "Strict: an RSA exponent has more than 64 bits\n" ||
+                                               strict.out == "Strict: there are more than 1000 signatures to check\n");
     }
 
     const TempDir dir_;
