@@ -191,7 +191,9 @@ std::vector<CmsSpec> CmsFor(const TokenSpec& token)
     CertSpec strange = IssuedBy(With(Pki().signer, &CertSpec::key, KeyId::Rsa2048H), Root(KeyId::Rsa2048G));
     ownRoot.certificates = {Build(Root(KeyId::Rsa2048G)), Build(strange)};
     ownRoot.signers[0] = With(SignedBy(strange), &SignerSpec::unsignedAttributes, cms.signers[0].unsignedAttributes);
-    return {cms, two, alike, Direct(cms), Direct(alike), withCrl, WithHash(cms, Hash::Sha512), ownRoot, unknown};
+    CmsSpec empty = Direct(cms);
+    empty.signers[0].signature = Bytes{};
+    return {cms, two, alike, Direct(cms), Direct(alike), withCrl, WithHash(cms, Hash::Sha512), ownRoot, unknown, empty};
 }
 
 Seeds Signatures()

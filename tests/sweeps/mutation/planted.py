@@ -28,16 +28,16 @@ PLANTED = [
       ("if (ctx->nVerificationsInProgress == 0) ++ctx->nVerification;",
        "if (!WRONG && ctx->nVerificationsInProgress == 0) ++ctx->nVerification;")]),
     ("one issuer of a certificate too many is noted as tried",
-     [("if (_pnvCheckCertIssuer(ctx, cert, candidate) == 0) return candidate;",
-       "if (_pnvCheckCertIssuer(ctx, cert, candidate) == 0) { i += WRONG; return candidate; }")]),
+     [("PNV_TELL(Decision::Issuer, 0, cert, nullptr, candidate);\n        return candidate;",
+       "PNV_TELL(Decision::Issuer, 0, cert, nullptr, candidate);\n        i += WRONG;\n        return candidate;")]),
     ("one issuer of a CRL too many is noted as tried",
      [("issuer = candidate;\n        return candidate;",
        "issuer = candidate;\n        i += WRONG;\n        return candidate;")]),
     ("CRLs are sorted the other way round",
      [("return scoreA > scoreB ? -1 : 1;", "return (scoreA > scoreB) != WRONG ? -1 : 1;")]),
     ("a CRL may chain to any root",
-     [("if (_pnvFindCertRoot(ctx, issuer) != pCrtRoot) return 0;",
-       "if (_pnvFindCertRoot(ctx, issuer) != (WRONG ? _pnvFindCertRoot(ctx, issuer) : pCrtRoot)) return 0;")]),
+     [("if (_pnvFindCertRoot(ctx, issuer) != pCrtRoot) {",
+       "if (_pnvFindCertRoot(ctx, issuer) != (WRONG ? _pnvFindCertRoot(ctx, issuer) : pCrtRoot)) {")]),
 ]
 
 
