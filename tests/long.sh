@@ -2,16 +2,16 @@
 # tests/long.sh [STAGE...]
 # What ./test.sh has no time for, on a bare Debian 12 as root, in stages of some minutes to some hours:
 #   sweeps     every test with clang: all faults, damage and small inputs, 100,000 packages and 1,000,000 PKIs
-#   arm        every test on 32-bit ARM in its long form, but for the small inputs, which need days under qemu
-#   analysis   clang-tidy over pkgtool        judges     four judges of one package
+#   arm        every test on 32-bit ARM in its long form, but for the small inputs, which alone need hours under qemu
+#   analysis   clang-tidy over pkgtool         judges     four judges of one package
 #   explained  the reasons that pkgtool gives  page      its pages in a browser
-#   valgrind   every test under valgrind      planted    mistakes in what the PKI remembers
-#   fuzz       all fuzzers, for MINUTES=60    unreached  branches that no corpus reaches
+#   valgrind   every test under valgrind       planted    mistakes in what the PKI remembers
+#   fuzz       all fuzzers, for MINUTES=60     unreached  branches that no corpus reaches
 #   mutants    mistakes in the code that no test notices; MUTANTS=500 draws so many of all
 #   bench      the benchmark beside libcrypto
 # Runs the stages that are named, or else those that have not passed yet for this library and checker, and goes on after
-# a failure. Their logs lie in build/long. Then it prints what was tried beside what SECURITY.md states: a figure that is
-# larger than what was run, or older than the code, is a failure, too. The status is the number of failures.
+# a failure. Their logs lie in build/long. Then it prints what was tried beside what SECURITY.md states: a figure that
+# is larger than what was run, or older than the code, is a failure, too. The status is the number of failures.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 all="sweeps arm analysis judges page explained valgrind fuzz unreached planted mutants bench"
@@ -36,7 +36,10 @@ sweeps() # ends with what each test tried
 arm() { CMSVERIFY_LONG=1 GTEST_FILTER='-SmallInputs.*' ./test.sh arm; }
 debug_build() { cmake --preset debug && cmake --build --preset debug --target "$@"; }
 analysis() { debug_build pkgtool && tests/analyze.sh tidy_pkgtool "$PWD/build/debug"; }
-judges() { debug_build cmsverify_tests && CMSVERIFY_LONG=1 build/debug/tests/cmsverify_tests --gtest_filter='Judges.*'; }
+judges()
+{
+    debug_build cmsverify_tests && CMSVERIFY_LONG=1 build/debug/tests/cmsverify_tests --gtest_filter='Judges.*'
+}
 page() { debug_build pkgtool && tests/programs/page_test.sh build/debug/pkgtool/pkgtool build/pages; }
 explained() { debug_build explained && CMSVERIFY_LONG=1 build/debug/tests/explained; }
 valgrind()
