@@ -42,11 +42,11 @@ judges()
 }
 page() { debug_build pkgtool && tests/programs/page_test.sh build/debug/pkgtool/pkgtool build/pages; }
 explained() { debug_build explained && CMSVERIFY_LONG=1 build/debug/tests/explained; }
-valgrind()
+valgrind() # without the test that looks at the stack of a thread that has ended
 {
     cmake --preset clang && cmake --build --preset clang &&
         command valgrind -q --error-exitcode=1 --leak-check=full --suppressions=tests/sweeps/valgrind.supp \
-            build/clang/tests/cmsverify_tests --gtest_brief=1
+            build/clang/tests/cmsverify_tests --gtest_brief=1 --gtest_filter='-StackWork.*'
 }
 fuzz() { fuzz/run.sh "${MINUTES:-60}"; }
 unreached() { fuzz/unreached.py build/unreached; }
