@@ -24,7 +24,7 @@ PELNIC_ERROR_CODE pnv_malloc_impl(void** out, PNV_UINT32 size)
         *out = nullptr;
     }
     if (*out == nullptr) return PELNIC_ERR_SYS_MEM_ALLOC;
-    _pnvPreferHugePages(*out, size);
+    _pnvPreparePages(*out, size);
     return 0;
 }
 

@@ -467,12 +467,18 @@ PNV_BOOL _pnvCrlGetIssuerScore(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* pCr
     return 1;
 }
 
+// The entries of a long CRL lie across megabytes, and comparing one takes less time than waiting for it: this many
+// ahead, it is asked for.
+constexpr PNV_UINT32 ENTRIES_AHEAD = 32;
+
 static bool isListed(const PELNIC_VRF* ctx, const PELNIC_X509_CRL* crl, const PELNIC_X509_CERT* cert)
 {
     const PELNIC_X509_REVOKED* const revoked = crl->tbs_cert_list->revoked_certs;
     if (revoked == nullptr) return false;
-    for (PNV_UINT32 i = 0; i < revoked->revoked_list.num; ++i) {
-        const PELNIC_X509_REVOKED_ENTRY* const entry = revoked->revoked_list.data[i];
+    const LIST_TYPE_PELNIC_X509_REVOKED_ENTRY& entries = revoked->revoked_list;
+    for (PNV_UINT32 i = 0; i < entries.num; ++i) {
+        if (entries.num - i > ENTRIES_AHEAD) __builtin_prefetch(entries.data[i + ENTRIES_AHEAD]);
+        const PELNIC_X509_REVOKED_ENTRY* const entry = entries.data[i];
         if (entry == nullptr) continue;
         if (pelnic_compare_asn_bigint(ctx, cert->toBeSigned->serialNumber, entry->user_cert) == 0) return true;
     }

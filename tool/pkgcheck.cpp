@@ -43,7 +43,7 @@ static int conclude(const PkgcheckJob* job, const char* refusal, const char* acc
 static PNV_BYTE* newBuffer(PNV_UINT32 size)
 {
     void* const buffer = calloc(size, 1);
-    if (buffer != nullptr) _pnvPreferHugePages(buffer, size);
+    if (buffer != nullptr) _pnvPreparePages(buffer, size);
     return static_cast<PNV_BYTE*>(buffer);
 }
 

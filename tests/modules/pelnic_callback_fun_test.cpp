@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -215,6 +216,43 @@ TEST(DefaultMemory, AllocatesLargeBlocksWhereHugePagesBegin)
         std::memset(block, 0xA5, size);
         pnv_free_impl(block);
     }
+}
+
+// A block that is large for libc, but not for a huge page, has all its pages before the first access; so has what lies
+// behind the last huge page of a larger one. mincore knows.
+TEST(DefaultMemory, GivesLargeBlocksTheirPages)
+{
+#ifdef MADV_POPULATE_WRITE
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const auto present = [&](void* address) {
+        unsigned char residency = 0;
+        EXPECT_EQ(mincore(address, page, &residency), 0) << std::strerror(errno);
+        return (residency & 1) != 0;
+    };
+    void* const probe = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(probe, MAP_FAILED);
+    const bool known = madvise(probe, page, MADV_POPULATE_WRITE) == 0 && present(probe);
+    munmap(probe, page);
+    if (!known) GTEST_SKIP() << "the kernel does not give pages in advance";
+    struct Case {
+        PNV_UINT32 size;
+        std::size_t from; // the first octet whose page must be there
+    };
+    for (const auto& [size, from] : {Case{0x20000, 0}, {0x2FFFFF, 0}, {0x300000, 0x200000}, {0x5FF000, 0x400000}}) {
+        void* block = nullptr;
+        ASSERT_EQ(pnv_malloc_impl(&block, size), 0u) << size;
+        ASSERT_NE(block, nullptr) << size;
+        const std::uintptr_t start = reinterpret_cast<std::uintptr_t>(block);
+        std::size_t missing = 0;
+        for (std::uintptr_t at = (start + from + page - 1) / page * page; at < start + size; at += page) {
+            missing += present(reinterpret_cast<void*>(at)) ? 0u : 1u;
+        }
+        EXPECT_EQ(missing, 0u) << size;
+        pnv_free_impl(block);
+    }
+#else
+    GTEST_SKIP() << "the headers do not know pages in advance";
+#endif
 }
 
 // 32-bit programs have not so much room anyway.

@@ -207,6 +207,18 @@ TEST_F(CrlScore, FindsTheSerialNumberAnywhereInTheList)
     EXPECT_EQ(Score(crl), 0x60u);
 }
 
+// Looking ahead ends with the list; one of 40 or 80 entries has no slot to spare.
+TEST_F(CrlScore, FindsTheLastOfManySerialNumbers)
+{
+    for (const std::size_t entries : {32u, 33u, 34u, 40u, 80u}) {
+        CrlSpec crl = pki_.signingCrl;
+        crl.revoked.assign(entries, {{0x71}});
+        EXPECT_EQ(Score(crl), 0x60u) << entries;
+        crl.revoked.back() = {pki_.signer.serial};
+        EXPECT_EQ(Score(crl), 0xE0u) << entries;
+    }
+}
+
 TEST_F(CrlScore, SkipsNullEntries)
 {
     PELNIC_X509_CRL* crl = stores_.Crl(Revoking(Revoking(pki_.signingCrl, pki_.tsaCa), pki_.signer));
