@@ -544,8 +544,7 @@ PNV_INT _pnvCrlScoreSortDesc(const PELNIC_VRF*, const void* a, const void* b)
     return scoreA > scoreB ? -1 : 1;
 }
 
-// Nothing, or the first CRL whose issuer verifies, with its score.
-static PELNIC_CRL_SCORE_INFO pickBest(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list)
+const PELNIC_CRL_SCORE_INFO* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list)
 {
     for (PNV_UINT32 i = 0; i < list->num; ++i) {
         const PELNIC_X509_CRL* const crl = list->data[i]->pCrl;
@@ -554,14 +553,9 @@ static PELNIC_CRL_SCORE_INFO pickBest(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CR
         if (issuer == nullptr) continue;
         PNV_BOOL verified = 0;
         PNV_TELL(Decision::CrlIssuer, 0, nullptr, crl, issuer);
-        if (pelnic_pki_verify_cert(ctx, issuer, 0, &verified) == 0 && verified != 0) return *list->data[i];
+        if (pelnic_pki_verify_cert(ctx, issuer, 0, &verified) == 0 && verified != 0) return list->data[i];
     }
-    return {};
-}
-
-const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list)
-{
-    return pickBest(ctx, list).pCrl;
+    return nullptr;
 }
 
 // Frees the entries only: the store owns the CRLs.
@@ -581,9 +575,10 @@ static PELNIC_CRL_SCORE_INFO findBest(PELNIC_VRF* ctx, const PELNIC_X509_CERT* c
         ctx->last_err = rc;
         return {};
     }
-    const PELNIC_CRL_SCORE_INFO best = pickBest(ctx, &list);
-    if (best.pCrl == nullptr) reportNoCrl(ctx, list.num == 0 ? PELNIC_ERR_CRL_NOT_FOUND : PELNIC_ERR_CRL_VERIFY);
-    return best;
+    const PELNIC_CRL_SCORE_INFO* const best = _pnvPickBestCrl(ctx, &list);
+    if (best != nullptr) return *best;
+    reportNoCrl(ctx, list.num == 0 ? PELNIC_ERR_CRL_NOT_FOUND : PELNIC_ERR_CRL_VERIFY);
+    return {};
 }
 
 const PELNIC_X509_CRL* _pnvFindBestCrlOfCert(PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert)

@@ -150,7 +150,8 @@ PNV_DECLARE_LIST(PELNIC_CRL_SCORE_INFO);
                                              const PELNIC_X509_CERT* pCert, const PELNIC_X509_CERT* pCrtRoot,
                                              PNV_UINT32* score);
 [[nodiscard]] PNV_INT _pnvCrlScoreSortDesc(const PELNIC_VRF* ctx, const void* a, const void* b);
-[[nodiscard]] const PELNIC_X509_CRL* _pnvPickBestCrl(PELNIC_VRF* ctx, const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list);
+[[nodiscard]] const PELNIC_CRL_SCORE_INFO* _pnvPickBestCrl(PELNIC_VRF* ctx,
+                                                           const LIST_TYPE_PELNIC_CRL_SCORE_INFO* list);
 // PELNIC_ERR_CERT_REVOKED if the entry revokes the certificate at base_time, 0 if it does not, or a failure's code.
 [[nodiscard]] PELNIC_ERROR_CODE _pnvIsCertRevoked(const PELNIC_VRF* ctx, const PELNIC_X509_CERT* cert,
                                                   const PELNIC_X509_REVOKED_ENTRY* entry);

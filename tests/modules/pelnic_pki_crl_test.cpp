@@ -326,7 +326,8 @@ protected:
         for (const PELNIC_X509_CRL* crl : crls) infos.push_back({0x60, crl});
         for (PELNIC_CRL_SCORE_INFO& info : infos) data.push_back(&info);
         const LIST_TYPE_PELNIC_CRL_SCORE_INFO list{Len(data), data.data(), Len(data)};
-        return _pnvPickBestCrl(stores_, &list);
+        const PELNIC_CRL_SCORE_INFO* best = _pnvPickBestCrl(stores_, &list);
+        return best == nullptr ? nullptr : best->pCrl;
     }
     const PELNIC_X509_CRL* Find() { return _pnvFindBestCrlOfCert(stores_, signer_); }
 };
