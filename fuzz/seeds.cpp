@@ -90,6 +90,7 @@ Seeds Crls()
         Indirect(crl),
         unlike,
         Revoking({{0x7F}}, crl),
+        Revoking(std::vector<Bytes>(40, Bytes{0x7F}), crl), // more than the checker asks for ahead
         With(crl, &CrlSpec::hash, Hash::Sha512),
         With(crl, &CrlSpec::brokenSignature, true),
         With(crl, &CrlSpec::nextUpdate, UtcTime("250201000000Z")),
