@@ -215,6 +215,27 @@ TEST(FailedAdds, OfABundleLoseNothingOnceRepeated)
     for (const FaultMode mode : {FaultMode::Once, FaultMode::Onward}) ExpectNothingLost(decode, Call::Malloc, 1, mode);
 }
 
+// The second certificate ends the stream when it cannot be read: the first one is added, and that counts as success.
+TEST(FailedAdds, OfASecondCertificateSpoilTheContext)
+{
+    const DemoPki pki;
+    const Bytes both = Cat(Build(pki.root), Build(pki.signingCa));
+    std::size_t lost = 0;
+    bool met = true;
+    for (std::size_t nth = 1; met; ++nth) {
+        CleanPlan plan;
+        Stores stores(plan);
+        plan.Fail(Call::Malloc | calls::copies, nth, FaultMode::Once);
+        const PELNIC_ERROR_CODE rc = pelnic_verify_add_cert(stores, both.data(), Len(both));
+        met = plan.FaultsMet() != 0;
+        if (rc != 0 || stores.TrustCerts().num == 2) continue;
+        ++lost;
+        EXPECT_EQ(stores.TrustCerts().num, 1u) << nth;
+        EXPECT_NE(stores->bInputLost, 0u) << nth;
+    }
+    EXPECT_GT(lost, 0u);
+}
+
 // Of two CRLs that list a certificate the first one decides.
 TEST(FailedAdds, OfABundleKeepItsCrlsInTheirOrder)
 {
