@@ -8,6 +8,10 @@
 
 #include "include/pelnic_cms_verify.h"
 
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23 // Linux 5.14; not in the headers of every libc
+#endif
+
 constexpr PNV_UINT32 PNV_HUGE_PAGE = 2 << 20;        // octets of one, which begins at a multiple of them
 constexpr PNV_UINT32 PNV_HUGE_PAGES_FROM = 3 << 20;  // smaller blocks do better without
 constexpr PNV_UINT32 PNV_NEW_PAGES_FROM = 128 << 10; // libc takes such blocks from the kernel, without any page
@@ -32,10 +36,8 @@ inline void _pnvPreparePages(void* block, PNV_UINT32 size)
         hugeBegin = (begin + PNV_HUGE_PAGE - 1) / PNV_HUGE_PAGE * PNV_HUGE_PAGE;
         hugeEnd = end / PNV_HUGE_PAGE * PNV_HUGE_PAGE;
     }
-#ifdef MADV_POPULATE_WRITE
     _pnvAdvise(begin, hugeBegin, MADV_POPULATE_WRITE);
     _pnvAdvise(hugeEnd, end, MADV_POPULATE_WRITE);
-#endif
 }
 
 #endif

@@ -1,5 +1,6 @@
 // The default callback table: memory, strings, files, log lines, and libcrypto held against published test vectors.
 #include "cmsverify/pelnic_callback_fun.h"
+#include "cmsverify/pelnic_huge_pages.h"
 
 #include "support/exact_heap.h"
 #include "support/sanitized.h"
@@ -222,7 +223,6 @@ TEST(DefaultMemory, AllocatesLargeBlocksWhereHugePagesBegin)
 // behind the last huge page of a larger one. mincore knows.
 TEST(DefaultMemory, GivesLargeBlocksTheirPages)
 {
-#ifdef MADV_POPULATE_WRITE
     const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const auto present = [&](void* address) {
         unsigned char residency = 0;
@@ -250,9 +250,6 @@ TEST(DefaultMemory, GivesLargeBlocksTheirPages)
         EXPECT_EQ(missing, 0u) << size;
         pnv_free_impl(block);
     }
-#else
-    GTEST_SKIP() << "the headers do not know pages in advance";
-#endif
 }
 
 // 32-bit programs have not so much room anyway.
