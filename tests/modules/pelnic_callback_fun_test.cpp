@@ -219,21 +219,58 @@ TEST(DefaultMemory, AllocatesLargeBlocksWhereHugePagesBegin)
     }
 }
 
+constexpr std::uintptr_t kHugePage = 0x200000;
+
+std::uintptr_t PageSize()
+{
+    return static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The pages that begin between two addresses and have no memory yet.
+std::size_t MissingPages(std::uintptr_t begin, std::uintptr_t end)
+{
+    const std::uintptr_t page = PageSize();
+    std::size_t missing = 0;
+    for (std::uintptr_t at = (begin + page - 1) / page * page; at < end; at += page) {
+        unsigned char residency = 0;
+        EXPECT_EQ(mincore(reinterpret_cast<void*>(at), page, &residency), 0) << std::strerror(errno);
+        missing += (residency & 1) == 0 ? 1u : 0u;
+    }
+    return missing;
+}
+
+// Fresh memory, whose pages come with the first access unless the kernel is asked for them.
+class FreshMemory {
+public:
+    explicit FreshMemory(std::size_t size) : size_(size)
+    {
+        void* const area = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        EXPECT_NE(area, MAP_FAILED) << std::strerror(errno);
+        begin_ = reinterpret_cast<std::uintptr_t>(area);
+    }
+    ~FreshMemory() { munmap(reinterpret_cast<void*>(begin_), size_); }
+    FreshMemory(const FreshMemory&) = delete;
+    FreshMemory& operator=(const FreshMemory&) = delete;
+
+    std::uintptr_t Begin() const { return begin_; }
+
+private:
+    std::size_t size_;
+    std::uintptr_t begin_ = 0;
+};
+
+bool KernelGivesPagesInAdvance()
+{
+    const FreshMemory probe(PageSize());
+    return madvise(reinterpret_cast<void*>(probe.Begin()), PageSize(), MADV_POPULATE_WRITE) == 0 &&
+           MissingPages(probe.Begin(), probe.Begin() + 1) == 0;
+}
+
 // A block that is large for libc, but not for a huge page, has all its pages before the first access; so has what lies
-// behind the last huge page of a larger one. mincore knows.
+// behind the last huge page of a larger one.
 TEST(DefaultMemory, GivesLargeBlocksTheirPages)
 {
-    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    const auto present = [&](void* address) {
-        unsigned char residency = 0;
-        EXPECT_EQ(mincore(address, page, &residency), 0) << std::strerror(errno);
-        return (residency & 1) != 0;
-    };
-    void* const probe = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(probe, MAP_FAILED);
-    const bool known = madvise(probe, page, MADV_POPULATE_WRITE) == 0 && present(probe);
-    munmap(probe, page);
-    if (!known) GTEST_SKIP() << "the kernel does not give pages in advance";
+    if (!KernelGivesPagesInAdvance()) GTEST_SKIP() << "the kernel does not give pages in advance";
     struct Case {
         PNV_UINT32 size;
         std::size_t from; // the first octet whose page must be there
@@ -243,13 +280,22 @@ TEST(DefaultMemory, GivesLargeBlocksTheirPages)
         ASSERT_EQ(pnv_malloc_impl(&block, size), 0u) << size;
         ASSERT_NE(block, nullptr) << size;
         const std::uintptr_t start = reinterpret_cast<std::uintptr_t>(block);
-        std::size_t missing = 0;
-        for (std::uintptr_t at = (start + from + page - 1) / page * page; at < start + size; at += page) {
-            missing += present(reinterpret_cast<void*>(at)) ? 0u : 1u;
-        }
-        EXPECT_EQ(missing, 0u) << size;
+        EXPECT_EQ(MissingPages(start + from, start + size), 0u) << size;
         pnv_free_impl(block);
     }
+}
+
+// The checker's buffer begins anywhere: before its first huge page and behind its last one lie ordinary pages.
+TEST(DefaultMemory, GivesThePagesOnBothSidesOfHugeOnes)
+{
+    if (!KernelGivesPagesInAdvance()) GTEST_SKIP() << "the kernel does not give pages in advance";
+    const FreshMemory area(4 * kHugePage);
+    const std::uintptr_t huge = (area.Begin() + 2 * kHugePage - 1) / kHugePage * kHugePage;
+    const std::uintptr_t start = huge - kHugePage / 2 + 16;
+    const std::uintptr_t end = huge + kHugePage + kHugePage / 2;
+    _pnvPreparePages(reinterpret_cast<void*>(start), static_cast<PNV_UINT32>(end - start));
+    EXPECT_EQ(MissingPages(start, huge), 0u);
+    EXPECT_EQ(MissingPages(huge + kHugePage, end), 0u);
 }
 
 // 32-bit programs have not so much room anyway.
